@@ -1,0 +1,47 @@
+// Process-wide talkativeness of the engine's libraries, and their warning stream.
+//
+// DtNotifyLevel: 0 is quiet; the terrain database loader and the vector library only
+// write diagnostics above it. Code that must keep them quiet saves, zeroes and
+// restores it (DtNotifyLevelGuard).
+//
+// DtWarn: where the libraries write warnings, one line each. It writes to std::cerr
+// unless redirected (tests capture it with setTarget).
+#pragma once
+
+#include <ostream>
+#include <streambuf>
+
+extern int DtNotifyLevel;
+
+class DtOutputStream : public std::ostream {
+public:
+    DtOutputStream();
+    // Sends what follows to `target`; null restores std::cerr.
+    void setTarget(std::ostream* target);
+
+private:
+    class Forwarder : public std::streambuf {
+    public:
+        std::ostream* target = nullptr;
+
+    protected:
+        int overflow(int c) override;
+        std::streamsize xsputn(const char* s, std::streamsize n) override;
+        int sync() override;
+    };
+    Forwarder forwarder_;
+};
+
+extern DtOutputStream DtWarn;
+
+// Sets DtNotifyLevel for a scope and restores the earlier value on every path.
+class DtNotifyLevelGuard {
+public:
+    explicit DtNotifyLevelGuard(int level = 0) : saved_(DtNotifyLevel) { DtNotifyLevel = level; }
+    ~DtNotifyLevelGuard() { DtNotifyLevel = saved_; }
+    DtNotifyLevelGuard(const DtNotifyLevelGuard&) = delete;
+    DtNotifyLevelGuard& operator=(const DtNotifyLevelGuard&) = delete;
+
+private:
+    int saved_;
+};

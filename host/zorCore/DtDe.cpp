@@ -1,0 +1,39 @@
+#include "zorCore/DtDe.h"
+
+#include "zorCore/DtFeatureAdder.h"
+#include "zorCore/DtFeatureFieldValueReader.h"
+#include "zorCore/DtHeaderParser.h"
+#include "zorCore/DtPropAdder.h"
+
+namespace kelZor {
+
+const kelArchives::DtModelDefinitionRecord* DtModelDefinitionManager::definition(
+    const std::string& name) const {
+    const auto found = definitions_.find(name);
+    return found == definitions_.end() ? nullptr : &found->second;
+}
+
+DtDe::DtDe(const std::string& configurationDirectory)
+    : configuration_(configurationDirectory),
+      headerParsers_(new DtHeaderParserFactory(*this)),
+      propAdders_(new DtPropAdderFactory()),
+      readers_(new DtFeatureFieldValueReaderFactory()) {}
+
+DtDe::~DtDe() = default;
+
+bool DtDe::isInitFunctionRegistered(void* function) const {
+    return initFunctions_.count(function) != 0;
+}
+
+void DtDe::registerInitFunction(void* function) { initFunctions_.insert(function); }
+
+void DtDe::reportError(const DtDeError& error, bool notifyUser) {
+    errors_.push_back(error);
+    log_.out(notifyUser ? DtDebugLog::Error : DtDebugLog::Warning) << error.message() << "\n";
+}
+
+void DtDe::setFeatureAdderCreator(DtFeatureAdderCreator* creator) {
+    featureAdderCreator_.reset(creator);
+}
+
+}  // namespace kelZor

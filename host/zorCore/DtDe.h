@@ -1,0 +1,119 @@
+// DtDe: the engine object. One per engine instance; a plug-in's init is called with it,
+// and every registry (header parsers, adders, readers) lives in it.
+//
+//   DtDe de("/etc/zor");           // the configuration directory
+//   kelZor::zorTerrain::init(de);
+//   std::unique_ptr<DtHeaderParser> parser(
+//       DtHeaderParserFactory::instance(de).createHeaderParser("tile.flt"));
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "kelArchives/DtModelDefinitionRecord.h"
+#include "zorUtil/DtCoordinateSystem.h"
+#include "zorUtil/DtDeError.h"
+#include "zorUtil/DtDebugLog.h"
+
+namespace kelZor {
+
+class DtHeaderParserFactory;
+class DtPropAdderFactory;
+class DtFeatureFieldValueReaderFactory;
+class DtFeatureAdderCreator;
+
+class DtConfigurationService {
+public:
+    explicit DtConfigurationService(std::string directory) : directory_(std::move(directory)) {}
+    virtual ~DtConfigurationService() = default;
+    virtual std::string configurationDirectory() const { return directory_; }
+    void setConfigurationDirectory(const std::string& directory) { directory_ = directory; }
+
+private:
+    std::string directory_;
+};
+
+class DtTerrain {
+public:
+    virtual ~DtTerrain() = default;
+};
+
+class DtScene {
+public:
+    virtual ~DtScene() = default;
+    DtTerrain& terrain() { return terrain_; }
+
+private:
+    DtTerrain terrain_;
+};
+
+// Model definitions known to the engine, by name.
+class DtModelDefinitionManager {
+public:
+    virtual ~DtModelDefinitionManager() = default;
+    void addDefinition(const kelArchives::DtModelDefinitionRecord& record) {
+        definitions_[record.name()] = record;
+    }
+    // Null when there is none of that name.
+    const kelArchives::DtModelDefinitionRecord* definition(const std::string& name) const;
+
+private:
+    std::map<std::string, kelArchives::DtModelDefinitionRecord> definitions_;
+};
+
+class DtDeSharedState {
+public:
+    virtual ~DtDeSharedState() = default;
+    DtCoordinateSystem& coordinateSystem() { return coordinateSystem_; }
+    virtual DtModelDefinitionManager& modelDefinitionManager() { return models_; }
+
+private:
+    DtCoordinateSystem coordinateSystem_;
+    DtModelDefinitionManager models_;
+};
+
+class DtDe {
+public:
+    explicit DtDe(const std::string& configurationDirectory = std::string());
+    virtual ~DtDe();
+    DtDe(const DtDe&) = delete;
+    DtDe& operator=(const DtDe&) = delete;
+
+    // The guard of plug-in entry functions: each runs once per DtDe.
+    bool isInitFunctionRegistered(void* function) const;
+    void registerInitFunction(void* function);
+    DtDebugLog& log() { return log_; }
+
+    virtual DtScene& scene() { return scene_; }
+    virtual DtConfigurationService& configurationService() { return configuration_; }
+    virtual DtDeSharedState& sharedState() { return sharedState_; }
+    // Records the error and writes its message to the log; `notifyUser` raises it to the
+    // error level, otherwise it is a warning.
+    virtual void reportError(const DtDeError& error, bool notifyUser);
+
+    const std::vector<DtDeError>& reportedErrors() const { return errors_; }
+
+    // The registries; reached by plug-ins through each factory's instance(DtDe&).
+    DtHeaderParserFactory& headerParserFactory() { return *headerParsers_; }
+    DtPropAdderFactory& propAdderFactory() { return *propAdders_; }
+    DtFeatureFieldValueReaderFactory& featureFieldValueReaderFactory() { return *readers_; }
+    DtFeatureAdderCreator* featureAdderCreator() const { return featureAdderCreator_.get(); }
+    void setFeatureAdderCreator(DtFeatureAdderCreator* creator);
+
+private:
+    std::set<void*> initFunctions_;
+    DtDebugLog log_;
+    DtScene scene_;
+    DtConfigurationService configuration_;
+    DtDeSharedState sharedState_;
+    std::vector<DtDeError> errors_;
+    std::unique_ptr<DtHeaderParserFactory> headerParsers_;
+    std::unique_ptr<DtPropAdderFactory> propAdders_;
+    std::unique_ptr<DtFeatureFieldValueReaderFactory> readers_;
+    std::unique_ptr<DtFeatureAdderCreator> featureAdderCreator_;
+};
+
+}  // namespace kelZor

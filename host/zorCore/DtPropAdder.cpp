@@ -1,0 +1,24 @@
+#include "zorCore/DtPropAdder.h"
+
+#include "zorCore/DtDe.h"
+#include "zorUtil/DtZorFilesystem.h"
+
+namespace kelZor {
+
+DtPropAdderFactory& DtPropAdderFactory::instance(DtDe& de) { return de.propAdderFactory(); }
+
+DtPropAdderFactory::~DtPropAdderFactory() = default;
+
+void DtPropAdderFactory::setAdderCreator(const std::string& extension,
+                                         DtPropAdderCreator* creator) {
+    std::unique_ptr<DtPropAdderCreator> owned(creator);
+    if (creators_.count(extension) == 0) extensions_.push_back(extension);
+    creators_[extension] = std::move(owned);
+}
+
+DtPropAdderCreator* DtPropAdderFactory::creatorForFile(const std::string& filename) const {
+    const auto found = creators_.find(DtZorFilesystem::extensionCaseSensitive(filename, false));
+    return found == creators_.end() ? nullptr : found->second.get();
+}
+
+}  // namespace kelZor

@@ -1,0 +1,338 @@
+#include "zorUtil/DtCoordinateConverter.h"
+
+#include <GeographicLib/Constants.hpp>
+#include <GeographicLib/Geocentric.hpp>
+#include <GeographicLib/LambertConformalConic.hpp>
+#include <GeographicLib/UTMUPS.hpp>
+
+#include <cmath>
+#include <vector>
+
+#include "hxutil/DtException.h"
+#include "hxutil/DtString.h"
+#include "matrix/DtGeodeticCoord.h"
+
+namespace kelZor {
+
+const char* const DtCoordinateConverter::Geocentric = "Geocentric";
+const char* const DtCoordinateConverter::UTM = "UTM";
+const char* const DtCoordinateConverter::FlatEarth = "FlatEarth";
+const char* const DtCoordinateConverter::Lambert = "Lambert";
+const char* const DtCoordinateConverter::Cartesian = "Cartesian";
+
+namespace {
+
+const GeographicLib::Geocentric& wgs84() { return DtGlobalEllipsoid()->geocentric(); }
+
+std::string joinNumbers(std::initializer_list<std::string> fields) {
+    std::string text;
+    for (const std::string& field : fields) {
+        if (!text.empty()) text += ',';
+        text += field;
+    }
+    return text;
+}
+
+std::string num(double v) { return DtShortestDouble(v); }
+
+// Splits a stringRep into exactly `expected` numeric-or-letter fields.
+std::vector<DtString> fieldsOf(const std::string& rep, size_t expected, const char* kind) {
+    std::vector<DtString> fields;
+    DtString(rep).tokenize(',', fields);
+    if (fields.size() != expected || static_cast<size_t>(DtString(rep).count(',')) + 1 != expected) {
+        DtThrowInvalidInput(std::string("malformed ") + kind + " parameters \"" + rep + "\"");
+    }
+    return fields;
+}
+
+double numberField(const DtString& field, const std::string& rep) {
+    bool ok = false;
+    const double value = field.toDouble(&ok);
+    if (!ok || !std::isfinite(value)) {
+        DtThrowInvalidInput("malformed number \"" + field.stdString() + "\" in \"" + rep + "\"");
+    }
+    return value;
+}
+
+long integerField(const DtString& field, const std::string& rep) {
+    bool ok = false;
+    const int value = field.toInt(&ok);
+    if (!ok) DtThrowInvalidInput("malformed integer \"" + field.stdString() + "\" in \"" + rep + "\"");
+    return value;
+}
+
+void geodeticOf(const DtVector64& geoc, double& latDeg, double& lonDeg, double& h) {
+    wgs84().Reverse(geoc.x(), geoc.y(), geoc.z(), latDeg, lonDeg, h);
+}
+
+DtVector64 geocentricOf(double latDeg, double lonDeg, double h) {
+    double x, y, z;
+    wgs84().Forward(latDeg, lonDeg, h, x, y, z);
+    return DtVector64(x, y, z);
+}
+
+}  // namespace
+
+DtDegMinSec DtCoordinateConverter::convertToDmsLat(double degrees) {
+    return DtDegMinSec::fromLatitude(degrees);
+}
+
+DtDegMinSec DtCoordinateConverter::convertToDmsLon(double degrees) {
+    return DtDegMinSec::fromLongitude(degrees);
+}
+
+std::unique_ptr<DtCoordinateConverter> DtCoordinateConverter::create(const std::string& type,
+                                                                     const std::string& rep) {
+    if (type == Geocentric) return std::make_unique<DtGeocentricCoordinateConverter>();
+    if (type == Cartesian) return std::make_unique<DtCartesianCoordinateConverter>();
+    if (type == FlatEarth) return DtFlatEarthCoordinateConverter::fromStringRep(rep);
+    if (type == UTM) return DtUtmCoordinateConverter::fromStringRep(rep);
+    if (type == Lambert) return DtLambertCoordinateConverter::fromStringRep(rep);
+    DtThrowInvalidInput("unknown coordinate system type \"" + type + "\"");
+}
+
+bool DtCoordinateConverter::operator==(const DtCoordinateConverter& other) const {
+    return std::string(type()) == other.type() && stringRep() == other.stringRep();
+}
+
+std::string DtGeocentricCoordinateConverter::stringRep() const { return "WGS84"; }
+std::string DtCartesianCoordinateConverter::stringRep() const { return ""; }
+
+// ---------------------------------------------------------------- flat earth
+
+DtFlatEarthCoordinateConverter::DtFlatEarthCoordinateConverter() { setOriginDegrees(0.0, 0.0); }
+
+void DtFlatEarthCoordinateConverter::init(double latitude, double longitude) {
+    setOriginDegrees(DtRad2Deg(latitude), DtRad2Deg(longitude));
+}
+
+void DtFlatEarthCoordinateConverter::init(const DtDegMinSec& latitude,
+                                          const DtDegMinSec& longitude) {
+    setOriginDegrees(latitude.toDegrees(), longitude.toDegrees());
+}
+
+void DtFlatEarthCoordinateConverter::setOriginDegrees(double latDeg, double lonDeg) {
+    latDeg_ = latDeg;
+    lonDeg_ = lonDeg;
+    // The rotation GeographicLib gives with the origin takes local east-north-up
+    // vectors to geocentric ones; its transpose takes them back.
+    std::vector<double> rotation(9);
+    wgs84().Forward(latDeg, lonDeg, 0.0, originGeoc_[0], originGeoc_[1], originGeoc_[2],
+                    rotation);
+    std::copy(rotation.begin(), rotation.end(), enuToGeoc_);
+}
+
+std::string DtFlatEarthCoordinateConverter::stringRep() const {
+    return joinNumbers({num(latDeg_), num(lonDeg_)});
+}
+
+void DtFlatEarthCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64& cig) const {
+    const double d[3] = {geoc.x() - originGeoc_[0], geoc.y() - originGeoc_[1],
+                         geoc.z() - originGeoc_[2]};
+    const double* m = enuToGeoc_;  // row-major, columns are east, north, up
+    cig = DtVector64(m[0] * d[0] + m[3] * d[1] + m[6] * d[2], m[1] * d[0] + m[4] * d[1] + m[7] * d[2],
+                     m[2] * d[0] + m[5] * d[1] + m[8] * d[2]);
+}
+
+void DtFlatEarthCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+    const double* m = enuToGeoc_;
+    geoc = DtVector64(originGeoc_[0] + m[0] * cig.x() + m[1] * cig.y() + m[2] * cig.z(),
+                      originGeoc_[1] + m[3] * cig.x() + m[4] * cig.y() + m[5] * cig.z(),
+                      originGeoc_[2] + m[6] * cig.x() + m[7] * cig.y() + m[8] * cig.z());
+}
+
+std::unique_ptr<DtFlatEarthCoordinateConverter> DtFlatEarthCoordinateConverter::fromStringRep(
+    const std::string& rep) {
+    const std::vector<DtString> f = fieldsOf(rep, 2, "flat earth");
+    auto converter = std::make_unique<DtFlatEarthCoordinateConverter>();
+    converter->setOriginDegrees(numberField(f[0], rep), numberField(f[1], rep));
+    return converter;
+}
+
+// ---------------------------------------------------------------- UTM
+
+DtUtmCoordinateConverter::DtUtmCoordinateConverter() { init(31, 'N', false); }
+
+void DtUtmCoordinateConverter::setZone(long zone, bool haveOrigin) {
+    zone_ = static_cast<int32_t>(zone);
+    if (zone >= GeographicLib::UTMUPS::MINUTMZONE && zone <= GeographicLib::UTMUPS::MAXUTMZONE) {
+        effectiveZone_ = static_cast<int>(zone);
+    } else if (haveOrigin && std::fabs(originLatDeg_) <= 90.0) {
+        effectiveZone_ = GeographicLib::UTMUPS::StandardZone(originLatDeg_, originLonDeg_);
+    } else {
+        effectiveZone_ = GeographicLib::UTMUPS::UPS;
+    }
+}
+
+void DtUtmCoordinateConverter::init(long zone, char hemisphere, bool applyFalseOrigin) {
+    init(0.0, 0.0, 0.0, zone, hemisphere, applyFalseOrigin);
+}
+
+void DtUtmCoordinateConverter::init(double falseOriginX, double falseOriginY,
+                                    double falseOriginZ, long zone, char hemisphere,
+                                    bool applyFalseOrigin) {
+    hemisphere_ = (hemisphere == 'S' || hemisphere == 's') ? 'S' : 'N';
+    falseOrigin_[0] = falseOriginX;
+    falseOrigin_[1] = falseOriginY;
+    falseOrigin_[2] = falseOriginZ;
+    applyFalseOrigin_ = applyFalseOrigin;
+    ellipsoidCode_ = 0;
+    setZone(zone, false);
+    // Without an origin of its own, the zone's central meridian on the equator is one.
+    originLatDeg_ = 0.0;
+    originLonDeg_ = effectiveZone_ == GeographicLib::UTMUPS::UPS ? 0.0 : 6.0 * effectiveZone_ - 183.0;
+}
+
+void DtUtmCoordinateConverter::init(double latitude, double longitude, long zone,
+                                    int ellipsoidCode) {
+    originLatDeg_ = latitude;
+    originLonDeg_ = longitude;
+    hemisphere_ = latitude < 0.0 ? 'S' : 'N';
+    falseOrigin_[0] = falseOrigin_[1] = falseOrigin_[2] = 0.0;
+    applyFalseOrigin_ = false;
+    ellipsoidCode_ = static_cast<uint8_t>(ellipsoidCode);
+    setZone(zone, true);
+}
+
+void DtUtmCoordinateConverter::init(const DtDegMinSec& latitude, const DtDegMinSec& longitude,
+                                    long zone, int ellipsoidCode) {
+    init(latitude.toDegrees(), longitude.toDegrees(), zone, ellipsoidCode);
+}
+
+std::string DtUtmCoordinateConverter::stringRep() const {
+    return joinNumbers({num(originLatDeg_), num(originLonDeg_), std::to_string(zone_),
+                        std::to_string(effectiveZone_), std::string(1, hemisphere_),
+                        num(falseOrigin_[0]), num(falseOrigin_[1]), num(falseOrigin_[2]),
+                        applyFalseOrigin_ ? "1" : "0", std::to_string(ellipsoidCode_)});
+}
+
+void DtUtmCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64& cig) const {
+    double lat, lon, h;
+    geodeticOf(geoc, lat, lon, h);
+    double easting, northing;
+    try {
+        int zone;
+        bool northp;
+        GeographicLib::UTMUPS::Forward(lat, lon, zone, northp, easting, northing, effectiveZone_);
+        // Northing in the converter's hemisphere even for points across the equator.
+        GeographicLib::UTMUPS::Transfer(zone, northp, easting, northing, effectiveZone_,
+                                        hemisphere_ == 'N', easting, northing, zone);
+    } catch (const GeographicLib::GeographicErr& error) {
+        DtThrowInvalidInput(std::string("position outside the UTM zone: ") + error.what());
+    }
+    if (applyFalseOrigin_) {
+        easting -= falseOrigin_[0];
+        northing -= falseOrigin_[1];
+        h -= falseOrigin_[2];
+    }
+    cig = DtVector64(easting, northing, h);
+}
+
+void DtUtmCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+    double easting = cig.x();
+    double northing = cig.y();
+    double h = cig.z();
+    if (applyFalseOrigin_) {
+        easting += falseOrigin_[0];
+        northing += falseOrigin_[1];
+        h += falseOrigin_[2];
+    }
+    double lat, lon;
+    try {
+        GeographicLib::UTMUPS::Reverse(effectiveZone_, hemisphere_ == 'N', easting, northing, lat,
+                                       lon);
+    } catch (const GeographicLib::GeographicErr& error) {
+        DtThrowInvalidInput(std::string("position outside the UTM zone: ") + error.what());
+    }
+    geoc = geocentricOf(lat, lon, h);
+}
+
+std::unique_ptr<DtUtmCoordinateConverter> DtUtmCoordinateConverter::fromStringRep(
+    const std::string& rep) {
+    const std::vector<DtString> f = fieldsOf(rep, 10, "UTM");
+    auto c = std::make_unique<DtUtmCoordinateConverter>();
+    c->originLatDeg_ = numberField(f[0], rep);
+    c->originLonDeg_ = numberField(f[1], rep);
+    c->zone_ = static_cast<int32_t>(integerField(f[2], rep));
+    const long effective = integerField(f[3], rep);
+    if (effective < GeographicLib::UTMUPS::UPS || effective > GeographicLib::UTMUPS::MAXUTMZONE ||
+        (f[4] != "N" && f[4] != "S")) {
+        DtThrowInvalidInput("malformed UTM parameters \"" + rep + "\"");
+    }
+    c->effectiveZone_ = static_cast<int>(effective);
+    c->hemisphere_ = f[4][0];
+    for (int i = 0; i < 3; ++i) c->falseOrigin_[i] = numberField(f[5 + i], rep);
+    c->applyFalseOrigin_ = integerField(f[8], rep) != 0;
+    c->ellipsoidCode_ = static_cast<uint8_t>(integerField(f[9], rep));
+    return c;
+}
+
+// ---------------------------------------------------------------- Lambert
+
+struct DtLambertCoordinateConverter::Projection {
+    GeographicLib::LambertConformalConic lcc;
+    double originNorthing;
+};
+
+DtLambertCoordinateConverter::DtLambertCoordinateConverter() { init(0.0, 0.0, 30.0, 60.0); }
+DtLambertCoordinateConverter::~DtLambertCoordinateConverter() = default;
+
+void DtLambertCoordinateConverter::init(double originLatitude, double originLongitude,
+                                        double parallel1, double parallel2) {
+    originLatDeg_ = originLatitude;
+    originLonDeg_ = originLongitude;
+    parallel1Deg_ = parallel1;
+    parallel2Deg_ = parallel2;
+    projection_.reset();
+    try {
+        GeographicLib::LambertConformalConic lcc(GeographicLib::Constants::WGS84_a(),
+                                                 GeographicLib::Constants::WGS84_f(), parallel1,
+                                                 parallel2, 1.0);
+        double x, originNorthing, gamma, k;
+        lcc.Forward(originLongitude, originLatitude, originLongitude, x, originNorthing, gamma, k);
+        if (std::isfinite(originNorthing)) {
+            projection_.reset(new Projection{lcc, originNorthing});
+        }
+    } catch (const GeographicLib::GeographicErr&) {
+        // Impossible parallels: the converter keeps its parameters and refuses to convert.
+    }
+}
+
+void DtLambertCoordinateConverter::init(const DtDegMinSec& originLatitude,
+                                        const DtDegMinSec& originLongitude,
+                                        const DtDegMinSec& parallel1, const DtDegMinSec& parallel2) {
+    init(originLatitude.toDegrees(), originLongitude.toDegrees(), parallel1.toDegrees(),
+         parallel2.toDegrees());
+}
+
+std::string DtLambertCoordinateConverter::stringRep() const {
+    return joinNumbers({num(originLatDeg_), num(originLonDeg_), num(parallel1Deg_), num(parallel2Deg_)});
+}
+
+void DtLambertCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64& cig) const {
+    if (!projection_) DtThrowInvalidInput("Lambert converter with impossible standard parallels");
+    double lat, lon, h;
+    geodeticOf(geoc, lat, lon, h);
+    double x, y, gamma, k;
+    projection_->lcc.Forward(originLonDeg_, lat, lon, x, y, gamma, k);
+    cig = DtVector64(x, y - projection_->originNorthing, h);
+}
+
+void DtLambertCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+    if (!projection_) DtThrowInvalidInput("Lambert converter with impossible standard parallels");
+    double lat, lon, gamma, k;
+    projection_->lcc.Reverse(originLonDeg_, cig.x(), cig.y() + projection_->originNorthing, lat,
+                             lon, gamma, k);
+    geoc = geocentricOf(lat, lon, cig.z());
+}
+
+std::unique_ptr<DtLambertCoordinateConverter> DtLambertCoordinateConverter::fromStringRep(
+    const std::string& rep) {
+    const std::vector<DtString> f = fieldsOf(rep, 4, "Lambert");
+    auto c = std::make_unique<DtLambertCoordinateConverter>();
+    c->init(numberField(f[0], rep), numberField(f[1], rep), numberField(f[2], rep),
+            numberField(f[3], rep));
+    return c;
+}
+
+}  // namespace kelZor

@@ -1,0 +1,175 @@
+// The engine's coordinate converters. Each converts between geocentric coordinates
+// (earth-centred, earth-fixed, metres, WGS84) and its own "cig" frame:
+//
+//   Geocentric  cig is geocentric.
+//   Cartesian   a local frame with no georeference; cig is passed through unchanged.
+//   FlatEarth   a local tangent plane at the origin: x east, y north, z up, metres.
+//   UTM         easting, northing and ellipsoidal height in metres, in the converter's
+//               zone and hemisphere, less the false origin when one is applied.
+//   Lambert     Lambert conformal conic on the two standard parallels: x east of the
+//               origin's meridian, y north of the origin's parallel, z height, metres.
+//
+// stringRep() is a text from which create() rebuilds an equal converter:
+//   DtCoordinateSystem system(DtCoordinateConverter::UTM, utm.stringRep());
+// The UTM and flat-earth texts both begin "<latitude>,<longitude>," in degrees.
+//
+// Conversions that the projection cannot make (a point far outside a UTM zone, a
+// Lambert set-up with impossible parallels) throw DtTemplatedException<-1>.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "matrix/DtAngles.h"
+#include "matrix/DtVector64.h"
+
+namespace kelZor {
+
+class DtCoordinateConverter {
+public:
+    static const char* const Geocentric;
+    static const char* const UTM;
+    static const char* const FlatEarth;
+    static const char* const Lambert;
+    static const char* const Cartesian;
+
+    virtual ~DtCoordinateConverter() = default;
+    // One of the five type constants.
+    virtual const char* type() const = 0;
+    virtual std::string stringRep() const = 0;
+    virtual void geocToCig(const DtVector64& geoc, DtVector64& cig) const = 0;
+    virtual void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const = 0;
+
+    static DtDegMinSec convertToDmsLat(double degrees);
+    static DtDegMinSec convertToDmsLon(double degrees);
+
+    // Rebuilds a converter from its type constant's text and its stringRep(). Throws
+    // DtTemplatedException<-1> for an unknown type or a text that does not parse.
+    static std::unique_ptr<DtCoordinateConverter> create(const std::string& type,
+                                                         const std::string& rep);
+
+    // Same kind and same parameters.
+    bool operator==(const DtCoordinateConverter& other) const;
+    bool operator!=(const DtCoordinateConverter& other) const { return !(*this == other); }
+};
+
+class DtGeocentricCoordinateConverter : public DtCoordinateConverter {
+public:
+    const char* type() const override { return Geocentric; }
+    std::string stringRep() const override;
+    void geocToCig(const DtVector64& geoc, DtVector64& cig) const override { cig = geoc; }
+    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override { geoc = cig; }
+};
+
+class DtCartesianCoordinateConverter : public DtCoordinateConverter {
+public:
+    const char* type() const override { return Cartesian; }
+    std::string stringRep() const override;
+    void geocToCig(const DtVector64& geoc, DtVector64& cig) const override { cig = geoc; }
+    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override { geoc = cig; }
+};
+
+class DtFlatEarthCoordinateConverter : public DtCoordinateConverter {
+public:
+    DtFlatEarthCoordinateConverter();
+    const char* type() const override { return FlatEarth; }
+    // Origin latitude and longitude in radians.
+    virtual void init(double latitude, double longitude);
+    virtual void init(const DtDegMinSec& latitude, const DtDegMinSec& longitude);
+    // "<latitude>,<longitude>" in degrees.
+    std::string stringRep() const override;
+    void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
+    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
+    // Origin, radians.
+    double lat() const { return DtDeg2Rad(latDeg_); }
+    double lon() const { return DtDeg2Rad(lonDeg_); }
+
+    static std::unique_ptr<DtFlatEarthCoordinateConverter> fromStringRep(const std::string& rep);
+
+private:
+    void setOriginDegrees(double latDeg, double lonDeg);
+    // Degrees are kept as given so that stringRep() reads back to the same text.
+    double latDeg_ = 0.0;
+    double lonDeg_ = 0.0;
+    double originGeoc_[3] = {0.0, 0.0, 0.0};
+    double enuToGeoc_[9] = {0.0};
+};
+
+class DtUtmCoordinateConverter : public DtCoordinateConverter {
+public:
+    DtUtmCoordinateConverter();
+    const char* type() const override { return UTM; }
+
+    // `applyFalseOrigin`: whether the false origin (x, y, z) is subtracted from easting,
+    // northing and height in the cig frame. A zone outside 1..60 is taken from the origin
+    // (the standard zone of that point; without an origin, the polar UPS system).
+    virtual void init(long zone, char hemisphere, bool applyFalseOrigin);
+    virtual void init(double falseOriginX, double falseOriginY, double falseOriginZ, long zone,
+                      char hemisphere, bool applyFalseOrigin);
+    // Origin in degrees; the hemisphere is the origin's. `ellipsoidCode` is kept and
+    // reported; 0 is WGS84, the only ellipsoid this host computes on.
+    virtual void init(double latitude, double longitude, long zone, int ellipsoidCode);
+    virtual void init(const DtDegMinSec& latitude, const DtDegMinSec& longitude, long zone,
+                      int ellipsoidCode);
+
+    virtual uint8_t ellipsoidCode() const { return ellipsoidCode_; }
+    // The zone given to init, which may be out of range; effectiveZone() is used.
+    virtual int32_t zone() const { return zone_; }
+    virtual char hemisphere() const { return hemisphere_; }
+    virtual DtDegMinSec originLatitude() const { return convertToDmsLat(originLatDeg_); }
+    virtual DtDegMinSec originLongitude() const { return convertToDmsLon(originLonDeg_); }
+    int effectiveZone() const { return effectiveZone_; }
+
+    // "<lat>,<lon>,<zone>,<effective zone>,<N|S>,<fx>,<fy>,<fz>,<0|1>,<ellipsoid>"
+    std::string stringRep() const override;
+    void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
+    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
+
+    static std::unique_ptr<DtUtmCoordinateConverter> fromStringRep(const std::string& rep);
+
+private:
+    void setZone(long zone, bool haveOrigin);
+    double originLatDeg_ = 0.0;
+    double originLonDeg_ = 0.0;
+    int32_t zone_ = 0;
+    int effectiveZone_ = 0;
+    char hemisphere_ = 'N';
+    double falseOrigin_[3] = {0.0, 0.0, 0.0};
+    bool applyFalseOrigin_ = false;
+    uint8_t ellipsoidCode_ = 0;
+};
+
+class DtLambertCoordinateConverter : public DtCoordinateConverter {
+public:
+    DtLambertCoordinateConverter();
+    ~DtLambertCoordinateConverter() override;
+    const char* type() const override { return Lambert; }
+    // Origin latitude and longitude and the two standard parallels, in degrees.
+    virtual void init(double originLatitude, double originLongitude, double parallel1,
+                      double parallel2);
+    virtual void init(const DtDegMinSec& originLatitude, const DtDegMinSec& originLongitude,
+                      const DtDegMinSec& parallel1, const DtDegMinSec& parallel2);
+
+    virtual double originLatitude() const { return originLatDeg_; }
+    virtual double originLongitude() const { return originLonDeg_; }
+    virtual double parallel1() const { return parallel1Deg_; }
+    virtual double parallel2() const { return parallel2Deg_; }
+
+    // "<origin lat>,<origin lon>,<parallel 1>,<parallel 2>" in degrees.
+    std::string stringRep() const override;
+    void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
+    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
+
+    static std::unique_ptr<DtLambertCoordinateConverter> fromStringRep(const std::string& rep);
+
+private:
+    struct Projection;
+    double originLatDeg_ = 0.0;
+    double originLonDeg_ = 0.0;
+    double parallel1Deg_ = 0.0;
+    double parallel2Deg_ = 0.0;
+    std::unique_ptr<Projection> projection_;  // null when the parallels are impossible
+};
+
+}  // namespace kelZor

@@ -1,0 +1,50 @@
+#include "zorTerrain/zorTerrain.h"
+
+#include <initializer_list>
+#include <string>
+
+#include "gdb/DtVectorDataInitializer.h"
+#include "zorCore/DtDe.h"
+#include "zorCore/DtGeoTiffHeaderParser.h"
+#include "zorCore/DtHeaderParser.h"
+#include "zorTerrain/DtOpenFlightHeaderParser.h"
+
+namespace kelZor {
+namespace zorTerrain {
+
+namespace {
+
+void registerParser(DtHeaderParserFactory& factory, const char* name,
+                    DtHeaderParserCreator* creator, std::initializer_list<const char*> extensions) {
+    factory.registerCreator(name, creator);
+    for (const char* extension : extensions) factory.registerExtension(extension, name);
+}
+
+void setVectorConfigDirectory(DtDe& de) {
+    const std::string directory = de.configurationService().configurationDirectory();
+    DtVectorDataInitializer::setDefaultDfadConfigDirectory(DtFilename(directory + "/importConfig"));
+}
+
+// Registration order is part of the contract: hosts list parsers in this order.
+void registerHeaderParsers(DtDe& de) {
+    DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
+    registerParser(factory, "DtOpenFlightHeaderParser", new DtOpenFlightHeaderParserCreator, {"flt"});
+    registerParser(factory, "DtGeoTiffHeaderParser", new DtGeoTiffHeaderParserCreator,
+                   {"tif", "tiff"});
+    registerParser(factory, "DtImageHeaderParser", new DtImageHeaderParserCreator,
+                   {"jpeg", "jpg", "bmp", "png", "gif", "rgb"});
+}
+
+}  // namespace
+
+void init(DtDe& de) {
+    void* const self = reinterpret_cast<void*>(&init);
+    if (de.isInitFunctionRegistered(self)) return;
+    de.registerInitFunction(self);
+
+    setVectorConfigDirectory(de);
+    registerHeaderParsers(de);
+}
+
+}  // namespace zorTerrain
+}  // namespace kelZor

@@ -1,0 +1,161 @@
+#include "Inspect.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "JsonWriter.h"
+#include "hxutil/DtException.h"
+#include "zorCore/DtDe.h"
+#include "zorCore/DtHeaderParser.h"
+#include "zorUtil/DtZorFilesystem.h"
+
+using kelZor::DtDe;
+using kelZor::DtHeaderParser;
+using kelZor::DtHeaderParserFactory;
+
+namespace {
+
+// A reason the file cannot be asked at all, or "".
+std::string fileProblem(const std::string& path) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0) {
+        return errno == ENOENT ? "no such file" : std::string("cannot be read: ") + std::strerror(errno);
+    }
+    if (S_ISDIR(info.st_mode)) return "is a directory, not a terrain file";
+    if (::access(path.c_str(), R_OK) != 0) {
+        return std::string("cannot be read: ") + std::strerror(errno);
+    }
+    return "";
+}
+
+std::string noParserProblem(const std::string& path) {
+    const std::string extension = kelZor::DtZorFilesystem::extensionCaseSensitive(path, true);
+    if (extension.empty()) return "has no extension, so no parser can be chosen";
+    return "no parser is registered for the extension \"" + extension + "\"";
+}
+
+void askParser(DtHeaderParser& parser, InspectResult& result) {
+    try {
+        result.valid = parser.isValid();
+    } catch (const DtException& error) {
+        result.problem = result.parser + " threw: " + error.message() + " (at " + error.where() + ")";
+        return;
+    } catch (const std::exception& error) {
+        result.problem = result.parser + " threw: " + error.what();
+        return;
+    }
+    if (!result.valid) {
+        result.problem = result.parser + " does not accept the file";
+        return;
+    }
+    result.coordinateSystem = parser.terrainCoordinateSystem();
+    result.parameters = parser.terrainCoordinateSystemParameters();
+    result.patches = parser.terrainPatchRecords();
+}
+
+void printText(const InspectResult& r, std::ostream& out) {
+    out << r.path << "\n";
+    out << "  parser:            " << (r.parser.empty() ? "(none)" : r.parser) << "\n";
+    out << "  valid:             " << (r.valid ? "yes" : "no") << "\n";
+    if (!r.valid) return;
+    out << "  coordinate system: " << (r.coordinateSystem.empty() ? "(none)" : r.coordinateSystem)
+        << "\n";
+    out << "  parameters:        " << r.parameters << "\n";
+    out << "  patches:           " << r.patches.size() << "\n";
+    int index = 0;
+    for (const kelArchives::DtTerrainPatchRecord& patch : r.patches) {
+        const kelArchives::DtModelDefinitionRecord& d = patch.terrainPatchDefinitionRecord();
+        out << "    [" << ++index << "] name:              " << d.name() << "\n";
+        out << "        file name:         " << d.filename() << "\n";
+        out << "        coordinate system: " << d.coordinateSystem() << "\n";
+        out << "        parameters:        " << d.coordinateSystemParameters() << "\n";
+        out << "        schema:            " << d.schema() << "\n";
+    }
+}
+
+void writeJson(const InspectResult& r, JsonWriter& json) {
+    json.beginObject();
+    json.key("path");
+    json.value(r.path);
+    json.key("parser");
+    if (r.parser.empty()) {
+        json.null();
+    } else {
+        json.value(r.parser);
+    }
+    json.key("valid");
+    json.value(r.valid);
+    json.key("coordinateSystem");
+    json.value(r.coordinateSystem);
+    json.key("parameters");
+    json.value(r.parameters);
+    json.key("patches");
+    json.beginArray();
+    for (const kelArchives::DtTerrainPatchRecord& patch : r.patches) {
+        const kelArchives::DtModelDefinitionRecord& d = patch.terrainPatchDefinitionRecord();
+        json.beginObject();
+        json.key("name");
+        json.value(d.name());
+        json.key("filename");
+        json.value(d.filename());
+        json.key("coordinateSystem");
+        json.value(d.coordinateSystem());
+        json.key("parameters");
+        json.value(d.coordinateSystemParameters());
+        json.key("schema");
+        json.value(d.schema());
+        json.endObject();
+    }
+    json.endArray();
+    json.endObject();
+}
+
+}  // namespace
+
+InspectResult inspectPath(DtDe& de, const std::string& path) {
+    InspectResult result;
+    result.path = path;
+    DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
+    result.parser = factory.parserNameForPath(path);
+    if (result.parser.empty()) {
+        result.problem = noParserProblem(path);
+        return result;
+    }
+    result.problem = fileProblem(path);
+    if (!result.problem.empty()) return result;
+    std::unique_ptr<DtHeaderParser> parser(factory.createHeaderParser(path));
+    if (!parser) {
+        result.problem = "the creator of " + result.parser + " made no parser";
+        return result;
+    }
+    askParser(*parser, result);
+    return result;
+}
+
+int runInspect(DtDe& de, const std::vector<std::string>& paths, bool json, std::ostream& out,
+               std::ostream& err) {
+    bool allValid = true;
+    JsonWriter writer(out);
+    if (json) writer.beginArray();
+    for (const std::string& path : paths) {
+        const InspectResult result = inspectPath(de, path);
+        if (!result.valid) {
+            allValid = false;
+            err << "zorhost: " << path << ": " << result.problem << "\n";
+        }
+        if (json) {
+            writeJson(result, writer);
+        } else {
+            printText(result, out);
+        }
+    }
+    if (json) {
+        writer.endArray();
+        out << "\n";
+    }
+    return allValid ? 0 : 1;
+}

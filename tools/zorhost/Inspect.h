@@ -1,0 +1,34 @@
+// `zorhost inspect`: asks the engine's header parsers about terrain files, as the
+// engine itself does, and tells a person (or a program, with JSON) what they answered.
+#pragma once
+
+#include <list>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "kelArchives/DtModelDefinitionRecord.h"
+
+namespace kelZor {
+class DtDe;
+}
+
+// What the parser road gave for one path.
+struct InspectResult {
+    std::string path;
+    std::string parser;  // registered name; empty when no extension fits
+    bool valid = false;
+    std::string coordinateSystem;
+    std::string parameters;
+    std::list<kelArchives::DtTerrainPatchRecord> patches;
+    std::string problem;  // why it is not valid, for a person; empty when valid
+};
+
+// Walks DtHeaderParserFactory::createHeaderParser, isValid and the accessors for one
+// path. Never throws: an exception from isValid becomes the result's problem.
+InspectResult inspectPath(kelZor::DtDe& de, const std::string& path);
+
+// Inspects every path, prints the results to `out` (text or one JSON array) and one
+// line per problem to `err`. Answers 0 when every path was valid, else 1.
+int runInspect(kelZor::DtDe& de, const std::vector<std::string>& paths, bool json,
+               std::ostream& out, std::ostream& err);

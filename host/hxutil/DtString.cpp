@@ -52,7 +52,10 @@ double parseDouble(const std::string& text, bool* ok) {
     errno = 0;
     char* end = nullptr;
     const double value = std::strtod(t.c_str(), &end);
-    if (end != t.c_str() + t.size() || errno == ERANGE) return fail<double>(ok);
+    // Underflow to a subnormal still reads back the text's value; only overflow fails.
+    if (end != t.c_str() + t.size() || (errno == ERANGE && std::isinf(value))) {
+        return fail<double>(ok);
+    }
     return succeed(ok, value);
 }
 

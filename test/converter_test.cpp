@@ -132,13 +132,17 @@ TEST(Converters, stringRepRebuildsAnEqualConverter) {
     utm.init(0.1, -0.2, 0.3, 17, 's', true);
     DtFlatEarthCoordinateConverter flat;
     flat.init(0.7941248097, 0.1745329252);  // radians that are no round number of degrees
+    DtFlatEarthCoordinateConverter nowhere;  // as a corrupt file may set one up
+    nowhere.init(std::nan(""), -HUGE_VAL);
+    DtUtmCoordinateConverter noZone;  // no zone, and no longitude to take one from
+    noZone.init(0.0, std::nan(""), 0, 0);
     DtLambertCoordinateConverter lambert;
     lambert.init(23.0, -96.0, 29.5, 45.5);
     DtGeocentricCoordinateConverter geocentric;
     DtCartesianCoordinateConverter cartesian;
     for (const DtCoordinateConverter* c :
-         std::initializer_list<const DtCoordinateConverter*>{&utm, &flat, &lambert, &geocentric,
-                                                             &cartesian}) {
+         std::initializer_list<const DtCoordinateConverter*>{&utm, &noZone, &flat, &nowhere, &lambert,
+                                                             &geocentric, &cartesian}) {
         SCOPED_TRACE(c->type());
         const DtCoordinateSystem system(c->type(), c->stringRep());
         EXPECT_EQ(system.type(), c->type());
@@ -171,7 +175,7 @@ TEST(Converters, malformedParametersAreInvalidInput) {
         {"UTM", "45.5,10,32,99,N,0,0,0,0,0"},
         {"UTM", "45.5,,10,32,32,N,0,0,0,0"},
         {"FlatEarth", "45.5"},
-        {"FlatEarth", "45.5,nan"},
+        {"FlatEarth", "45.5,north"},
         {"FlatEarth", "45.5,10,"},
         {"Lambert", "1,2,3"},
         {"Mercator", "1,2"},

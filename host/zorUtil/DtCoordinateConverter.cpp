@@ -45,10 +45,12 @@ std::vector<DtString> fieldsOf(const std::string& rep, size_t expected, const ch
     return fields;
 }
 
+// Non-finite values are accepted: a converter set up with one must still rebuild
+// from its own text.
 double numberField(const DtString& field, const std::string& rep) {
     bool ok = false;
     const double value = field.toDouble(&ok);
-    if (!ok || !std::isfinite(value)) {
+    if (!ok) {
         DtThrowInvalidInput("malformed number \"" + field.stdString() + "\" in \"" + rep + "\"");
     }
     return value;
@@ -157,7 +159,7 @@ void DtUtmCoordinateConverter::setZone(long zone, bool haveOrigin) {
     zone_ = static_cast<int32_t>(zone);
     if (zone >= GeographicLib::UTMUPS::MINUTMZONE && zone <= GeographicLib::UTMUPS::MAXUTMZONE) {
         effectiveZone_ = static_cast<int>(zone);
-    } else if (haveOrigin && std::fabs(originLatDeg_) <= 90.0) {
+    } else if (haveOrigin && std::fabs(originLatDeg_) <= 90.0 && std::isfinite(originLonDeg_)) {
         effectiveZone_ = GeographicLib::UTMUPS::StandardZone(originLatDeg_, originLonDeg_);
     } else {
         effectiveZone_ = GeographicLib::UTMUPS::UPS;

@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Builds zorTerrain and passes every test: the suite in a normal build, the suite again
+# under AddressSanitizer + UndefinedBehaviorSanitizer, then each libFuzzer target for a
+# short bounded time (FUZZ_SECONDS, default 30) when clang is present.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/install-deps.sh
+
+jobs=$(nproc)
+fuzz_seconds=${FUZZ_SECONDS:-30}
+generator=()
+command -v ninja >/dev/null && generator=(-G Ninja)
+
+step() { printf '\n== %s ==\n' "$*"; }
+
+step "normal build and tests"
+cmake -S . -B build "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j "$jobs"
+ctest --test-dir build --output-on-failure -j "$jobs"
+
+step "AddressSanitizer + UndefinedBehaviorSanitizer build and tests"
+cmake -S . -B build-asan "${generator[@]}" -DCMAKE_BUILD_TYPE=Debug -DZOR_SANITIZE=ON \
+      -DZOR_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build build-asan -j "$jobs"
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build-asan --output-on-failure -j "$jobs"
+
+if command -v clang++ >/dev/null; then
+  step "fuzz targets, ${fuzz_seconds}s each"
+  cmake -S . -B build-fuzz "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DCMAKE_CXX_COMPILER=clang++ -DZOR_BUILD_FUZZERS=ON -DZOR_BUILD_TESTS=OFF \
+        -DZOR_BUILD_BENCHMARKS=OFF >/dev/null
+  cmake --build build-fuzz -j "$jobs"
+  for target in build-fuzz/fuzz/fuzz_*; do
+    [[ -x "$target" && "$target" != *_replay ]] || continue
+    name=$(basename "$target")
+    corpus_dir=fuzz/corpus/${name#fuzz_}
+    work=$(mktemp -d)
+    cp -r "$corpus_dir"/. "$work"/ 2>/dev/null || true
+    echo "-- $name"
+    # A crash leaves its input in fuzz/findings/ to be added to the corpus once fixed.
+    mkdir -p fuzz/findings
+    "$target" "$work" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=2048 \
+      -artifact_prefix=fuzz/findings/"$name"- -print_final_stats=1 2>&1 | tail -n 12
+    rm -rf "$work"
+  done
+else
+  step "clang++ not found: fuzz targets skipped"
+fi
+
+step "all tests passed"

@@ -38,10 +38,14 @@ public:
 private:
     static double timeUnitToNanoseconds(benchmark::TimeUnit unit) {
         switch (unit) {
-            case benchmark::kSecond: return 1e9;
-            case benchmark::kMillisecond: return 1e6;
-            case benchmark::kMicrosecond: return 1e3;
-            default: return 1.0;
+            case benchmark::kSecond:
+                return 1e9;
+            case benchmark::kMillisecond:
+                return 1e6;
+            case benchmark::kMicrosecond:
+                return 1e3;
+            default:
+                return 1.0;
         }
     }
     std::map<std::string, double> nanosecondsPerIteration_;

@@ -22,7 +22,8 @@ inline kelZor::DtDe& fuzzEngine() {
 inline std::string writeScratchFile(const uint8_t* data, size_t size, const char* extension) {
     const std::string path = "/tmp/zorfuzz-" + std::to_string(getpid()) + "." + extension;
     if (FILE* file = std::fopen(path.c_str(), "wb")) {
-        if (size) std::fwrite(data, 1, size, file);
+        if (size)
+            std::fwrite(data, 1, size, file);
         std::fclose(file);
     }
     return path;

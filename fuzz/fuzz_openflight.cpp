@@ -6,7 +6,8 @@
 #include "zorCore/DtHeaderParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > 4096) return 0;  // only the first 324 bytes are ever read
+    if (size > 4096)
+        return 0;  // only the first 324 bytes are ever read
     const std::string path = writeScratchFile(data, size, "flt");
     kelZor::DtHeaderParserFactory& factory = kelZor::DtHeaderParserFactory::instance(fuzzEngine());
     std::unique_ptr<kelZor::DtHeaderParser> parser(factory.createHeaderParser(path));
@@ -14,8 +15,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         // The parameters must rebuild a converter of the same kind.
         kelZor::DtCoordinateSystem system(parser->terrainCoordinateSystem(),
                                           parser->terrainCoordinateSystemParameters());
-        if (system.type() != parser->terrainCoordinateSystem()) __builtin_trap();
-        if (parser->terrainPatchRecords().size() != 1) __builtin_trap();
+        if (system.type() != parser->terrainCoordinateSystem())
+            __builtin_trap();
+        if (parser->terrainPatchRecords().size() != 1)
+            __builtin_trap();
     }
     std::remove(path.c_str());
     return 0;

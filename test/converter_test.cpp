@@ -15,7 +15,8 @@ using namespace kelZor;
 namespace {
 
 DtVector64 geocOf(double latDeg, double lonDeg, double h) {
-    return DtGeodeticCoord(DtDeg2Rad(latDeg), DtDeg2Rad(lonDeg), h, DtGlobalEllipsoid()).geocentric();
+    return DtGeodeticCoord(DtDeg2Rad(latDeg), DtDeg2Rad(lonDeg), h, DtGlobalEllipsoid())
+        .geocentric();
 }
 
 double distance(const DtVector64& a, const DtVector64& b) {
@@ -131,7 +132,7 @@ TEST(Converters, stringRepRebuildsAnEqualConverter) {
     DtUtmCoordinateConverter utm;
     utm.init(0.1, -0.2, 0.3, 17, 's', true);
     DtFlatEarthCoordinateConverter flat;
-    flat.init(0.7941248097, 0.1745329252);  // radians that are no round number of degrees
+    flat.init(0.7941248097, 0.1745329252);   // radians that are no round number of degrees
     DtFlatEarthCoordinateConverter nowhere;  // as a corrupt file may set one up
     nowhere.init(std::nan(""), -HUGE_VAL);
     DtUtmCoordinateConverter noZone;  // no zone, and no longitude to take one from
@@ -140,9 +141,8 @@ TEST(Converters, stringRepRebuildsAnEqualConverter) {
     lambert.init(23.0, -96.0, 29.5, 45.5);
     DtGeocentricCoordinateConverter geocentric;
     DtCartesianCoordinateConverter cartesian;
-    for (const DtCoordinateConverter* c :
-         std::initializer_list<const DtCoordinateConverter*>{&utm, &noZone, &flat, &nowhere, &lambert,
-                                                             &geocentric, &cartesian}) {
+    for (const DtCoordinateConverter* c : std::initializer_list<const DtCoordinateConverter*>{
+             &utm, &noZone, &flat, &nowhere, &lambert, &geocentric, &cartesian}) {
         SCOPED_TRACE(c->type());
         const DtCoordinateSystem system(c->type(), c->stringRep());
         EXPECT_EQ(system.type(), c->type());
@@ -151,7 +151,8 @@ TEST(Converters, stringRepRebuildsAnEqualConverter) {
         EXPECT_EQ(copy.converter()->stringRep(), c->stringRep());
     }
     EXPECT_EQ(lambert.stringRep(), "23,-96,29.5,45.5");
-    EXPECT_NE(DtCoordinateSystem(DtCoordinateConverter::UTM, utm.stringRep()).utmConverter(), nullptr);
+    EXPECT_NE(DtCoordinateSystem(DtCoordinateConverter::UTM, utm.stringRep()).utmConverter(),
+              nullptr);
     EXPECT_EQ(DtCoordinateSystem(DtCoordinateConverter::UTM, utm.stringRep()).flatEarthConverter(),
               nullptr);
 }

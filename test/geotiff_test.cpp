@@ -20,9 +20,11 @@ std::string makeRaster(const TempDir& dir, const std::string& name, const char* 
     GDALAllRegister();
     const std::string path = dir.file(name);
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driverName);
-    if (!driver) return path;
+    if (!driver)
+        return path;
     GDALDatasetUniquePtr dataset(driver->Create(path.c_str(), 4, 4, 1, GDT_Byte, nullptr));
-    if (!dataset) return path;
+    if (!dataset)
+        return path;
     if (epsg != 0) {
         OGRSpatialReference srs;
         srs.importFromEPSG(epsg);
@@ -65,7 +67,8 @@ TEST(GeoTiffHeaderParser, coordinateSystemsBecomeConverterKinds) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.epsg);
-        const Answer a = askGeoTiff(makeRaster(dir, std::to_string(c.epsg) + ".tif", "GTiff", c.epsg));
+        const Answer a =
+            askGeoTiff(makeRaster(dir, std::to_string(c.epsg) + ".tif", "GTiff", c.epsg));
         EXPECT_EQ(a.valid, c.valid);
         EXPECT_EQ(a.type, c.type);
     }
@@ -99,7 +102,8 @@ TEST(ImageHeaderParser, anyImageGdalOpensWithNoCoordinateSystem) {
     GDALDriver* pngDriver = GetGDALDriverManager()->GetDriverByName("PNG");
     ASSERT_NE(pngDriver, nullptr);
     const std::string png = dir.file("picture.png");
-    GDALDatasetUniquePtr(pngDriver->CreateCopy(png.c_str(), source.get(), false, nullptr, nullptr, nullptr));
+    GDALDatasetUniquePtr(
+        pngDriver->CreateCopy(png.c_str(), source.get(), false, nullptr, nullptr, nullptr));
 
     DtImageHeaderParser parser(png);
     ASSERT_TRUE(parser.isValid());

@@ -30,8 +30,8 @@ TEST(DtString, conversionsRejectWhatIsNotWholeNumber) {
         bool intOk;
         int intValue;
     };
-    const Case cases[] = {{"12", true, 12},       {" -7 ", true, -7}, {"+3", true, 3},
-                          {"12abc", false, 0},    {"", false, 0},     {"-", false, 0},
+    const Case cases[] = {{"12", true, 12},          {" -7 ", true, -7}, {"+3", true, 3},
+                          {"12abc", false, 0},       {"", false, 0},     {"-", false, 0},
                           {"99999999999", false, 0}, {"1.5", false, 0}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.text);

@@ -66,9 +66,8 @@ TEST(OpenFlightHeaderParser, geocentricCodeSwapsAtRevision1580) {
         int revision, projection;
         bool valid;
     };
-    const Case cases[] = {{1579, 5, true},  {1580, 5, false}, {1580, 6, true},
-                          {1579, 6, false}, {1640, 1, false}, {1640, 2, false},
-                          {1640, -1, false}, {1640, 7, false}};
+    const Case cases[] = {{1579, 5, true},  {1580, 5, false}, {1580, 6, true},   {1579, 6, false},
+                          {1640, 1, false}, {1640, 2, false}, {1640, -1, false}, {1640, 7, false}};
     for (const Case& c : cases) {
         SCOPED_TRACE(std::to_string(c.revision) + "/" + std::to_string(c.projection));
         HeaderFields f;
@@ -77,7 +76,8 @@ TEST(OpenFlightHeaderParser, geocentricCodeSwapsAtRevision1580) {
         const Answer a = parseHeader(f);
         EXPECT_EQ(a.valid, c.valid);
         EXPECT_EQ(a.patches, c.valid ? 1u : 0u);
-        if (c.valid) EXPECT_EQ(a.type, DtCoordinateConverter::Geocentric);
+        if (c.valid)
+            EXPECT_EQ(a.type, DtCoordinateConverter::Geocentric);
     }
 }
 

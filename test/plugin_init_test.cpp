@@ -40,7 +40,8 @@ const std::vector<Row>& registrationTable() {
 std::vector<std::string> extensionsOf(DtHeaderParserFactory& factory, const std::string& name) {
     std::vector<std::string> result;
     for (const auto& [extension, owner] : factory.registeredExtensions()) {
-        if (owner == name) result.push_back(extension);
+        if (owner == name)
+            result.push_back(extension);
     }
     return result;
 }
@@ -49,7 +50,8 @@ std::vector<std::string> extensionsOf(DtHeaderParserFactory& factory, const std:
 std::string snapshot(DtDe& de) {
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
     std::string text;
-    for (const std::string& name : factory.registeredNames()) text += name + ";";
+    for (const std::string& name : factory.registeredNames())
+        text += name + ";";
     for (const auto& [extension, name] : factory.registeredExtensions()) {
         text += extension + "=" + name + ";";
     }
@@ -70,7 +72,8 @@ TEST(PluginInit, registersTheTableRowsInOrderWithTheirExtensions) {
     size_t tableRow = 0;
     for (const std::string& name : names) {
         SCOPED_TRACE(name);
-        while (tableRow < registrationTable().size() && registrationTable()[tableRow].name != name) {
+        while (tableRow < registrationTable().size() &&
+               registrationTable()[tableRow].name != name) {
             ++tableRow;
         }
         ASSERT_LT(tableRow, registrationTable().size()) << "registered out of order or unknown";
@@ -79,10 +82,12 @@ TEST(PluginInit, registersTheTableRowsInOrderWithTheirExtensions) {
     // Extensions, in registration order, follow the rows' order too.
     std::vector<std::string> expectedExtensions;
     for (const std::string& name : names) {
-        for (const std::string& e : extensionsOf(factory, name)) expectedExtensions.push_back(e);
+        for (const std::string& e : extensionsOf(factory, name))
+            expectedExtensions.push_back(e);
     }
     std::vector<std::string> actualExtensions;
-    for (const auto& entry : factory.registeredExtensions()) actualExtensions.push_back(entry.first);
+    for (const auto& entry : factory.registeredExtensions())
+        actualExtensions.push_back(entry.first);
     EXPECT_EQ(actualExtensions, expectedExtensions);
 }
 

@@ -42,7 +42,8 @@ ZorhostRun zorhost(const std::string& arguments) {
 
 size_t countLines(const std::string& text) {
     size_t lines = 0;
-    for (char c : text) lines += c == '\n';
+    for (char c : text)
+        lines += c == '\n';
     return lines;
 }
 
@@ -71,8 +72,9 @@ TEST(Zorhost, eachProblemIsOneLineNamingThePath) {
     mkdir(folder.c_str(), 0755);
     const std::string shortFile = dir.write("short.flt", "tiny");
 
-    const ZorhostRun run = zorhost("inspect --json '" + good + "' '" + unknown + "' '" + noExtension +
-                            "' '" + missing + "' '" + folder + "' '" + shortFile + "'");
+    const ZorhostRun run =
+        zorhost("inspect --json '" + good + "' '" + unknown + "' '" + noExtension + "' '" +
+                missing + "' '" + folder + "' '" + shortFile + "'");
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(countLines(run.err), 5u) << run.err;
     for (const std::string& expected :

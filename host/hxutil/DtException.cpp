@@ -3,11 +3,13 @@
 #include "hxutil/DtFilename.h"
 
 namespace {
-std::string orEmpty(const char* text) { return text ? text : ""; }
+std::string orEmpty(const char* text) {
+    return text ? text : "";
+}
 }  // namespace
 
-DtException::DtException(const char* message, const char* function, const char* file,
-                         unsigned line, const DtException* previous)
+DtException::DtException(const char* message, const char* function, const char* file, unsigned line,
+                         const DtException* previous)
     : message_(orEmpty(message)),
       function_(orEmpty(function)),
       file_(orEmpty(file)),
@@ -39,7 +41,8 @@ DtException& DtException::operator=(const DtException& other) {
 
 const DtException* DtException::initialException() const {
     const DtException* current = this;
-    while (current->lastException()) current = current->lastException();
+    while (current->lastException())
+        current = current->lastException();
     return current;
 }
 

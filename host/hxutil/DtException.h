@@ -57,11 +57,10 @@ std::string DtExceptionFileName(const char* path);
 
 // Throws DtTemplatedException<code> with `prefix` + `detail` as message, built at the
 // place of the throw: stripped file name, full signature, line, no previous exception.
-#define DtThrow(code, prefix, detail)                                                 \
-    throw DtTemplatedException<code>((std::string(prefix) + (detail)).c_str(),        \
-                                     __PRETTY_FUNCTION__,                              \
-                                     DtExceptionFileName(__FILE__).c_str(), __LINE__, \
-                                     nullptr)
+#define DtThrow(code, prefix, detail)                                                            \
+    throw DtTemplatedException<code>((std::string(prefix) + (detail)).c_str(),                   \
+                                     __PRETTY_FUNCTION__, DtExceptionFileName(__FILE__).c_str(), \
+                                     __LINE__, nullptr)
 
 #define DtThrowInvalidInput(detail) DtThrow(-1, "DtInvalidInput: ", detail)
 #define DtThrowCorruptedState(detail) DtThrow(-3, "DtCorruptedState: ", detail)

@@ -19,17 +19,22 @@ size_t lastComponentStart(const std::string& path) {
 size_t extensionDot(const std::string& path) {
     const size_t start = lastComponentStart(path);
     const size_t dot = path.rfind('.');
-    if (dot == std::string::npos || dot <= start) return std::string::npos;
+    if (dot == std::string::npos || dot <= start)
+        return std::string::npos;
     return dot;
 }
 
 std::string joined(const std::string& head, const std::string& tail) {
-    if (head.empty()) return tail;
-    if (tail.empty()) return head;
+    if (head.empty())
+        return tail;
+    if (tail.empty())
+        return head;
     const bool headSlash = head.back() == '/';
     const bool tailSlash = tail.front() == '/';
-    if (headSlash && tailSlash) return head + tail.substr(1);
-    if (headSlash || tailSlash) return head + tail;
+    if (headSlash && tailSlash)
+        return head + tail.substr(1);
+    if (headSlash || tailSlash)
+        return head + tail;
     return head + "/" + tail;
 }
 
@@ -41,14 +46,16 @@ DtFilename::DtFilename(const std::string& path) : DtString(path) {}
 DtFilename DtFilename::absolute() const {
     std::error_code error;
     const fs::path result = fs::absolute(fs::path(text_), error);
-    if (error) return *this;
+    if (error)
+        return *this;
     return DtFilename(result.lexically_normal().string());
 }
 
 DtFilename DtFilename::relative() const {
     std::error_code error;
     const fs::path base = fs::current_path(error);
-    if (error) return *this;
+    if (error)
+        return *this;
     return DtFilename(fs::path(absolute().stdString()).lexically_relative(base).string());
 }
 
@@ -57,12 +64,17 @@ bool DtFilename::exists() const {
     return !text_.empty() && ::stat(text_.c_str(), &info) == 0;
 }
 
-bool DtFilename::isReadable() const { return !text_.empty() && ::access(text_.c_str(), R_OK) == 0; }
-bool DtFilename::isWritable() const { return !text_.empty() && ::access(text_.c_str(), W_OK) == 0; }
+bool DtFilename::isReadable() const {
+    return !text_.empty() && ::access(text_.c_str(), R_OK) == 0;
+}
+bool DtFilename::isWritable() const {
+    return !text_.empty() && ::access(text_.c_str(), W_OK) == 0;
+}
 
 long long DtFilename::fileLength() const {
     struct stat info;
-    if (text_.empty() || ::stat(text_.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return -1;
+    if (text_.empty() || ::stat(text_.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
+        return -1;
     return static_cast<long long>(info.st_size);
 }
 
@@ -74,14 +86,17 @@ DtString DtFilename::extension() const {
 DtFilename& DtFilename::setExtension(const char* extension) {
     stripExtension();
     std::string ext = extension ? extension : "";
-    if (!ext.empty() && ext.front() == '.') ext.erase(0, 1);
-    if (!ext.empty()) text_ += "." + ext;
+    if (!ext.empty() && ext.front() == '.')
+        ext.erase(0, 1);
+    if (!ext.empty())
+        text_ += "." + ext;
     return *this;
 }
 
 DtFilename& DtFilename::stripExtension() {
     const size_t dot = extensionDot(text_);
-    if (dot != std::string::npos) text_.erase(dot);
+    if (dot != std::string::npos)
+        text_.erase(dot);
     return *this;
 }
 
@@ -111,8 +126,10 @@ DtFilename& DtFilename::prepend(const char* directory) {
 }
 
 bool DtFilename::searchAlternatePath(const char* directories) {
-    if (exists()) return true;
-    if (!directories) return false;
+    if (exists())
+        return true;
+    if (!directories)
+        return false;
     const DtFilename name = stripPath(*this);
     std::vector<DtString> dirs;
     DtString(directories).tokenize(':', dirs);

@@ -10,7 +10,8 @@ namespace dtnet_detail {
 template <typename Unsigned, size_t N>
 Unsigned loadBigEndian(const unsigned char (&bytes)[N]) {
     Unsigned value = 0;
-    for (size_t i = 0; i < N; ++i) value = static_cast<Unsigned>((value << 8) | bytes[i]);
+    for (size_t i = 0; i < N; ++i)
+        value = static_cast<Unsigned>((value << 8) | bytes[i]);
     return value;
 }
 template <typename Unsigned, size_t N>

@@ -6,7 +6,9 @@ int DtNotifyLevel = 1;
 
 DtOutputStream DtWarn;
 
-DtOutputStream::DtOutputStream() : std::ostream(nullptr) { rdbuf(&forwarder_); }
+DtOutputStream::DtOutputStream() : std::ostream(nullptr) {
+    rdbuf(&forwarder_);
+}
 
 void DtOutputStream::setTarget(std::ostream* target) {
     flush();
@@ -14,7 +16,8 @@ void DtOutputStream::setTarget(std::ostream* target) {
 }
 
 int DtOutputStream::Forwarder::overflow(int c) {
-    if (c == traits_type::eof()) return traits_type::not_eof(c);
+    if (c == traits_type::eof())
+        return traits_type::not_eof(c);
     (target ? *target : std::cerr).put(static_cast<char>(c));
     return c;
 }

@@ -28,8 +28,7 @@ public:
     bool operator==(const DtModelDefinitionRecord& o) const {
         return name_ == o.name_ && filename_ == o.filename_ &&
                coordinateSystem_ == o.coordinateSystem_ &&
-               coordinateSystemParameters_ == o.coordinateSystemParameters_ &&
-               schema_ == o.schema_;
+               coordinateSystemParameters_ == o.coordinateSystemParameters_ && schema_ == o.schema_;
     }
 
 private:

@@ -4,8 +4,12 @@
 #include <cstdint>
 
 inline constexpr double DtPi = 3.14159265358979323846;
-inline double DtDeg2Rad(double degrees) { return degrees * (DtPi / 180.0); }
-inline double DtRad2Deg(double radians) { return radians * (180.0 / DtPi); }
+inline double DtDeg2Rad(double degrees) {
+    return degrees * (DtPi / 180.0);
+}
+inline double DtRad2Deg(double radians) {
+    return radians * (180.0 / DtPi);
+}
 
 // An angle as unsigned degrees, minutes and seconds, with the sign in the hemisphere
 // code: 0 east (longitude >= 0), 1 west, 2 north (latitude >= 0), 3 south.

@@ -25,7 +25,9 @@ bool DtDe::isInitFunctionRegistered(void* function) const {
     return initFunctions_.count(function) != 0;
 }
 
-void DtDe::registerInitFunction(void* function) { initFunctions_.insert(function); }
+void DtDe::registerInitFunction(void* function) {
+    initFunctions_.insert(function);
+}
 
 void DtDe::reportError(const DtDeError& error, bool notifyUser) {
     errors_.push_back(error);

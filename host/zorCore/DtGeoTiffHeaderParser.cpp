@@ -44,7 +44,8 @@ std::unique_ptr<DtCoordinateConverter> converterOf(const OGRSpatialReference& sr
             return utm;
         }
         const char* projection = srs.GetAttrValue("PROJECTION");
-        if (isLambertConformalConic(projection)) return lambertOf(srs, projection);
+        if (isLambertConformalConic(projection))
+            return lambertOf(srs, projection);
         return nullptr;
     }
     if (srs.IsGeographic() || srs.IsGeocentric()) {
@@ -57,11 +58,14 @@ std::unique_ptr<DtCoordinateConverter> converterOf(const OGRSpatialReference& sr
 
 bool DtGeoTiffHeaderParser::isValid() {
     GDALDatasetUniquePtr dataset = DtOpenRaster(filePath_, "GTiff");
-    if (!dataset) return false;
+    if (!dataset)
+        return false;
     const OGRSpatialReference* srs = dataset->GetSpatialRef();
-    if (!srs) return false;
+    if (!srs)
+        return false;
     std::unique_ptr<DtCoordinateConverter> converter = converterOf(*srs);
-    if (!converter) return false;
+    if (!converter)
+        return false;
     terrainCoordinateSystem_ = converter->type();
     terrainCoordinateSystemParameters_ = converter->stringRep();
     addStandardPatchRecord(filePath_);
@@ -73,7 +77,8 @@ DtHeaderParser* DtGeoTiffHeaderParserCreator::create(DtDe&, const std::string& f
 }
 
 bool DtImageHeaderParser::isValid() {
-    if (!DtOpenRaster(filePath_, nullptr)) return false;
+    if (!DtOpenRaster(filePath_, nullptr))
+        return false;
     terrainCoordinateSystem_.clear();
     terrainCoordinateSystemParameters_.clear();
     addStandardPatchRecord(filePath_);

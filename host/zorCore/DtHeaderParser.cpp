@@ -28,13 +28,15 @@ DtHeaderParserFactory::~DtHeaderParserFactory() = default;
 void DtHeaderParserFactory::registerCreator(const std::string& name,
                                             DtHeaderParserCreator* creator) {
     std::unique_ptr<DtHeaderParserCreator> owned(creator);
-    if (std::find(names_.begin(), names_.end(), name) == names_.end()) names_.push_back(name);
+    if (std::find(names_.begin(), names_.end(), name) == names_.end())
+        names_.push_back(name);
     creators_[name] = std::move(owned);
 }
 
 void DtHeaderParserFactory::registerExtension(const std::string& extension,
                                               const std::string& name) {
-    if (nameOfExtension_.count(extension) == 0) extensions_.push_back(extension);
+    if (nameOfExtension_.count(extension) == 0)
+        extensions_.push_back(extension);
     nameOfExtension_[extension] = name;
 }
 
@@ -52,7 +54,8 @@ DtHeaderParser* DtHeaderParserFactory::createHeaderParser(const std::string& fil
 DtHeaderParser* DtHeaderParserFactory::createHeaderParserByName(const std::string& name,
                                                                 const std::string& filePath) {
     const auto found = creators_.find(name);
-    if (found == creators_.end() || !found->second) return nullptr;
+    if (found == creators_.end() || !found->second)
+        return nullptr;
     return found->second->create(de_, filePath);
 }
 

@@ -5,14 +5,17 @@
 
 namespace kelZor {
 
-DtPropAdderFactory& DtPropAdderFactory::instance(DtDe& de) { return de.propAdderFactory(); }
+DtPropAdderFactory& DtPropAdderFactory::instance(DtDe& de) {
+    return de.propAdderFactory();
+}
 
 DtPropAdderFactory::~DtPropAdderFactory() = default;
 
 void DtPropAdderFactory::setAdderCreator(const std::string& extension,
                                          DtPropAdderCreator* creator) {
     std::unique_ptr<DtPropAdderCreator> owned(creator);
-    if (creators_.count(extension) == 0) extensions_.push_back(extension);
+    if (creators_.count(extension) == 0)
+        extensions_.push_back(extension);
     creators_[extension] = std::move(owned);
 }
 

@@ -22,24 +22,30 @@ const char* const DtCoordinateConverter::Cartesian = "Cartesian";
 
 namespace {
 
-const GeographicLib::Geocentric& wgs84() { return DtGlobalEllipsoid()->geocentric(); }
+const GeographicLib::Geocentric& wgs84() {
+    return DtGlobalEllipsoid()->geocentric();
+}
 
 std::string joinNumbers(std::initializer_list<std::string> fields) {
     std::string text;
     for (const std::string& field : fields) {
-        if (!text.empty()) text += ',';
+        if (!text.empty())
+            text += ',';
         text += field;
     }
     return text;
 }
 
-std::string num(double v) { return DtShortestDouble(v); }
+std::string num(double v) {
+    return DtShortestDouble(v);
+}
 
 // Splits a stringRep into exactly `expected` numeric-or-letter fields.
 std::vector<DtString> fieldsOf(const std::string& rep, size_t expected, const char* kind) {
     std::vector<DtString> fields;
     DtString(rep).tokenize(',', fields);
-    if (fields.size() != expected || static_cast<size_t>(DtString(rep).count(',')) + 1 != expected) {
+    if (fields.size() != expected ||
+        static_cast<size_t>(DtString(rep).count(',')) + 1 != expected) {
         DtThrowInvalidInput(std::string("malformed ") + kind + " parameters \"" + rep + "\"");
     }
     return fields;
@@ -59,7 +65,8 @@ double numberField(const DtString& field, const std::string& rep) {
 long integerField(const DtString& field, const std::string& rep) {
     bool ok = false;
     const int value = field.toInt(&ok);
-    if (!ok) DtThrowInvalidInput("malformed integer \"" + field.stdString() + "\" in \"" + rep + "\"");
+    if (!ok)
+        DtThrowInvalidInput("malformed integer \"" + field.stdString() + "\" in \"" + rep + "\"");
     return value;
 }
 
@@ -85,11 +92,16 @@ DtDegMinSec DtCoordinateConverter::convertToDmsLon(double degrees) {
 
 std::unique_ptr<DtCoordinateConverter> DtCoordinateConverter::create(const std::string& type,
                                                                      const std::string& rep) {
-    if (type == Geocentric) return std::make_unique<DtGeocentricCoordinateConverter>();
-    if (type == Cartesian) return std::make_unique<DtCartesianCoordinateConverter>();
-    if (type == FlatEarth) return DtFlatEarthCoordinateConverter::fromStringRep(rep);
-    if (type == UTM) return DtUtmCoordinateConverter::fromStringRep(rep);
-    if (type == Lambert) return DtLambertCoordinateConverter::fromStringRep(rep);
+    if (type == Geocentric)
+        return std::make_unique<DtGeocentricCoordinateConverter>();
+    if (type == Cartesian)
+        return std::make_unique<DtCartesianCoordinateConverter>();
+    if (type == FlatEarth)
+        return DtFlatEarthCoordinateConverter::fromStringRep(rep);
+    if (type == UTM)
+        return DtUtmCoordinateConverter::fromStringRep(rep);
+    if (type == Lambert)
+        return DtLambertCoordinateConverter::fromStringRep(rep);
     DtThrowInvalidInput("unknown coordinate system type \"" + type + "\"");
 }
 
@@ -97,12 +109,18 @@ bool DtCoordinateConverter::operator==(const DtCoordinateConverter& other) const
     return std::string(type()) == other.type() && stringRep() == other.stringRep();
 }
 
-std::string DtGeocentricCoordinateConverter::stringRep() const { return "WGS84"; }
-std::string DtCartesianCoordinateConverter::stringRep() const { return ""; }
+std::string DtGeocentricCoordinateConverter::stringRep() const {
+    return "WGS84";
+}
+std::string DtCartesianCoordinateConverter::stringRep() const {
+    return "";
+}
 
 // ---------------------------------------------------------------- flat earth
 
-DtFlatEarthCoordinateConverter::DtFlatEarthCoordinateConverter() { setOriginDegrees(0.0, 0.0); }
+DtFlatEarthCoordinateConverter::DtFlatEarthCoordinateConverter() {
+    setOriginDegrees(0.0, 0.0);
+}
 
 void DtFlatEarthCoordinateConverter::init(double latitude, double longitude) {
     setOriginDegrees(DtRad2Deg(latitude), DtRad2Deg(longitude));
@@ -119,8 +137,7 @@ void DtFlatEarthCoordinateConverter::setOriginDegrees(double latDeg, double lonD
     // The rotation GeographicLib gives with the origin takes local east-north-up
     // vectors to geocentric ones; its transpose takes them back.
     std::vector<double> rotation(9);
-    wgs84().Forward(latDeg, lonDeg, 0.0, originGeoc_[0], originGeoc_[1], originGeoc_[2],
-                    rotation);
+    wgs84().Forward(latDeg, lonDeg, 0.0, originGeoc_[0], originGeoc_[1], originGeoc_[2], rotation);
     std::copy(rotation.begin(), rotation.end(), enuToGeoc_);
 }
 
@@ -132,8 +149,9 @@ void DtFlatEarthCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector6
     const double d[3] = {geoc.x() - originGeoc_[0], geoc.y() - originGeoc_[1],
                          geoc.z() - originGeoc_[2]};
     const double* m = enuToGeoc_;  // row-major, columns are east, north, up
-    cig = DtVector64(m[0] * d[0] + m[3] * d[1] + m[6] * d[2], m[1] * d[0] + m[4] * d[1] + m[7] * d[2],
-                     m[2] * d[0] + m[5] * d[1] + m[8] * d[2]);
+    cig =
+        DtVector64(m[0] * d[0] + m[3] * d[1] + m[6] * d[2], m[1] * d[0] + m[4] * d[1] + m[7] * d[2],
+                   m[2] * d[0] + m[5] * d[1] + m[8] * d[2]);
 }
 
 void DtFlatEarthCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
@@ -153,7 +171,9 @@ std::unique_ptr<DtFlatEarthCoordinateConverter> DtFlatEarthCoordinateConverter::
 
 // ---------------------------------------------------------------- UTM
 
-DtUtmCoordinateConverter::DtUtmCoordinateConverter() { init(31, 'N', false); }
+DtUtmCoordinateConverter::DtUtmCoordinateConverter() {
+    init(31, 'N', false);
+}
 
 void DtUtmCoordinateConverter::setZone(long zone, bool haveOrigin) {
     zone_ = static_cast<int32_t>(zone);
@@ -170,9 +190,8 @@ void DtUtmCoordinateConverter::init(long zone, char hemisphere, bool applyFalseO
     init(0.0, 0.0, 0.0, zone, hemisphere, applyFalseOrigin);
 }
 
-void DtUtmCoordinateConverter::init(double falseOriginX, double falseOriginY,
-                                    double falseOriginZ, long zone, char hemisphere,
-                                    bool applyFalseOrigin) {
+void DtUtmCoordinateConverter::init(double falseOriginX, double falseOriginY, double falseOriginZ,
+                                    long zone, char hemisphere, bool applyFalseOrigin) {
     hemisphere_ = (hemisphere == 'S' || hemisphere == 's') ? 'S' : 'N';
     falseOrigin_[0] = falseOriginX;
     falseOrigin_[1] = falseOriginY;
@@ -182,7 +201,8 @@ void DtUtmCoordinateConverter::init(double falseOriginX, double falseOriginY,
     setZone(zone, false);
     // Without an origin of its own, the zone's central meridian on the equator is one.
     originLatDeg_ = 0.0;
-    originLonDeg_ = effectiveZone_ == GeographicLib::UTMUPS::UPS ? 0.0 : 6.0 * effectiveZone_ - 183.0;
+    originLonDeg_ =
+        effectiveZone_ == GeographicLib::UTMUPS::UPS ? 0.0 : 6.0 * effectiveZone_ - 183.0;
 }
 
 void DtUtmCoordinateConverter::init(double latitude, double longitude, long zone,
@@ -263,7 +283,8 @@ std::unique_ptr<DtUtmCoordinateConverter> DtUtmCoordinateConverter::fromStringRe
     }
     c->effectiveZone_ = static_cast<int>(effective);
     c->hemisphere_ = f[4][0];
-    for (int i = 0; i < 3; ++i) c->falseOrigin_[i] = numberField(f[5 + i], rep);
+    for (int i = 0; i < 3; ++i)
+        c->falseOrigin_[i] = numberField(f[5 + i], rep);
     c->applyFalseOrigin_ = integerField(f[8], rep) != 0;
     c->ellipsoidCode_ = static_cast<uint8_t>(integerField(f[9], rep));
     return c;
@@ -276,7 +297,9 @@ struct DtLambertCoordinateConverter::Projection {
     double originNorthing;
 };
 
-DtLambertCoordinateConverter::DtLambertCoordinateConverter() { init(0.0, 0.0, 30.0, 60.0); }
+DtLambertCoordinateConverter::DtLambertCoordinateConverter() {
+    init(0.0, 0.0, 30.0, 60.0);
+}
 DtLambertCoordinateConverter::~DtLambertCoordinateConverter() = default;
 
 void DtLambertCoordinateConverter::init(double originLatitude, double originLongitude,
@@ -302,17 +325,20 @@ void DtLambertCoordinateConverter::init(double originLatitude, double originLong
 
 void DtLambertCoordinateConverter::init(const DtDegMinSec& originLatitude,
                                         const DtDegMinSec& originLongitude,
-                                        const DtDegMinSec& parallel1, const DtDegMinSec& parallel2) {
+                                        const DtDegMinSec& parallel1,
+                                        const DtDegMinSec& parallel2) {
     init(originLatitude.toDegrees(), originLongitude.toDegrees(), parallel1.toDegrees(),
          parallel2.toDegrees());
 }
 
 std::string DtLambertCoordinateConverter::stringRep() const {
-    return joinNumbers({num(originLatDeg_), num(originLonDeg_), num(parallel1Deg_), num(parallel2Deg_)});
+    return joinNumbers(
+        {num(originLatDeg_), num(originLonDeg_), num(parallel1Deg_), num(parallel2Deg_)});
 }
 
 void DtLambertCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64& cig) const {
-    if (!projection_) DtThrowInvalidInput("Lambert converter with impossible standard parallels");
+    if (!projection_)
+        DtThrowInvalidInput("Lambert converter with impossible standard parallels");
     double lat, lon, h;
     geodeticOf(geoc, lat, lon, h);
     double x, y, gamma, k;
@@ -321,7 +347,8 @@ void DtLambertCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64&
 }
 
 void DtLambertCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
-    if (!projection_) DtThrowInvalidInput("Lambert converter with impossible standard parallels");
+    if (!projection_)
+        DtThrowInvalidInput("Lambert converter with impossible standard parallels");
     double lat, lon, gamma, k;
     projection_->lcc.Reverse(originLonDeg_, cig.x(), cig.y() + projection_->originNorthing, lat,
                              lon, gamma, k);

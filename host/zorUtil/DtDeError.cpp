@@ -13,7 +13,9 @@ DtDeError& DtDeError::operator<<(int argument) {
 }
 
 std::string DtDeError::message() const {
-    auto arg = [this](size_t i) { return i < arguments_.size() ? arguments_[i] : std::string("?"); };
+    auto arg = [this](size_t i) {
+        return i < arguments_.size() ? arguments_[i] : std::string("?");
+    };
     switch (code_) {
         case FileNotLoaded:
             return "could not load \"" + arg(0) + "\"";
@@ -23,7 +25,8 @@ std::string DtDeError::message() const {
             return arg(1) + " props of \"" + arg(0) + "\" could not be placed";
     }
     std::string text = "error " + std::to_string(static_cast<int>(code_));
-    for (const std::string& a : arguments_) text += " " + a;
+    for (const std::string& a : arguments_)
+        text += " " + a;
     return text;
 }
 

@@ -12,9 +12,9 @@ namespace kelZor {
 class DtDeError {
 public:
     enum ErrorCode {
-        FileNotLoaded = 6,          // argument: the file name
-        ModelDefinitionMissing = 8, // argument: the definition's name
-        PropsNotPlaced = 11,        // arguments: the file name, the count
+        FileNotLoaded = 6,           // argument: the file name
+        ModelDefinitionMissing = 8,  // argument: the definition's name
+        PropsNotPlaced = 11,         // arguments: the file name, the count
     };
 
     explicit DtDeError(ErrorCode code) : code_(code) {}

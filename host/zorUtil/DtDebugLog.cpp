@@ -7,7 +7,8 @@ namespace kelZor {
 DtDebugLog::DtDebugLog() : nullStream_(&nullBuffer_) {}
 
 std::ostream& DtDebugLog::out(PrintLevel level) {
-    if (level > threshold_) return nullStream_;
+    if (level > threshold_)
+        return nullStream_;
     return target_ ? *target_ : std::cerr;
 }
 

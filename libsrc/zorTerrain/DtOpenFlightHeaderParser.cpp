@@ -23,7 +23,9 @@ static_assert(offsetof(Header, earthMinorAxis) == 316, "field offset");
 namespace {
 
 // Zones outside 0..60 (the format's negative southern zones among them) become 0.
-long clampedZone(int16_t zone) { return (zone < 0 || zone > 60) ? 0 : zone; }
+long clampedZone(int16_t zone) {
+    return (zone < 0 || zone > 60) ? 0 : zone;
+}
 
 std::unique_ptr<DtCoordinateConverter> converterFor(const Header& header) {
     const int revision = header.formatRevision;
@@ -33,7 +35,8 @@ std::unique_ptr<DtCoordinateConverter> converterFor(const Header& header) {
     const double originLat = header.originLatitude;
     const double originLon = header.originLongitude;
 
-    if (projection == geocentricCode) return std::make_unique<DtGeocentricCoordinateConverter>();
+    if (projection == geocentricCode)
+        return std::make_unique<DtGeocentricCoordinateConverter>();
     if (projection == DtOpenFlightHeaderParser::Utm) {
         auto utm = std::make_unique<DtUtmCoordinateConverter>();
         utm->init(originLat, originLon, clampedZone(header.utmZone), 0);
@@ -65,10 +68,12 @@ bool DtOpenFlightHeaderParser::isValid() {
     std::memset(&header, 0, sizeof header);
     try {
         std::ifstream stream(filePath_, std::ios::in | std::ios::binary);
-        if (stream.fail() || !stream.good()) return false;
+        if (stream.fail() || !stream.good())
+            return false;
         stream.read(reinterpret_cast<char*>(&header), sizeof header);
         // A short file would leave part of the record unread: not a header.
-        if (stream.gcount() != static_cast<std::streamsize>(sizeof header)) return false;
+        if (stream.gcount() != static_cast<std::streamsize>(sizeof header))
+            return false;
     } catch (const std::exception&) {
         return false;
     }
@@ -77,7 +82,8 @@ bool DtOpenFlightHeaderParser::isValid() {
 
 bool DtOpenFlightHeaderParser::parseOpenFlightHeader(const OpenflightHeader& header) {
     std::unique_ptr<DtCoordinateConverter> converter = converterFor(header);
-    if (!converter) return false;
+    if (!converter)
+        return false;
     terrainCoordinateSystem_ = converter->type();
     terrainCoordinateSystemParameters_ = converter->stringRep();
     addStandardPatchRecord(filePath_);

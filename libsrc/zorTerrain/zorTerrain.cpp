@@ -17,7 +17,8 @@ namespace {
 void registerParser(DtHeaderParserFactory& factory, const char* name,
                     DtHeaderParserCreator* creator, std::initializer_list<const char*> extensions) {
     factory.registerCreator(name, creator);
-    for (const char* extension : extensions) factory.registerExtension(extension, name);
+    for (const char* extension : extensions)
+        factory.registerExtension(extension, name);
 }
 
 void setVectorConfigDirectory(DtDe& de) {
@@ -28,7 +29,8 @@ void setVectorConfigDirectory(DtDe& de) {
 // Registration order is part of the contract: hosts list parsers in this order.
 void registerHeaderParsers(DtDe& de) {
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
-    registerParser(factory, "DtOpenFlightHeaderParser", new DtOpenFlightHeaderParserCreator, {"flt"});
+    registerParser(factory, "DtOpenFlightHeaderParser", new DtOpenFlightHeaderParserCreator,
+                   {"flt"});
     registerParser(factory, "DtGeoTiffHeaderParser", new DtGeoTiffHeaderParserCreator,
                    {"tif", "tiff"});
     registerParser(factory, "DtImageHeaderParser", new DtImageHeaderParserCreator,
@@ -39,7 +41,8 @@ void registerHeaderParsers(DtDe& de) {
 
 void init(DtDe& de) {
     void* const self = reinterpret_cast<void*>(&init);
-    if (de.isInitFunctionRegistered(self)) return;
+    if (de.isInitFunctionRegistered(self))
+        return;
     de.registerInitFunction(self);
 
     setVectorConfigDirectory(de);

@@ -23,9 +23,11 @@ namespace {
 std::string fileProblem(const std::string& path) {
     struct stat info;
     if (::stat(path.c_str(), &info) != 0) {
-        return errno == ENOENT ? "no such file" : std::string("cannot be read: ") + std::strerror(errno);
+        return errno == ENOENT ? "no such file"
+                               : std::string("cannot be read: ") + std::strerror(errno);
     }
-    if (S_ISDIR(info.st_mode)) return "is a directory, not a terrain file";
+    if (S_ISDIR(info.st_mode))
+        return "is a directory, not a terrain file";
     if (::access(path.c_str(), R_OK) != 0) {
         return std::string("cannot be read: ") + std::strerror(errno);
     }
@@ -34,7 +36,8 @@ std::string fileProblem(const std::string& path) {
 
 std::string noParserProblem(const std::string& path) {
     const std::string extension = kelZor::DtZorFilesystem::extensionCaseSensitive(path, true);
-    if (extension.empty()) return "has no extension, so no parser can be chosen";
+    if (extension.empty())
+        return "has no extension, so no parser can be chosen";
     return "no parser is registered for the extension \"" + extension + "\"";
 }
 
@@ -42,7 +45,8 @@ void askParser(DtHeaderParser& parser, InspectResult& result) {
     try {
         result.valid = parser.isValid();
     } catch (const DtException& error) {
-        result.problem = result.parser + " threw: " + error.message() + " (at " + error.where() + ")";
+        result.problem =
+            result.parser + " threw: " + error.message() + " (at " + error.where() + ")";
         return;
     } catch (const std::exception& error) {
         result.problem = result.parser + " threw: " + error.what();
@@ -61,7 +65,8 @@ void printText(const InspectResult& r, std::ostream& out) {
     out << r.path << "\n";
     out << "  parser:            " << (r.parser.empty() ? "(none)" : r.parser) << "\n";
     out << "  valid:             " << (r.valid ? "yes" : "no") << "\n";
-    if (!r.valid) return;
+    if (!r.valid)
+        return;
     out << "  coordinate system: " << (r.coordinateSystem.empty() ? "(none)" : r.coordinateSystem)
         << "\n";
     out << "  parameters:        " << r.parameters << "\n";
@@ -126,7 +131,8 @@ InspectResult inspectPath(DtDe& de, const std::string& path) {
         return result;
     }
     result.problem = fileProblem(path);
-    if (!result.problem.empty()) return result;
+    if (!result.problem.empty())
+        return result;
     std::unique_ptr<DtHeaderParser> parser(factory.createHeaderParser(path));
     if (!parser) {
         result.problem = "the creator of " + result.parser + " made no parser";
@@ -140,7 +146,8 @@ int runInspect(DtDe& de, const std::vector<std::string>& paths, bool json, std::
                std::ostream& err) {
     bool allValid = true;
     JsonWriter writer(out);
-    if (json) writer.beginArray();
+    if (json)
+        writer.beginArray();
     for (const std::string& path : paths) {
         const InspectResult result = inspectPath(de, path);
         if (!result.valid) {

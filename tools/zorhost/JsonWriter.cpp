@@ -11,11 +11,16 @@ namespace {
 size_t utf8Length(const std::string& text, size_t i) {
     const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
     const unsigned char lead = byte(i);
-    size_t length = lead < 0x80 ? 1 : (lead >> 5) == 0x6 ? 2 : (lead >> 4) == 0xe ? 3
-                                    : (lead >> 3) == 0x1e ? 4 : 0;
-    if (length == 0 || i + length > text.size()) return 0;
+    size_t length = lead < 0x80           ? 1
+                    : (lead >> 5) == 0x6  ? 2
+                    : (lead >> 4) == 0xe  ? 3
+                    : (lead >> 3) == 0x1e ? 4
+                                          : 0;
+    if (length == 0 || i + length > text.size())
+        return 0;
     for (size_t k = 1; k < length; ++k) {
-        if ((byte(i + k) & 0xc0) != 0x80) return 0;
+        if ((byte(i + k) & 0xc0) != 0x80)
+            return 0;
     }
     return length;
 }
@@ -56,7 +61,8 @@ void JsonWriter::separate() {
         return;
     }
     if (!hasMember_.empty()) {
-        if (hasMember_.back()) out_ << ',';
+        if (hasMember_.back())
+            out_ << ',';
         hasMember_.back() = true;
     }
 }
@@ -94,7 +100,9 @@ void JsonWriter::value(const std::string& text) {
     out_ << quoted(text);
 }
 
-void JsonWriter::value(const char* text) { value(std::string(text ? text : "")); }
+void JsonWriter::value(const char* text) {
+    value(std::string(text ? text : ""));
+}
 
 void JsonWriter::value(bool flag) {
     separate();

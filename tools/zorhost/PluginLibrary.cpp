@@ -1,13 +1,15 @@
 #include "PluginLibrary.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
 const char* const PluginLibrary::initSymbol = "_ZN6kelZor10zorTerrain4initERNS_4DtDeE";
 
 PluginLibrary::~PluginLibrary() {
-    if (handle_) dlclose(handle_);
+    if (handle_)
+        dlclose(handle_);
 }
 
 bool PluginLibrary::load(const std::string& path, std::string& error) {
@@ -25,7 +27,8 @@ bool PluginLibrary::load(const std::string& path, std::string& error) {
         dlclose(handle);
         return false;
     }
-    if (handle_) dlclose(handle_);
+    if (handle_)
+        dlclose(handle_);
     handle_ = handle;
     init_ = reinterpret_cast<InitFunction>(symbol);
     path_ = path;
@@ -35,10 +38,18 @@ bool PluginLibrary::load(const std::string& path, std::string& error) {
 std::vector<std::string> PluginLibrary::defaultCandidates() {
     std::vector<std::string> candidates;
     if (const char* fromEnvironment = std::getenv("ZORTERRAIN_PLUGIN")) {
-        if (*fromEnvironment) return {fromEnvironment};
+        if (*fromEnvironment)
+            return {fromEnvironment};
+    }
+    // An installed zorhost prefers the plug-in installed with it over a build tree.
+    char self[4096];
+    const ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length > 0) {
+        const std::string executable(self, static_cast<size_t>(length));
+        const std::string directory = executable.substr(0, executable.rfind('/') + 1);
+        candidates.push_back(directory + ZORHOST_PLUGIN_FROM_BINDIR);
     }
     candidates.push_back(ZORHOST_BUILD_PLUGIN);
-    candidates.push_back(ZORHOST_INSTALLED_PLUGIN);
     candidates.push_back("libzorTerrain.so");
     return candidates;
 }

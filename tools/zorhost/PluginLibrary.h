@@ -25,8 +25,8 @@ public:
     InitFunction init() const { return init_; }
     const std::string& path() const { return path_; }
 
-    // Where to look when no path is given: $ZORTERRAIN_PLUGIN, the build tree's library,
-    // the installed one, then the loader's own search.
+    // Where to look when no path is given: $ZORTERRAIN_PLUGIN, else the library installed
+    // beside this program, the build tree's, then the loader's own search.
     static std::vector<std::string> defaultCandidates();
 
 private:

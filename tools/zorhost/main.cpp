@@ -17,7 +17,8 @@
 
 namespace {
 
-const char* const usageText = R"(usage: zorhost [--plugin PATH] [--config-dir DIR] COMMAND [OPTIONS] [ARGS]
+const char* const usageText =
+    R"(usage: zorhost [--plugin PATH] [--config-dir DIR] COMMAND [OPTIONS] [ARGS]
 
 zorhost loads the zorTerrain plug-in (libzorTerrain.so) the way the engine does,
 calls its init, and asks it about terrain files.
@@ -62,7 +63,8 @@ struct Options {
 };
 
 int usageError(const std::string& message) {
-    std::cerr << "zorhost: " << message << "\n" << "Try 'zorhost --help'.\n";
+    std::cerr << "zorhost: " << message << "\n"
+              << "Try 'zorhost --help'.\n";
     return 2;
 }
 
@@ -72,11 +74,14 @@ bool isDirectory(const std::string& path) {
 }
 
 std::string sampleDirectory(const Options& options) {
-    if (!options.sampleDir.empty()) return options.sampleDir;
+    if (!options.sampleDir.empty())
+        return options.sampleDir;
     if (const char* fromEnvironment = std::getenv("ZORHOST_SAMPLE_DIR")) {
-        if (*fromEnvironment) return fromEnvironment;
+        if (*fromEnvironment)
+            return fromEnvironment;
     }
-    if (isDirectory(ZORHOST_SOURCE_SAMPLE_DIR)) return ZORHOST_SOURCE_SAMPLE_DIR;
+    if (isDirectory(ZORHOST_SOURCE_SAMPLE_DIR))
+        return ZORHOST_SOURCE_SAMPLE_DIR;
     return ZORHOST_INSTALLED_SAMPLE_DIR;
 }
 
@@ -89,7 +94,8 @@ std::vector<std::string> sampleFiles(const std::string& directory, std::string& 
             files.push_back(entry.path().string());
         }
     }
-    if (code) error = "cannot list the sample directory " + directory + ": " + code.message();
+    if (code)
+        error = "cannot list the sample directory " + directory + ": " + code.message();
     std::sort(files.begin(), files.end());
     return files;
 }
@@ -97,7 +103,8 @@ std::vector<std::string> sampleFiles(const std::string& directory, std::string& 
 // Parses the command line; answers -1 on success, else the exit status.
 int parseArguments(int argc, char** argv, Options& options) {
     auto needValue = [&](int& i, std::string& target) {
-        if (i + 1 >= argc) return false;
+        if (i + 1 >= argc)
+            return false;
         target = argv[++i];
         return true;
     };
@@ -107,15 +114,19 @@ int parseArguments(int argc, char** argv, Options& options) {
             std::cout << usageText;
             std::exit(0);
         } else if (arg == "--plugin") {
-            if (!needValue(i, options.plugin)) return usageError("--plugin needs a path");
+            if (!needValue(i, options.plugin))
+                return usageError("--plugin needs a path");
         } else if (arg == "--config-dir") {
-            if (!needValue(i, options.configDir)) return usageError("--config-dir needs a directory");
+            if (!needValue(i, options.configDir))
+                return usageError("--config-dir needs a directory");
         } else if (arg == "--sample-dir") {
-            if (!needValue(i, options.sampleDir)) return usageError("--sample-dir needs a directory");
+            if (!needValue(i, options.sampleDir))
+                return usageError("--sample-dir needs a directory");
         } else if (arg == "--json") {
             options.json = true;
         } else if (arg == "--") {
-            for (++i; i < argc; ++i) options.args.push_back(argv[i]);
+            for (++i; i < argc; ++i)
+                options.args.push_back(argv[i]);
         } else if (arg.size() > 1 && arg[0] == '-') {
             return usageError("unknown option " + arg);
         } else if (options.command.empty()) {
@@ -124,7 +135,8 @@ int parseArguments(int argc, char** argv, Options& options) {
             options.args.push_back(arg);
         }
     }
-    if (options.command.empty()) return usageError("no command given");
+    if (options.command.empty())
+        return usageError("no command given");
     if (options.json && options.command != "inspect") {
         return usageError("--json is an option of inspect");
     }
@@ -132,13 +144,15 @@ int parseArguments(int argc, char** argv, Options& options) {
 }
 
 bool loadPlugin(const Options& options, PluginLibrary& plugin) {
-    std::vector<std::string> candidates =
-        options.plugin.empty() ? PluginLibrary::defaultCandidates()
-                               : std::vector<std::string>{options.plugin};
+    std::vector<std::string> candidates = options.plugin.empty()
+                                              ? PluginLibrary::defaultCandidates()
+                                              : std::vector<std::string>{options.plugin};
     std::string error;
     for (const std::string& candidate : candidates) {
-        if (plugin.load(candidate, error)) return true;
-        if (!options.plugin.empty()) break;
+        if (plugin.load(candidate, error))
+            return true;
+        if (!options.plugin.empty())
+            break;
     }
     std::cerr << "zorhost: " << error << "\n";
     return false;
@@ -149,7 +163,8 @@ int listParsers(kelZor::DtDe& de) {
     for (const std::string& name : factory.registeredNames()) {
         std::cout << name << ":";
         for (const auto& [extension, owner] : factory.registeredExtensions()) {
-            if (owner == name) std::cout << " " << extension;
+            if (owner == name)
+                std::cout << " " << extension;
         }
         std::cout << "\n";
     }
@@ -161,7 +176,8 @@ int listParsers(kelZor::DtDe& de) {
 int main(int argc, char** argv) {
     Options options;
     const int parsed = parseArguments(argc, argv, options);
-    if (parsed >= 0) return parsed;
+    if (parsed >= 0)
+        return parsed;
     if (options.command == "help") {
         std::cout << usageText;
         return 0;
@@ -175,11 +191,13 @@ int main(int argc, char** argv) {
 
     // Declared before the DtDe so the library outlives every object whose code it holds.
     PluginLibrary plugin;
-    if (!loadPlugin(options, plugin)) return 1;
+    if (!loadPlugin(options, plugin))
+        return 1;
     kelZor::DtDe de(options.configDir);
     plugin.init()(de);
 
-    if (options.command == "parsers") return listParsers(de);
+    if (options.command == "parsers")
+        return listParsers(de);
     std::vector<std::string> paths = options.args;
     if (paths.empty()) {
         std::string error;

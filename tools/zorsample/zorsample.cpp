@@ -25,9 +25,8 @@ namespace {
 // Byte offsets of the header fields the sample sets.
 constexpr size_t headerSize = 324;
 constexpr size_t offOpcode = 0, offLength = 2, offIdentifier = 4, offFormatRevision = 12,
-                 offProjection = 92, offOriginLat = 220, offOriginLon = 228,
-                 offLambertUpper = 236, offLambertLower = 244, offEllipsoid = 268,
-                 offUtmZone = 276;
+                 offProjection = 92, offOriginLat = 220, offOriginLon = 228, offLambertUpper = 236,
+                 offLambertLower = 244, offEllipsoid = 268, offUtmZone = 276;
 
 struct FltSample {
     const char* file;
@@ -58,16 +57,19 @@ bool writeFlt(const std::string& directory, const FltSample& s) {
     put<DtNetInt32>(record, offEllipsoid, int32_t{0});  // WGS84
     put<DtNetInt16>(record, offUtmZone, int16_t(s.utmZone));
     std::ofstream out(directory + "/" + s.file, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(record.data()), static_cast<std::streamsize>(record.size()));
+    out.write(reinterpret_cast<const char*>(record.data()),
+              static_cast<std::streamsize>(record.size()));
     return static_cast<bool>(out);
 }
 
 bool writeGeoTiff(const std::string& path) {
     GDALAllRegister();
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GTiff");
-    if (!driver) return false;
+    if (!driver)
+        return false;
     GDALDatasetUniquePtr dataset(driver->Create(path.c_str(), 16, 16, 1, GDT_Int16, nullptr));
-    if (!dataset) return false;
+    if (!dataset)
+        return false;
     double transform[6] = {500000.0, 30.0, 0.0, 5040000.0, 0.0, -30.0};
     dataset->SetGeoTransform(transform);
     OGRSpatialReference srs;
@@ -75,7 +77,8 @@ bool writeGeoTiff(const std::string& path) {
     dataset->SetSpatialRef(&srs);
     std::vector<int16_t> heights(16 * 16);
     for (int row = 0; row < 16; ++row) {
-        for (int col = 0; col < 16; ++col) heights[row * 16 + col] = int16_t(200 + 5 * row + 3 * col);
+        for (int col = 0; col < 16; ++col)
+            heights[row * 16 + col] = int16_t(200 + 5 * row + 3 * col);
     }
     return dataset->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, 16, 16, heights.data(), 16, 16,
                                                GDT_Int16, 0, 0) == CE_None;
@@ -96,8 +99,10 @@ int main(int argc, char** argv) {
         {"geocentric.flt", 6, 0.0, 0.0, 0, 0.0, 0.0},
     };
     bool ok = true;
-    for (const FltSample& sample : samples) ok = writeFlt(directory, sample) && ok;
+    for (const FltSample& sample : samples)
+        ok = writeFlt(directory, sample) && ok;
     ok = writeGeoTiff(directory + "/elevation_utm32n.tif") && ok;
-    if (!ok) std::cerr << "zorsample: could not write every sample into " << directory << "\n";
+    if (!ok)
+        std::cerr << "zorsample: could not write every sample into " << directory << "\n";
     return ok ? 0 : 1;
 }

@@ -11,6 +11,8 @@
 #include "zorCore/DtDe.h"
 #include "zorTerrain/zorTerrain.h"
 
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
 inline kelZor::DtDe& fuzzEngine() {
     static kelZor::DtDe de;
     static const bool initialised = (kelZor::zorTerrain::init(de), true);

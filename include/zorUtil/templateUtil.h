@@ -1,0 +1,43 @@
+// Lookups that throw DtTemplatedException<-1> instead of answering an end iterator:
+//
+//   const auto& dataset = kelZor::findOrThrow(database.geometryGridDataset, key);
+//   const auto& level = kelZor::findByIndexOrThrow(dataset->geometryGridLevel, 2);
+//
+// A missing key gives "DtInvalidInput: Unable to find key"; an index outside 0 to
+// size - 1 (negative ones included) gives "DtInvalidInput: Index out of range.". The
+// map is never changed.
+#pragma once
+
+#include <iterator>
+#include <map>
+#include <vector>
+
+#include "hxutil/DtException.h"
+
+namespace kelZor {
+
+template <typename K, typename V>
+const V& findOrThrow(const std::map<K, V>& map, K key) {
+    const auto found = map.find(key);
+    if (found == map.end()) DtThrowInvalidInput("Unable to find key");
+    return found->second;
+}
+
+// The entry at `index` in key order.
+template <typename K, typename V>
+const V& findByIndexOrThrow(const std::map<K, V>& map, int index) {
+    if (index < 0 || static_cast<size_t>(index) >= map.size()) {
+        DtThrowInvalidInput("Index out of range.");
+    }
+    return std::next(map.begin(), index)->second;
+}
+
+template <typename V>
+const V& findByIndexOrThrow(const std::vector<V>& vector, int index) {
+    if (index < 0 || static_cast<size_t>(index) >= vector.size()) {
+        DtThrowInvalidInput("Index out of range.");
+    }
+    return vector[static_cast<size_t>(index)];
+}
+
+}  // namespace kelZor

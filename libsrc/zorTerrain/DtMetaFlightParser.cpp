@@ -1,0 +1,484 @@
+#include "zorTerrain/DtMetaFlightParser.h"
+
+#include <libxml/parser.h>
+#include <libxml/xmlerror.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace kelZor {
+
+namespace {
+
+const char* const openFailed = "MetaFlight Parsing Error : Unable to open file descriptor\n";
+const char* const fileEmpty = "MetaFlight Parsing Error : File is empty.\n";
+const char* const badDatabaseCount =
+    "MetaFlight Parsing Error : Unsupported number of Database nodes\n";
+
+// Deleted from the raw text in this order; of two where one contains the other, the
+// longer stands first.
+const char* const namespacePrefixes[] = {
+    "MetaFlight:", "Ellipsoid:", "CoordSysType::", "GridStructure::", "Coverage::",
+    "SwitchDistanceTable::", "SwitchDistance::", "NonProjectedCoordSys::", "ProjectedCoordSys::"};
+
+struct FileCloser {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+using FilePtr = std::unique_ptr<FILE, FileCloser>;
+
+// Keeps libxml2 from printing its own errors for the duration of a parse; the last error
+// is still recorded for xmlGetLastError.
+class QuietXmlErrors {
+public:
+    QuietXmlErrors()
+        : savedHandler_(xmlStructuredError), savedContext_(xmlStructuredErrorContext) {
+        xmlSetStructuredErrorFunc(nullptr, &ignore);
+    }
+    ~QuietXmlErrors() { xmlSetStructuredErrorFunc(savedContext_, savedHandler_); }
+    QuietXmlErrors(const QuietXmlErrors&) = delete;
+    QuietXmlErrors& operator=(const QuietXmlErrors&) = delete;
+
+private:
+    static void ignore(void*, xmlErrorPtr) {}
+    xmlStructuredErrorFunc savedHandler_;
+    void* savedContext_;
+};
+
+// A text buffer in pages of its own rather than in the heap: a document's text is
+// large and short-lived, and taking it from malloc right after the previous document's
+// many small frees makes glibc consolidate its whole heap.
+class TextBuffer {
+public:
+    TextBuffer() = default;
+    ~TextBuffer() {
+        if (data_) munmap(data_, capacity_);
+    }
+    TextBuffer(const TextBuffer&) = delete;
+    TextBuffer& operator=(const TextBuffer&) = delete;
+
+    bool allocate(size_t bytes) {
+        void* pages = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+        if (pages == MAP_FAILED) return false;
+        data_ = static_cast<char*>(pages);
+        capacity_ = bytes;
+        return true;
+    }
+    char* data() { return data_; }
+    size_t size() const { return size_; }
+    void resize(size_t bytes) { size_ = bytes < capacity_ ? bytes : capacity_; }
+
+private:
+    char* data_ = nullptr;
+    size_t capacity_ = 0;
+    size_t size_ = 0;
+};
+
+// The whole file up to its first zero byte, or false with the design's message.
+bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& errorMessage) {
+    FilePtr file(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        errorMessage = openFailed;
+        return false;
+    }
+    struct stat info;
+    if (fstat(fileno(file.get()), &info) != 0 || !S_ISREG(info.st_mode)) {
+        // A directory or a device opens, but holds no document.
+        errorMessage = openFailed;
+        return false;
+    }
+    long size = -1;
+    if (std::fseek(file.get(), 0, SEEK_END) == 0) size = std::ftell(file.get());
+    if (size < 0) {
+        errorMessage = openFailed;
+        return false;
+    }
+    if (size == 0) {
+        errorMessage = fileEmpty;
+        return false;
+    }
+    std::rewind(file.get());
+    if (!contents.allocate(static_cast<size_t>(size))) {
+        errorMessage = openFailed;
+        return false;
+    }
+    const size_t read = std::fread(contents.data(), 1, static_cast<size_t>(size), file.get());
+    // The text ends at its first zero byte.
+    const void* zero = std::memchr(contents.data(), '\0', read);
+    contents.resize(zero ? static_cast<size_t>(static_cast<const char*>(zero) - contents.data()) : read);
+    return true;
+}
+
+// The first occurrence of `literal` in [from, end), found by its last byte: the
+// prefixes all end in ':', which is rare in XML text, so memchr hops between candidates.
+// Ordering candidates by their end orders them by their start, so this is the leftmost.
+const char* findLiteral(const char* from, const char* end, const char* literal, size_t length) {
+    const char last = literal[length - 1];
+    for (const char* at = from + length - 1; at < end;) {
+        const char* hit = static_cast<const char*>(std::memchr(at, last, static_cast<size_t>(end - at)));
+        if (!hit) return nullptr;
+        const char* start = hit - (length - 1);
+        if (std::memcmp(start, literal, length - 1) == 0) return start;
+        at = hit + 1;
+    }
+    return nullptr;
+}
+
+// Deletes every occurrence of `literal` in place, never searching the text behind a
+// deletion again; answers the new size. One linear pass.
+size_t deleteAll(char* text, size_t size, const char* literal) {
+    const size_t length = std::strlen(literal);
+    const char* read = text;
+    const char* end = text + size;
+    char* write = text;
+    while (true) {
+        const char* found = findLiteral(read, end, literal, length);
+        const char* stop = found ? found : end;
+        if (write != read) std::memmove(write, read, static_cast<size_t>(stop - read));
+        write += stop - read;
+        if (!found) break;
+        read = found + length;
+    }
+    return static_cast<size_t>(write - text);
+}
+
+bool isElement(const xmlNode* node) { return node && node->type == XML_ELEMENT_NODE; }
+
+bool hasName(const xmlNode* node, const std::string& name) {
+    return node->name && std::strcmp(reinterpret_cast<const char*>(node->name), name.c_str()) == 0;
+}
+
+// The next node in document order within the walk that started at a node whose parent
+// is `stop`: children first (never those of entity references, which belong to the
+// entity's declaration), then siblings, then the siblings of ancestors below `stop`.
+xmlNode* nextInWalk(xmlNode* node, const xmlNode* stop) {
+    if (node->children && (node->type == XML_ELEMENT_NODE || node->type == XML_DOCUMENT_NODE)) {
+        return node->children;
+    }
+    while (node) {
+        if (node->next) return node->next;
+        node = node->parent;
+        if (node == stop) return nullptr;
+    }
+    return nullptr;
+}
+
+template <typename Predicate>
+xmlNode* findInWalk(xmlNode* start, int index, Predicate matches) {
+    if (!start || index < 0) return nullptr;
+    const xmlNode* stop = start->parent;
+    for (xmlNode* node = start; node; node = nextInWalk(node, stop)) {
+        if (matches(node) && index-- == 0) return node;
+    }
+    return nullptr;
+}
+
+xmlNode* firstElement(xmlNode* node) {
+    while (node && !isElement(node)) node = node->next;
+    return node;
+}
+
+// libxml2's attribute value as a string; attribute values made of several nodes
+// (entity references) are joined by libxml2 itself.
+std::string attributeValue(const xmlAttr* attr) {
+    const xmlNode* value = attr->children;
+    if (value && !value->next && value->type == XML_TEXT_NODE && value->content) {
+        return reinterpret_cast<const char*>(value->content);
+    }
+    struct XmlFree {
+        void operator()(xmlChar* text) const { xmlFree(text); }
+    };
+    std::unique_ptr<xmlChar, XmlFree> joined(xmlNodeListGetString(attr->doc, attr->children, 1));
+    return joined ? reinterpret_cast<const char*>(joined.get()) : "";
+}
+
+// atoi and atof without the undefined behaviour of atoi on overflow: the value wraps
+// as the C library's own conversion does.
+int textToInt(const char* text) { return static_cast<int>(std::strtol(text, nullptr, 10)); }
+
+}  // namespace
+
+DtMetaFlightParser::DtMetaFlightParser() = default;
+DtMetaFlightParser::~DtMetaFlightParser() = default;
+
+bool DtMetaFlightParser::openFile(const std::string& fileName,
+                                  const std::string& virtualTextureFileName,
+                                  std::string& errorMessage) {
+    document_.reset();
+    currentElement_ = nullptr;
+    nextUniqueId_ = 0;
+    fileName_ = fileName;
+    virtualTextureFileName_ = fileName;
+
+    DtXmlDocPtr document(createDocument(fileName, errorMessage));
+    if (!document) return false;
+    xmlNode* database = findDatabaseNode(document.get(), errorMessage);
+    if (!database) return false;
+    if (!virtualTextureFileName.empty()) {
+        virtualTextureFileName_ = virtualTextureFileName;
+        if (!mergeDocument(database, virtualTextureFileName, errorMessage)) return false;
+    }
+    document_ = std::move(document);
+    currentElement_ = database;
+    nextUniqueId_ = 0;
+    return true;
+}
+
+bool DtMetaFlightParser::mergeDocument(xmlNode* mainDatabase, const std::string& fileName,
+                                       std::string& errorMessage) {
+    DtXmlDocPtr second(createDocument(fileName, errorMessage));
+    if (!second) return false;
+    xmlNode* secondDatabase = findDatabaseNode(second.get(), errorMessage);
+    if (!secondDatabase) return false;
+    for (xmlNode* child = secondDatabase->children; child; child = child->next) {
+        if (!isElement(child)) continue;
+        const std::string tag = reinterpret_cast<const char*>(child->name);
+        const char* name = attribute(child, "name");
+        const xmlNode* existing = name ? findChildWithAttribute(mainDatabase, tag, "name", name)
+                                       : findChildWithName(mainDatabase, tag, 0);
+        if (existing) continue;
+        xmlNode* copy = xmlDocCopyNode(child, mainDatabase->doc, 1);
+        if (copy && !xmlAddChild(mainDatabase, copy)) xmlFreeNode(copy);
+    }
+    return true;
+}
+
+const char* DtMetaFlightParser::currentElementType() const {
+    return currentElement_ ? reinterpret_cast<const char*>(currentElement_->name) : nullptr;
+}
+
+const char* DtMetaFlightParser::currentElementName() const {
+    return currentElement_ ? attribute(currentElement_, "name") : nullptr;
+}
+
+const char* DtMetaFlightParser::currentElementReference() const {
+    return currentElement_ ? attribute(currentElement_, "refTo") : nullptr;
+}
+
+const char* DtMetaFlightParser::currentElementText() const {
+    return currentElement_ ? text(currentElement_) : nullptr;
+}
+
+std::string DtMetaFlightParser::currentElementNameOrGenerateUnique() {
+    if (const char* name = currentElementName()) return name;
+    const char* type = currentElementType();
+    return std::string("unique_") + (type ? type : "") + "_genid_" +
+           std::to_string(static_cast<int>(nextUniqueId_++));
+}
+
+bool DtMetaFlightParser::getCurrentElementValue(std::string& value) const {
+    const char* content = currentElementText();
+    if (!content) return false;
+    value = content;
+    return true;
+}
+
+bool DtMetaFlightParser::getCurrentElementValue(int& value) const {
+    const char* content = currentElementText();
+    if (!content) return false;
+    value = textToInt(content);
+    return true;
+}
+
+bool DtMetaFlightParser::getCurrentElementValue(unsigned int& value) const {
+    const char* content = currentElementText();
+    if (!content) return false;
+    value = static_cast<unsigned int>(textToInt(content));
+    return true;
+}
+
+bool DtMetaFlightParser::getCurrentElementValue(double& value) const {
+    const char* content = currentElementText();
+    if (!content) return false;
+    value = std::strtod(content, nullptr);
+    return true;
+}
+
+unsigned int DtMetaFlightParser::numberOfChildElements() const {
+    unsigned int count = 0;
+    if (!currentElement_) return 0;
+    for (const xmlNode* child = currentElement_->children; child; child = child->next) {
+        count += isElement(child) ? 1 : 0;
+    }
+    return count;
+}
+
+bool DtMetaFlightParser::readFirstChildElement() {
+    if (!currentElement_) return false;
+    xmlNode* child = firstElement(currentElement_->children);
+    if (!child) return false;
+    currentElement_ = child;
+    return true;
+}
+
+bool DtMetaFlightParser::readNextElement() {
+    if (!currentElement_) return false;
+    xmlNode* next = firstElement(currentElement_->next);
+    if (!next) return false;
+    currentElement_ = next;
+    return true;
+}
+
+bool DtMetaFlightParser::readPreviousElement() {
+    if (!currentElement_) return false;
+    xmlNode* previous = currentElement_->prev;
+    while (previous && !isElement(previous)) previous = previous->prev;
+    if (!previous) return false;
+    currentElement_ = previous;
+    return true;
+}
+
+bool DtMetaFlightParser::readParentElement() {
+    if (!currentElement_ || !isElement(currentElement_->parent)) return false;
+    currentElement_ = currentElement_->parent;
+    return true;
+}
+
+xmlDoc* DtMetaFlightParser::createDocument(const std::string& fileName,
+                                           std::string& errorMessage) {
+    std::string path(fileName);
+    for (char& c : path) {
+        if (c == '\\') c = '/';
+    }
+    TextBuffer contents;
+    if (!readWholeFile(path, contents, errorMessage)) return nullptr;
+    for (const char* prefix : namespacePrefixes) {
+        contents.resize(deleteAll(contents.data(), contents.size(), prefix));
+    }
+    if (contents.size() > static_cast<size_t>(INT_MAX)) {
+        errorMessage = "MetaFlight Parsing Error : File is too large.\n";
+        return nullptr;
+    }
+    QuietXmlErrors quiet;
+    xmlResetLastError();
+    xmlDoc* document = xmlParseMemory(contents.data(), static_cast<int>(contents.size()));
+    if (!document) {
+        const xmlError* error = xmlGetLastError();
+        errorMessage = error && error->message ? error->message
+                                               : "MetaFlight Parsing Error : not an XML text\n";
+    }
+    return document;
+}
+
+xmlNode* DtMetaFlightParser::findDatabaseNode(xmlDoc* document, std::string& errorMessage) {
+    xmlNode* root = document ? xmlDocGetRootElement(document) : nullptr;
+    xmlNode* parent = findChildWithName(root, "MetaFlightRoot", 0);
+    if (!parent) parent = findChildWithName(root, "AcfRoot", 0);
+    if (!parent) parent = root;
+    if (!parent || countChildrenWithName(parent, "Database") != 1) {
+        errorMessage = badDatabaseCount;
+        return nullptr;
+    }
+    return findChildWithName(parent, "Database", 0);
+}
+
+xmlNode* DtMetaFlightParser::findChildWithName(xmlNode* node, const std::string& name, int index) {
+    return findInWalk(node, index, [&](const xmlNode* n) { return hasName(n, name); });
+}
+
+xmlNode* DtMetaFlightParser::findChildWithAttribute(xmlNode* node, const std::string& elementName,
+                                                    const std::string& attributeName,
+                                                    const std::string& attributeValue) {
+    return findInWalk(node, 0, [&](xmlNode* n) {
+        if (!isElement(n) || !hasName(n, elementName)) return false;
+        const char* value = attribute(n, attributeName);
+        return value && attributeValue == value;
+    });
+}
+
+int DtMetaFlightParser::countChildrenWithName(xmlNode* node, const std::string& name) {
+    int count = 0;
+    if (!node) return 0;
+    for (const xmlNode* child = node->children; child; child = child->next) {
+        count += hasName(child, name) ? 1 : 0;
+    }
+    return count;
+}
+
+const char* DtMetaFlightParser::attribute(xmlNode* node, const std::string& name) {
+    if (!isElement(node)) return nullptr;
+    const xmlAttr* attr = xmlHasProp(node, reinterpret_cast<const xmlChar*>(name.c_str()));
+    if (!attr || attr->type != XML_ATTRIBUTE_NODE) return nullptr;
+    const xmlNode* value = attr->children;
+    if (value && !value->next && value->type == XML_TEXT_NODE && value->content) {
+        return reinterpret_cast<const char*>(value->content);  // owned by the document
+    }
+    // A value that libxml2 has to assemble: kept in a small ring per thread, so a
+    // caller can hold a few results at once without owning any.
+    thread_local std::array<std::string, 8> assembled;
+    thread_local size_t next = 0;
+    std::string& slot = assembled[next++ % assembled.size()];
+    slot = attributeValue(attr);
+    return slot.c_str();
+}
+
+const char* DtMetaFlightParser::text(xmlNode* node) {
+    if (!node) return nullptr;
+    for (const xmlNode* child = node->children; child; child = child->next) {
+        if (xmlNodeIsText(child)) {
+            return child->content ? reinterpret_cast<const char*>(child->content) : "";
+        }
+    }
+    return nullptr;
+}
+
+bool DtMetaFlightParser::setText(xmlNode* node, const std::string& value) {
+    if (!node) return false;
+    for (xmlNode* child = node->children; child; child = child->next) {
+        if (xmlNodeIsText(child)) {
+            xmlNodeSetContent(child, reinterpret_cast<const xmlChar*>(value.c_str()));
+            return true;
+        }
+    }
+    xmlNode* created = xmlNewText(reinterpret_cast<const xmlChar*>(value.c_str()));
+    if (!created) return false;
+    if (!xmlAddChild(node, created)) {
+        xmlFreeNode(created);
+        return false;
+    }
+    return true;
+}
+
+void DtMetaFlightParser::replaceAll(std::string& text, const std::string& from,
+                                    const std::string& to) {
+    if (from.empty()) return;
+    size_t found = text.find(from);
+    if (found == std::string::npos) return;
+    if (to.size() <= from.size()) {
+        // Shrinking or equal: compact in place. The write position never passes the
+        // read position, so the rest of the text is searched as it was.
+        size_t write = found;
+        size_t read = found;
+        while (found != std::string::npos) {
+            to.copy(&text[write], to.size());
+            write += to.size();
+            read = found + from.size();
+            found = text.find(from, read);
+            const size_t keep = (found == std::string::npos ? text.size() : found) - read;
+            std::memmove(&text[write], text.data() + read, keep);
+            write += keep;
+            read += keep;
+        }
+        text.resize(write);
+        return;
+    }
+    // Growing: built anew, so each hit costs its own length and not a move of the whole
+    // rest of the text.
+    std::string result;
+    result.reserve(text.size() + text.size() / 8);
+    size_t copied = 0;
+    while (found != std::string::npos) {
+        result.append(text, copied, found - copied);
+        result += to;
+        copied = found + from.size();
+        found = text.find(from, copied);
+    }
+    result.append(text, copied, std::string::npos);
+    text.swap(result);
+}
+
+}  // namespace kelZor

@@ -218,11 +218,11 @@ TEST(MetaFlightDatabase, theFirstDanglingNameThrowsWithItsMessage) {
 }
 
 TEST(MetaFlightDatabase, theSampleDocumentsLoadAndResolve) {
-    for (const char* name : {"zone33_quad.mft", "alpine_valley.mft"}) {
+    for (const char* name : {"zone33_quad.mft", "metaflight/alpine_valley.mft"}) {
         SCOPED_TRACE(name);
         DtMetaFlightParser parser;
         std::string error;
-        ASSERT_TRUE(parser.openFile(std::string(ZOR_SAMPLE_DIR) + "/metaflight/" + name, "", error))
+        ASSERT_TRUE(parser.openFile(std::string(ZOR_SAMPLE_DIR) + "/" + name, "", error))
             << error;
         T::Database database;
         database.parse(parser);

@@ -66,7 +66,8 @@ TEST(PluginInit, registersTheTableRowsInOrderWithTheirExtensions) {
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
     const std::vector<std::string>& names = factory.registeredNames();
     for (const char* required :
-         {"DtOpenFlightHeaderParser", "DtGeoTiffHeaderParser", "DtImageHeaderParser"}) {
+         {"DtOpenFlightHeaderParser", "DtMetaFlightHeaderParser", "DtGeoTiffHeaderParser",
+          "DtImageHeaderParser"}) {
         EXPECT_NE(std::find(names.begin(), names.end(), required), names.end()) << required;
     }
     size_t tableRow = 0;
@@ -120,6 +121,7 @@ TEST(PluginInit, theFactoryChoosesByExtensionWhateverItsCase) {
     ASSERT_NE(flt, nullptr);
     EXPECT_EQ(flt->filePath(), "/x/Tile.FLT");
     EXPECT_EQ(factory.parserNameForPath("a.tiff"), "DtGeoTiffHeaderParser");
+    EXPECT_EQ(factory.parserNameForPath("a.MFT"), "DtMetaFlightHeaderParser");
     EXPECT_EQ(factory.parserNameForPath("a.jpeg"), "DtImageHeaderParser");
     EXPECT_EQ(factory.createHeaderParser("/x/noextension"), nullptr);
     EXPECT_EQ(factory.createHeaderParser("/x/model.unknown"), nullptr);

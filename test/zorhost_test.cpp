@@ -56,7 +56,8 @@ TEST(Zorhost, inspectsTheSampleSetByDefault) {
     for (const char* expected :
          {"\"parser\":\"DtOpenFlightHeaderParser\"", "\"coordinateSystem\":\"FlatEarth\"",
           "\"coordinateSystem\":\"Lambert\"", "\"coordinateSystem\":\"Geocentric\"",
-          "\"parser\":\"DtGeoTiffHeaderParser\"", "\"schema\":\"Terrain\""}) {
+          "\"parser\":\"DtGeoTiffHeaderParser\"", "\"schema\":\"Terrain\"",
+          "\"parser\":\"DtMetaFlightHeaderParser\""}) {
         EXPECT_NE(run.out.find(expected), std::string::npos) << expected;
     }
     EXPECT_EQ(run.out.front(), '[');

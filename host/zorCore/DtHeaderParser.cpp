@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "zorCore/DtDe.h"
-#include "zorUtil/DtZorFilesystem.h"
+#include "hxutil/DtFilename.h"
 
 namespace kelZor {
 
@@ -41,7 +41,7 @@ void DtHeaderParserFactory::registerExtension(const std::string& extension,
 }
 
 std::string DtHeaderParserFactory::parserNameForPath(const std::string& filePath) const {
-    const std::string extension = DtZorFilesystem::extensionCaseSensitive(filePath, false);
+    const std::string extension = DtFilename(filePath).extension().toLower().stdString();
     const auto found = nameOfExtension_.find(extension);
     return found == nameOfExtension_.end() ? std::string() : found->second;
 }

@@ -1,7 +1,7 @@
 #include "zorCore/DtPropAdder.h"
 
 #include "zorCore/DtDe.h"
-#include "zorUtil/DtZorFilesystem.h"
+#include "hxutil/DtFilename.h"
 
 namespace kelZor {
 
@@ -20,7 +20,7 @@ void DtPropAdderFactory::setAdderCreator(const std::string& extension,
 }
 
 DtPropAdderCreator* DtPropAdderFactory::creatorForFile(const std::string& filename) const {
-    const auto found = creators_.find(DtZorFilesystem::extensionCaseSensitive(filename, false));
+    const auto found = creators_.find(DtFilename(filename).extension().toLower().stdString());
     return found == creators_.end() ? nullptr : found->second.get();
 }
 

@@ -8,14 +8,16 @@ namespace kelZor {
 class DtZorFilesystem {
 public:
     static bool isAbsolutePath(const std::string& path);
-    // The last component: "a/b/c.flt" gives "c.flt".
+    // The last component without its extension: "a/b/c.flt" gives "c"; joined with
+    // extensionCaseSensitive it gives the component back.
     static std::string baseName(const std::string& path);
-    // Everything before the last '/', without it: "a/b/c.flt" gives "a/b"; "c.flt"
-    // gives ""; "/c.flt" gives "/".
+    // Everything before the last '/', without it: "a/b/c.flt" gives "a/b", "/c.flt"
+    // gives "/", and a bare "c.flt" gives ".".
     static std::string directoryOfPath(const std::string& path);
-    // "/" for an absolute path, "" for a relative one.
+    // The first component, without separators: "terrain/L03/t.flt" gives "terrain".
     static std::string rootDirectoryOfPath(const std::string& path);
-    // The extension without the point; lower-cased unless `caseSensitive`.
+    // The extension of the last component with its point (".flt"), or ""; lower-cased
+    // unless `caseSensitive`.
     static std::string extensionCaseSensitive(std::string path, bool caseSensitive);
 };
 

@@ -7,6 +7,7 @@
 #include "zorCore/DtDe.h"
 #include "zorCore/DtGeoTiffHeaderParser.h"
 #include "zorCore/DtHeaderParser.h"
+#include "zorTerrain/DtMetaFlightHeaderParser.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
 
 namespace kelZor {
@@ -31,6 +32,8 @@ void registerHeaderParsers(DtDe& de) {
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
     registerParser(factory, "DtOpenFlightHeaderParser", new DtOpenFlightHeaderParserCreator,
                    {"flt"});
+    registerParser(factory, "DtMetaFlightHeaderParser", new DtMetaFlightHeaderParserCreator,
+                   {"mft"});
     registerParser(factory, "DtGeoTiffHeaderParser", new DtGeoTiffHeaderParserCreator,
                    {"tif", "tiff"});
     registerParser(factory, "DtImageHeaderParser", new DtImageHeaderParserCreator,

@@ -11,7 +11,7 @@
 #include "hxutil/DtException.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
-#include "zorUtil/DtZorFilesystem.h"
+#include "hxutil/DtFilename.h"
 
 using kelZor::DtDe;
 using kelZor::DtHeaderParser;
@@ -35,7 +35,7 @@ std::string fileProblem(const std::string& path) {
 }
 
 std::string noParserProblem(const std::string& path) {
-    const std::string extension = kelZor::DtZorFilesystem::extensionCaseSensitive(path, true);
+    const std::string extension = DtFilename(path).extension().stdString();
     if (extension.empty())
         return "has no extension, so no parser can be chosen";
     return "no parser is registered for the extension \"" + extension + "\"";

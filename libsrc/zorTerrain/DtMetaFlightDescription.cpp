@@ -1,0 +1,652 @@
+#include "zorTerrain/DtMetaFlightDescription.h"
+
+#include <boost/pointer_cast.hpp>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "hxutil/DtException.h"
+#include "matrix/DtGeodeticCoord.h"
+#include "zorTerrain/DtMetaFlightParser.h"
+#include "zorUtil/DtCoordinateConverter.h"
+#include "zorUtil/DtZorFilesystem.h"
+#include "zorUtil/templateUtil.h"
+
+namespace kelZor {
+
+using Types = DtMetaFlightTypes;
+using CoordSys = boost::shared_ptr<Types::CoordSysType>;
+
+namespace {
+
+bool isAngular(const Types::CoordSysType& system) {
+    return system.unitsCategory.value == Types::UnitsCategory::ANGULAR_DISTANCE;
+}
+
+// ---------------------------------------------------------------- conversion
+
+enum class Kind { Geodetic, Geocentric, Utm, FlatEarth, Unsupported };
+
+Kind kindOf(const CoordSys& system) {
+    if (auto projected = boost::dynamic_pointer_cast<Types::ProjectedCoordSys>(system)) {
+        if (projected->uTM) return Kind::Utm;
+        if (projected->flatEarth) return Kind::FlatEarth;
+        return Kind::Unsupported;
+    }
+    if (auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system)) {
+        switch (nonProjected->geoType.value) {
+            case Types::GeoType::GEODETIC: return Kind::Geodetic;
+            case Types::GeoType::GEOCENTRIC: return Kind::Geocentric;
+        }
+    }
+    return Kind::Unsupported;
+}
+
+DtUtmCoordinateConverter utmConverterOf(const CoordSys& system) {
+    const auto& projected = dynamic_cast<const Types::ProjectedCoordSys&>(*system);
+    const char hemisphere = projected.uTM->hemisphere.value == Types::Hemisphere::NORTH ? 'N' : 'S';
+    DtUtmCoordinateConverter converter;
+    converter.init(projected.falseOriginX, projected.falseOriginY, projected.falseOriginZ,
+                   static_cast<long>(projected.uTM->zone), hemisphere, true);
+    return converter;
+}
+
+DtFlatEarthCoordinateConverter flatEarthConverterOf(const CoordSys& system) {
+    const auto& projected = dynamic_cast<const Types::ProjectedCoordSys&>(*system);
+    DtFlatEarthCoordinateConverter converter;
+    converter.init(DtDeg2Rad(projected.flatEarth->originLatitude),
+                   DtDeg2Rad(projected.flatEarth->originLongitude));
+    return converter;
+}
+
+DtVector64 toGeocentric(Kind kind, const CoordSys& system, const DtVector64& position) {
+    DtVector64 geocentric = position;
+    switch (kind) {
+        case Kind::Geodetic:
+            return DtGeodeticCoord(position.x(), position.y(), position.z(), DtGlobalEllipsoid())
+                .geocentric();
+        case Kind::Utm: utmConverterOf(system).cigToGeoc(position, geocentric); break;
+        case Kind::FlatEarth: flatEarthConverterOf(system).cigToGeoc(position, geocentric); break;
+        default: break;
+    }
+    return geocentric;
+}
+
+DtVector64 fromGeocentric(Kind kind, const CoordSys& system, const DtVector64& geocentric) {
+    DtVector64 result = geocentric;
+    switch (kind) {
+        case Kind::Geodetic: {
+            DtGeodeticCoord geodetic(DtGlobalEllipsoid());
+            geodetic.setGeocentric(geocentric);
+            return DtVector64(geodetic.lat(), geodetic.lon(), geodetic.alt());
+        }
+        case Kind::Utm: utmConverterOf(system).geocToCig(geocentric, result); break;
+        case Kind::FlatEarth: flatEarthConverterOf(system).geocToCig(geocentric, result); break;
+        default: break;
+    }
+    return result;
+}
+
+// ---------------------------------------------------------------- patterns
+
+constexpr size_t maxExpansion = 2048;
+
+bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0'; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Reads a width or precision of at most four digits, below maxExpansion.
+bool readBoundedNumber(const std::string& text, size_t& at) {
+    size_t digits = 0;
+    unsigned value = 0;
+    while (at < text.size() && isDigit(text[at])) {
+        value = value * 10 + static_cast<unsigned>(text[at] - '0');
+        if (++digits > 4) return false;
+        ++at;
+    }
+    return value < maxExpansion;
+}
+
+// The flags each conversion may carry; the others are undefined for it in C.
+const char* allowedFlags(char conversion) {
+    switch (conversion) {
+        case 'd': case 'i': return "-+ 0";
+        case 'u': return "-0";
+        case 'x': case 'X': case 'o': return "-0#";
+        case 's': case 'c': return "-";
+        default: return nullptr;
+    }
+}
+
+// Checks one conversion starting behind its '%'; `at` ends behind it.
+bool readConversion(const std::string& text, size_t& at, bool textValue) {
+    std::string flags;
+    while (at < text.size() && isFlag(text[at])) flags += text[at++];
+    if (!readBoundedNumber(text, at)) return false;
+    bool precision = false;
+    if (at < text.size() && text[at] == '.') {
+        ++at;
+        precision = true;
+        if (!readBoundedNumber(text, at)) return false;
+    }
+    if (at >= text.size()) return false;  // incomplete
+    const char conversion = text[at++];
+    const bool fitsValue = textValue ? conversion == 's' : std::strchr("diuxXoc", conversion) != nullptr;
+    const char* allowed = allowedFlags(conversion);
+    if (!fitsValue || !allowed || (precision && conversion == 'c')) return false;
+    return flags.find_first_not_of(allowed) == std::string::npos;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- StringOrInt
+
+DtMetaFlightDescription::StringOrInt& DtMetaFlightDescription::StringOrInt::operator=(
+    const std::string& value) {
+    isString = true;
+    text = value;
+    return *this;
+}
+
+DtMetaFlightDescription::StringOrInt& DtMetaFlightDescription::StringOrInt::operator=(int32_t value) {
+    isString = false;
+    number = value;
+    return *this;
+}
+
+// ---------------------------------------------------------------- life
+
+DtMetaFlightDescription::DtMetaFlightDescription() : database_(new Types::Database()) {}
+DtMetaFlightDescription::~DtMetaFlightDescription() = default;
+
+void DtMetaFlightDescription::parse(DtMetaFlightParser& parser) {
+    database_.reset();
+    database_.reset(new Types::Database());
+    database_->parse(parser);
+    database_->resolveReferences();
+    fileName_ = parser.fileName();
+    virtualTextureFileName_ = parser.virtualTextureFileName();
+}
+
+void DtMetaFlightDescription::getPaths(std::vector<std::string>& paths) {
+    paths.push_back(DtZorFilesystem::directoryOfPath(fileName_));
+    if (virtualTextureFileName_ != fileName_) {
+        paths.push_back(DtZorFilesystem::directoryOfPath(virtualTextureFileName_));
+    }
+}
+
+// ---------------------------------------------------------------- lookups
+
+const Types::GeometryGridDataset& DtMetaFlightDescription::geometryDataset(const std::string& name) const {
+    return *findOrThrow(database_->geometryGridDataset, std::string(name));
+}
+
+const Types::VirtualTextureDataset& DtMetaFlightDescription::virtualTextureDataset(
+    const std::string& name) const {
+    return *findOrThrow(database_->virtualTextureDataset, std::string(name));
+}
+
+const Types::GridLevel& DtMetaFlightDescription::geometryGridLevel(const std::string& name,
+                                                                   int level) const {
+    const Types::GridStructure& grid = *geometryDataset(name).gridStack.gridStructureUsed.target;
+    return *findByIndexOrThrow(grid.gridLevel, level);
+}
+
+const Types::GeometryGridLevel& DtMetaFlightDescription::geometryLevel(const std::string& name,
+                                                                       int level) const {
+    return *findByIndexOrThrow(geometryDataset(name).geometryGridLevel, level);
+}
+
+const Types::GridLevel& DtMetaFlightDescription::virtualTextureGridLevel(const std::string& name,
+                                                                         int level) const {
+    const Types::GridStructure& grid = *virtualTextureDataset(name).gridStack.gridStructureUsed.target;
+    return *findByIndexOrThrow(grid.gridLevel, level);
+}
+
+// ---------------------------------------------------------------- geometry datasets
+
+unsigned int DtMetaFlightDescription::numberOfGeometryDatasets() const {
+    return static_cast<unsigned int>(database_->geometryGridDataset.size());
+}
+
+const std::string& DtMetaFlightDescription::geometryDatasetName(int index) const {
+    return findByIndexOrThrow(database_->geometryGridDataset, index)->name;
+}
+
+const std::string& DtMetaFlightDescription::geometryDatasetName(const std::string& name) const {
+    return geometryDataset(name).datasetName;
+}
+
+const std::string& DtMetaFlightDescription::geometryDatasetTitle(const std::string& name) const {
+    return geometryDataset(name).datasetTitle;
+}
+
+const std::string& DtMetaFlightDescription::geometryDatasetFileFormat(const std::string& name) const {
+    return geometryDataset(name).fileFormat;
+}
+
+const std::string& DtMetaFlightDescription::geometryDatasetFileNamePattern(
+    const std::string& name) const {
+    return geometryDataset(name).gridStack.fileNamePattern;
+}
+
+CoordSys DtMetaFlightDescription::geometryDatasetDataCoordinateSystem(const std::string& name) const {
+    return geometryDataset(name).coordSysUsed.target;
+}
+
+CoordSys DtMetaFlightDescription::geometryDatasetGridCoordinateSystem(const std::string& name) const {
+    return geometryDataset(name).gridStack.coverageUsed.target->coordSysUsed.target;
+}
+
+const Types::HierarchyType& DtMetaFlightDescription::geometryDatasetGridHierarchyType(
+    const std::string& name) const {
+    return geometryDataset(name).hierarchyType;
+}
+
+const Types::Position2D& DtMetaFlightDescription::geometryDatasetOrigin(const std::string& name) const {
+    return geometryDataset(name).gridStack.coverageUsed.target->origin;
+}
+
+const Types::Position2D& DtMetaFlightDescription::geometryDatasetExtent(const std::string& name) const {
+    return geometryDataset(name).gridStack.coverageUsed.target->extent;
+}
+
+double DtMetaFlightDescription::geometryDatasetRadius(const std::string& name) const {
+    const Types::GeometryGridDataset& dataset = geometryDataset(name);
+    const Types::Coverage& coverage = *dataset.gridStack.coverageUsed.target;
+    const CoordSys grid = coverage.coordSysUsed.target;
+    double a[3] = {coverage.origin.x, coverage.origin.y, 0.0};
+    double b[3] = {coverage.origin.x + coverage.extent.x / 2.0,
+                   coverage.origin.y + coverage.extent.y / 2.0, 0.0};
+    for (double* point : {a, b}) {
+        if (isAngular(*grid)) {
+            const double longitude = point[0];
+            point[0] = DtDeg2Rad(point[1]);
+            point[1] = DtDeg2Rad(longitude);
+        }
+    }
+    convertPosition(grid, dataset.coordSysUsed.target, a[0], a[1], a[2]);
+    convertPosition(grid, dataset.coordSysUsed.target, b[0], b[1], b[2]);
+    const double dx = b[0] - a[0], dy = b[1] - a[1], dz = b[2] - a[2];
+    return std::sqrt(dx * dx + dy * dy + dz * dz);
+}
+
+unsigned int DtMetaFlightDescription::numberOfGeometryGridLevels(const std::string& name) const {
+    return static_cast<unsigned int>(geometryDataset(name).geometryGridLevel.size());
+}
+
+const std::string& DtMetaFlightDescription::geometryGridLevelName(const std::string& name,
+                                                                  int level) const {
+    return geometryGridLevel(name, level).levelName;
+}
+
+unsigned int DtMetaFlightDescription::geometryGridLevelColDivisions(const std::string& name,
+                                                                    int level) const {
+    return geometryGridLevel(name, level).numColDivisions;
+}
+
+unsigned int DtMetaFlightDescription::geometryGridLevelRowDivisions(const std::string& name,
+                                                                    int level) const {
+    return geometryGridLevel(name, level).numRowDivisions;
+}
+
+unsigned int DtMetaFlightDescription::geometryGridLevelColumns(const std::string& name,
+                                                               int level) const {
+    unsigned int columns = geometryGridLevelColDivisions(name, level);
+    for (int above = level - 1; above >= 0; --above) columns *= geometryGridLevelColDivisions(name, above);
+    return columns;
+}
+
+unsigned int DtMetaFlightDescription::geometryGridLevelRows(const std::string& name, int level) const {
+    unsigned int rows = geometryGridLevelRowDivisions(name, level);
+    for (int above = level - 1; above >= 0; --above) rows *= geometryGridLevelRowDivisions(name, above);
+    return rows;
+}
+
+Types::TileType DtMetaFlightDescription::geometryGridLevelTileType(const std::string& name,
+                                                                   int level) const {
+    return geometryLevel(name, level).tileType;
+}
+
+double DtMetaFlightDescription::geometryGridLevelSwitchIn(const std::string& name, int level) const {
+    return geometryLevel(name, level).switchIn_DistanceUsed.target->value;
+}
+
+double DtMetaFlightDescription::geometryGridLevelSwitchOut(const std::string& name, int level) const {
+    return geometryLevel(name, level).switchOut_DistanceUsed.target->value;
+}
+
+void DtMetaFlightDescription::geometryGridTileCenter(const std::string& name, unsigned int level,
+                                                     unsigned int row, unsigned int col, double& x,
+                                                     double& y, double& z) const {
+    const Types::GeometryGridDataset& dataset = geometryDataset(name);
+    const Types::Coverage& coverage = *dataset.gridStack.coverageUsed.target;
+    const Types::Position2D origin = coverage.origin;
+    const Types::Position2D extent = coverage.extent;
+    const unsigned int rows = geometryGridLevelRows(name, static_cast<int>(level));
+    const unsigned int columns = geometryGridLevelColumns(name, static_cast<int>(level));
+    if (row >= rows) DtThrowInvalidInput("Row out of range.");
+    if (col >= columns) DtThrowInvalidInput("Row out of range.");
+    const double spacingX = extent.x / columns;
+    const double spacingY = extent.y / rows;
+    const double centerX = origin.x + spacingX * (col + 1.0) - spacingX / 2.0;
+    const double centerY = origin.y + spacingY * (row + 1.0) - spacingY / 2.0;
+    const CoordSys grid = coverage.coordSysUsed.target;
+    if (isAngular(*grid)) {
+        x = DtDeg2Rad(centerY);
+        y = DtDeg2Rad(centerX);
+    } else {
+        x = centerX;
+        y = centerY;
+    }
+    z = 0.0;
+    convertPosition(grid, dataset.coordSysUsed.target, x, y, z);
+}
+
+void DtMetaFlightDescription::geometryGridTileOffset(const std::string& name, unsigned int level,
+                                                     unsigned int row, unsigned int col, double& x,
+                                                     double& y, double& z) const {
+    const int levelIndex = static_cast<int>(level);
+    switch (geometryLevel(name, levelIndex).localizedType.value) {
+        case Types::LocalizedType::UNLOCALIZED:
+            x = y = z = 0.0;
+            return;
+        case Types::LocalizedType::LOCALIZED:
+            geometryGridTileCenter(name, level, row, col, x, y, z);
+            return;
+        case Types::LocalizedType::LOCALIZED_DEPENDENT: break;
+    }
+    int ancestor = levelIndex - 1;
+    unsigned int rowFactor = geometryGridLevelRowDivisions(name, levelIndex);
+    unsigned int colFactor = geometryGridLevelColDivisions(name, levelIndex);
+    while (ancestor >= 0) {
+        if (geometryLevel(name, ancestor).localizedType.value == Types::LocalizedType::LOCALIZED) break;
+        rowFactor *= geometryGridLevelRowDivisions(name, ancestor);
+        colFactor *= geometryGridLevelColDivisions(name, ancestor);
+        --ancestor;
+    }
+    if (ancestor < 0) DtThrowCorruptedState("Metaflight Corrupt, top level can't be LOCALIZED DEPENDENT");
+    // A level that divides by 0 has no tiles at all.
+    if (rowFactor == 0 || colFactor == 0) DtThrowInvalidInput("Row out of range.");
+    geometryGridTileCenter(name, static_cast<unsigned int>(ancestor), row / rowFactor,
+                           col / colFactor, x, y, z);
+}
+
+// ---------------------------------------------------------------- virtual texture datasets
+
+unsigned int DtMetaFlightDescription::numberOfVirtualTextureDatasets() const {
+    return static_cast<unsigned int>(database_->virtualTextureDataset.size());
+}
+
+const std::string& DtMetaFlightDescription::virtualTextureDatasetName(int index) const {
+    return findByIndexOrThrow(database_->virtualTextureDataset, index)->name;
+}
+
+const std::string& DtMetaFlightDescription::virtualTextureDatasetTitle(const std::string& name) const {
+    return virtualTextureDataset(name).datasetTitle;
+}
+
+const std::string& DtMetaFlightDescription::virtualTextureDatasetFileFormat(
+    const std::string& name) const {
+    return virtualTextureDataset(name).fileFormat;
+}
+
+const std::string& DtMetaFlightDescription::virtualTextureDatasetFileNamePattern(
+    const std::string& name) const {
+    return virtualTextureDataset(name).gridStack.fileNamePattern;
+}
+
+CoordSys DtMetaFlightDescription::virtualTextureCoordinateSystem(const std::string& name) const {
+    return virtualTextureDataset(name).coordSysUsed.target;
+}
+
+unsigned int DtMetaFlightDescription::virtualTextureDatasetTileTexels(const std::string& name) const {
+    return virtualTextureDataset(name).numTileTexels;
+}
+
+const std::string& DtMetaFlightDescription::virtualTextureDatasetSubstitutionTextureName(
+    const std::string& name) const {
+    return virtualTextureDataset(name).substitutionTexture;
+}
+
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetOrigin(const std::string& name) const {
+    return virtualTextureDataset(name).gridStack.coverageUsed.target->origin;
+}
+
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetExtent(const std::string& name) const {
+    return virtualTextureDataset(name).gridStack.coverageUsed.target->extent;
+}
+
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetOrigin(const std::string& name,
+                                                                       const CoordSys& target) const {
+    const Types::Coverage& coverage = *virtualTextureDataset(name).gridStack.coverageUsed.target;
+    const CoordSys grid = coverage.coordSysUsed.target;
+    double x = coverage.origin.x, y = coverage.origin.y, z = 0.0;
+    if (isAngular(*grid)) {
+        x = DtDeg2Rad(coverage.origin.y);
+        y = DtDeg2Rad(coverage.origin.x);
+    }
+    convertPosition(grid, target, x, y, z);
+    Types::Position2D result;
+    if (isAngular(*target)) {
+        result.x = DtRad2Deg(y);
+        result.y = DtRad2Deg(x);
+    } else {
+        result.x = x;
+        result.y = y;
+    }
+    return result;
+}
+
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetExtent(const std::string& name,
+                                                                       const CoordSys& target) const {
+    const Types::Coverage& coverage = *virtualTextureDataset(name).gridStack.coverageUsed.target;
+    const CoordSys grid = coverage.coordSysUsed.target;
+    double oX = coverage.origin.x, oY = coverage.origin.y;
+    double eX = coverage.extent.x, eY = coverage.extent.y;
+    if (isAngular(*grid)) {
+        oX = DtDeg2Rad(coverage.origin.y);
+        oY = DtDeg2Rad(coverage.origin.x);
+        eX = DtDeg2Rad(coverage.extent.y);
+        eY = DtDeg2Rad(coverage.extent.x);
+    }
+    double ux = oX + eX / 2.0, uy = oY + eY / 2.0, uz = 0.0;
+    convertPosition(grid, target, ux, uy, uz);
+    double lx = oX - eX / 2.0, ly = oY - eY / 2.0, lz = 0.0;
+    convertPosition(grid, target, lx, ly, lz);
+    const double sizeX = std::fabs(ux - lx);
+    const double sizeY = std::fabs(uy - ly);
+    Types::Position2D result;
+    if (isAngular(*target)) {
+        result.x = DtRad2Deg(sizeY);
+        result.y = DtRad2Deg(sizeX);
+    } else {
+        result.x = sizeX;
+        result.y = sizeY;
+    }
+    return result;
+}
+
+unsigned int DtMetaFlightDescription::numberOfVirtualTextureGridLevels(const std::string& name) const {
+    return virtualTextureDataset(name).gridStack.gridStructureUsed.target->numLevels;
+}
+
+const std::string& DtMetaFlightDescription::virtualTextureGridLevelName(const std::string& name,
+                                                                        int level) const {
+    return virtualTextureGridLevel(name, level).levelName;
+}
+
+unsigned int DtMetaFlightDescription::virtualTextureGridLevelColDivisions(const std::string& name,
+                                                                          int level) const {
+    return virtualTextureGridLevel(name, level).numColDivisions;
+}
+
+unsigned int DtMetaFlightDescription::virtualTextureGridLevelRowDivisions(const std::string& name,
+                                                                          int level) const {
+    return virtualTextureGridLevel(name, level).numRowDivisions;
+}
+
+unsigned int DtMetaFlightDescription::virtualTextureGridLevelColumns(const std::string& name,
+                                                                     int level) const {
+    unsigned int columns = virtualTextureGridLevelColDivisions(name, level);
+    for (int above = level - 1; above >= 0; --above) {
+        columns *= virtualTextureGridLevelColDivisions(name, above);
+    }
+    return columns;
+}
+
+unsigned int DtMetaFlightDescription::virtualTextureGridLevelRows(const std::string& name,
+                                                                  int level) const {
+    unsigned int rows = virtualTextureGridLevelRowDivisions(name, level);
+    for (int above = level - 1; above >= 0; --above) rows *= virtualTextureGridLevelRowDivisions(name, above);
+    return rows;
+}
+
+// ---------------------------------------------------------------- conversion
+
+void DtMetaFlightDescription::convertPosition(CoordSys source, CoordSys destination, double& x,
+                                              double& y, double& z) {
+    const Kind from = kindOf(source);
+    const Kind to = kindOf(destination);
+    if (from == Kind::Unsupported || to == Kind::Unsupported) {
+        DtThrowCorruptedState("Unsupported Database Coordinate System");
+    }
+    if (from == to) return;
+    const DtVector64 geocentric = toGeocentric(from, source, DtVector64(x, y, z));
+    const DtVector64 result = fromGeocentric(to, destination, geocentric);
+    x = result.x();
+    y = result.y();
+    z = result.z();
+}
+
+void DtMetaFlightDescription::setDtDegMinSecFromDegrees(DtDegMinSec& value, double degrees) {
+    double whole, minutes, seconds;
+    if (degrees < 0) {
+        whole = std::ceil(degrees);
+        const double f = 60.0 * (degrees - whole);
+        minutes = std::ceil(f);
+        seconds = 60.0 * (f - minutes);
+        whole = std::fabs(whole);
+        minutes = std::fabs(minutes);
+        seconds = std::fabs(seconds);
+    } else {
+        whole = std::floor(degrees);
+        const double f = 60.0 * (degrees - whole);
+        minutes = std::floor(f);
+        seconds = 60.0 * (f - minutes);
+    }
+    value.setDegrees(whole);
+    value.setMinutes(minutes);
+    value.setSeconds(seconds);
+}
+
+void DtMetaFlightDescription::setLatDtDegMinSecFromDegrees(DtDegMinSec& value, double degrees) {
+    setDtDegMinSecFromDegrees(value, degrees);
+    value.setHemisphere(degrees >= 0 ? DtDegMinSec::North : DtDegMinSec::South);
+}
+
+void DtMetaFlightDescription::setLonDtDegMinSecFromDegrees(DtDegMinSec& value, double degrees) {
+    setDtDegMinSecFromDegrees(value, degrees);
+    value.setHemisphere(degrees >= 0 ? DtDegMinSec::East : DtDegMinSec::West);
+}
+
+// ---------------------------------------------------------------- file names
+
+bool DtMetaFlightDescription::checkedFormat(const std::string& formatting, bool textValue,
+                                            std::string& format) {
+    if (formatting.find('%') == std::string::npos) {
+        format = formatting + (textValue ? "%s" : "%d");
+        return true;
+    }
+    int conversions = 0;
+    for (size_t at = 0; at < formatting.size();) {
+        if (formatting[at++] != '%') continue;
+        if (at < formatting.size() && formatting[at] == '%') {
+            ++at;
+            continue;
+        }
+        if (++conversions > 1 || !readConversion(formatting, at, textValue)) return false;
+    }
+    format = formatting;
+    return true;
+}
+
+std::string DtMetaFlightDescription::generateFileName(
+    const std::string& pattern, const std::map<std::string, StringOrInt>& variables) {
+    std::string result;
+    size_t position = 0;
+    size_t start = pattern.find("$(", position);
+    std::string format;
+    char buffer[maxExpansion];
+    while (start != std::string::npos) {
+        const size_t end = pattern.find(')', start);
+        if (end == std::string::npos) return std::string();
+        const auto variable = variables.find(pattern.substr(start + 2, end - start - 2));
+        if (variable == variables.end()) return std::string();
+        const StringOrInt& value = variable->second;
+        if (!checkedFormat(pattern.substr(position, start - position), value.isString, format)) {
+            return std::string();
+        }
+        const int written = value.isString
+                                ? std::snprintf(buffer, sizeof buffer, format.c_str(), value.text.c_str())
+                                : std::snprintf(buffer, sizeof buffer, format.c_str(), value.number);
+        if (written < 0 || static_cast<size_t>(written) >= sizeof buffer) return std::string();
+        result.append(buffer, static_cast<size_t>(written));
+        position = end + 1;
+        start = pattern.find("$(", position);
+    }
+    result.append(pattern, position, std::string::npos);
+    return result;
+}
+
+std::string DtMetaFlightDescription::tilePath(const std::string& sourceFile, const std::string& pattern,
+                                              const std::map<std::string, StringOrInt>& variables) const {
+    const std::string directory = DtZorFilesystem::directoryOfPath(sourceFile);
+    std::string path = directory + "/";
+    std::string parsedFile = generateFileName(pattern, variables);
+    for (char& c : parsedFile) c = c == '\\' ? '/' : c;
+    if (DtZorFilesystem::isAbsolutePath(parsedFile)) {
+        path += parsedFile;
+    } else {
+        // A pattern written relative to the parent of the document's directory begins
+        // with that directory's own name, which is not repeated.
+        const std::string baseName = DtZorFilesystem::baseName(directory) +
+                                     DtZorFilesystem::extensionCaseSensitive(directory, true);
+        const std::string parseName = DtZorFilesystem::rootDirectoryOfPath(parsedFile);
+        path += baseName == parseName ? parsedFile.substr(parseName.size()) : parsedFile;
+    }
+    for (char& c : path) c = c == '\\' ? '/' : c;
+    return path;
+}
+
+std::string DtMetaFlightDescription::generateGeometryGridTileFilename(const std::string& name, int level,
+                                                                      unsigned int row, unsigned int col) {
+    std::map<std::string, StringOrInt> variables;
+    variables["LEVELNAME"] = geometryGridLevelName(name, level);
+    variables["DSNAME"] = geometryDatasetName(name);
+    variables["DSTITLE"] = geometryDatasetTitle(name);
+    variables["FILEFORMAT"] = geometryDatasetFileFormat(name);
+    variables["LEVEL"] = static_cast<int32_t>(level);
+    variables["COL"] = static_cast<int32_t>(col);
+    variables["ROW"] = static_cast<int32_t>(row);
+    return tilePath(fileName_, geometryDatasetFileNamePattern(name), variables);
+}
+
+std::string DtMetaFlightDescription::generateVirtualTextureFileName(const std::string& name, int level,
+                                                                    unsigned int row,
+                                                                    unsigned int col) const {
+    std::map<std::string, StringOrInt> variables;
+    variables["LEVELNAME"] = virtualTextureGridLevelName(name, level);
+    variables["DSNAME"] = name;
+    variables["DSTITLE"] = virtualTextureDatasetTitle(name);
+    variables["FILEFORMAT"] = virtualTextureDatasetFileFormat(name);
+    variables["LEVEL"] = static_cast<int32_t>(level);
+    variables["COL"] = static_cast<int32_t>(col);
+    variables["ROW"] = static_cast<int32_t>(row);
+    const int32_t texels = static_cast<int32_t>(1u << (static_cast<unsigned>(level) & 31u));
+    variables["NUMTEXELSX"] = texels;
+    variables["NUMTEXELSY"] = texels;
+    return tilePath(virtualTextureFileName_, virtualTextureDatasetFileNamePattern(name), variables);
+}
+
+}  // namespace kelZor

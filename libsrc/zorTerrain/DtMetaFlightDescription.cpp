@@ -9,6 +9,7 @@
 #include "hxutil/DtException.h"
 #include "matrix/DtGeodeticCoord.h"
 #include "zorTerrain/DtMetaFlightParser.h"
+#include "zorTerrain/DtTilePathGenerator.h"
 #include "zorUtil/DtCoordinateConverter.h"
 #include "zorUtil/DtZorFilesystem.h"
 #include "zorUtil/templateUtil.h"
@@ -86,55 +87,6 @@ DtVector64 fromGeocentric(Kind kind, const CoordSys& system, const DtVector64& g
         default: break;
     }
     return result;
-}
-
-// ---------------------------------------------------------------- patterns
-
-constexpr size_t maxExpansion = 2048;
-
-bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0'; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-// Reads a width or precision of at most four digits, below maxExpansion.
-bool readBoundedNumber(const std::string& text, size_t& at) {
-    size_t digits = 0;
-    unsigned value = 0;
-    while (at < text.size() && isDigit(text[at])) {
-        value = value * 10 + static_cast<unsigned>(text[at] - '0');
-        if (++digits > 4) return false;
-        ++at;
-    }
-    return value < maxExpansion;
-}
-
-// The flags each conversion may carry; the others are undefined for it in C.
-const char* allowedFlags(char conversion) {
-    switch (conversion) {
-        case 'd': case 'i': return "-+ 0";
-        case 'u': return "-0";
-        case 'x': case 'X': case 'o': return "-0#";
-        case 's': case 'c': return "-";
-        default: return nullptr;
-    }
-}
-
-// Checks one conversion starting behind its '%'; `at` ends behind it.
-bool readConversion(const std::string& text, size_t& at, bool textValue) {
-    std::string flags;
-    while (at < text.size() && isFlag(text[at])) flags += text[at++];
-    if (!readBoundedNumber(text, at)) return false;
-    bool precision = false;
-    if (at < text.size() && text[at] == '.') {
-        ++at;
-        precision = true;
-        if (!readBoundedNumber(text, at)) return false;
-    }
-    if (at >= text.size()) return false;  // incomplete
-    const char conversion = text[at++];
-    const bool fitsValue = textValue ? conversion == 's' : std::strchr("diuxXoc", conversion) != nullptr;
-    const char* allowed = allowedFlags(conversion);
-    if (!fitsValue || !allowed || (precision && conversion == 'c')) return false;
-    return flags.find_first_not_of(allowed) == std::string::npos;
 }
 
 }  // namespace
@@ -554,20 +506,9 @@ void DtMetaFlightDescription::setLonDtDegMinSecFromDegrees(DtDegMinSec& value, d
 
 bool DtMetaFlightDescription::checkedFormat(const std::string& formatting, bool textValue,
                                             std::string& format) {
-    if (formatting.find('%') == std::string::npos) {
-        format = formatting + (textValue ? "%s" : "%d");
-        return true;
-    }
-    int conversions = 0;
-    for (size_t at = 0; at < formatting.size();) {
-        if (formatting[at++] != '%') continue;
-        if (at < formatting.size() && formatting[at] == '%') {
-            ++at;
-            continue;
-        }
-        if (++conversions > 1 || !readConversion(formatting, at, textValue)) return false;
-    }
-    format = formatting;
+    DtTilePathGenerator::Format checked;
+    if (!DtTilePathGenerator::parseFormat(formatting, textValue, checked)) return false;
+    format = checked.printfFormat;
     return true;
 }
 
@@ -576,47 +517,23 @@ std::string DtMetaFlightDescription::generateFileName(
     std::string result;
     size_t position = 0;
     size_t start = pattern.find("$(", position);
-    std::string format;
-    char buffer[maxExpansion];
+    DtTilePathGenerator::Format format;
     while (start != std::string::npos) {
         const size_t end = pattern.find(')', start);
         if (end == std::string::npos) return std::string();
         const auto variable = variables.find(pattern.substr(start + 2, end - start - 2));
         if (variable == variables.end()) return std::string();
         const StringOrInt& value = variable->second;
-        if (!checkedFormat(pattern.substr(position, start - position), value.isString, format)) {
+        if (!DtTilePathGenerator::parseFormat(pattern.substr(position, start - position),
+                                              value.isString, format) ||
+            !DtTilePathGenerator::append(result, format, value)) {
             return std::string();
         }
-        const int written = value.isString
-                                ? std::snprintf(buffer, sizeof buffer, format.c_str(), value.text.c_str())
-                                : std::snprintf(buffer, sizeof buffer, format.c_str(), value.number);
-        if (written < 0 || static_cast<size_t>(written) >= sizeof buffer) return std::string();
-        result.append(buffer, static_cast<size_t>(written));
         position = end + 1;
         start = pattern.find("$(", position);
     }
     result.append(pattern, position, std::string::npos);
     return result;
-}
-
-std::string DtMetaFlightDescription::tilePath(const std::string& sourceFile, const std::string& pattern,
-                                              const std::map<std::string, StringOrInt>& variables) const {
-    const std::string directory = DtZorFilesystem::directoryOfPath(sourceFile);
-    std::string path = directory + "/";
-    std::string parsedFile = generateFileName(pattern, variables);
-    for (char& c : parsedFile) c = c == '\\' ? '/' : c;
-    if (DtZorFilesystem::isAbsolutePath(parsedFile)) {
-        path += parsedFile;
-    } else {
-        // A pattern written relative to the parent of the document's directory begins
-        // with that directory's own name, which is not repeated.
-        const std::string baseName = DtZorFilesystem::baseName(directory) +
-                                     DtZorFilesystem::extensionCaseSensitive(directory, true);
-        const std::string parseName = DtZorFilesystem::rootDirectoryOfPath(parsedFile);
-        path += baseName == parseName ? parsedFile.substr(parseName.size()) : parsedFile;
-    }
-    for (char& c : path) c = c == '\\' ? '/' : c;
-    return path;
 }
 
 std::string DtMetaFlightDescription::generateGeometryGridTileFilename(const std::string& name, int level,
@@ -629,7 +546,8 @@ std::string DtMetaFlightDescription::generateGeometryGridTileFilename(const std:
     variables["LEVEL"] = static_cast<int32_t>(level);
     variables["COL"] = static_cast<int32_t>(col);
     variables["ROW"] = static_cast<int32_t>(row);
-    return tilePath(fileName_, geometryDatasetFileNamePattern(name), variables);
+    return DtTilePathGenerator::composePath(
+        fileName_, generateFileName(geometryDatasetFileNamePattern(name), variables));
 }
 
 std::string DtMetaFlightDescription::generateVirtualTextureFileName(const std::string& name, int level,
@@ -646,7 +564,8 @@ std::string DtMetaFlightDescription::generateVirtualTextureFileName(const std::s
     const int32_t texels = static_cast<int32_t>(1u << (static_cast<unsigned>(level) & 31u));
     variables["NUMTEXELSX"] = texels;
     variables["NUMTEXELSY"] = texels;
-    return tilePath(virtualTextureFileName_, virtualTextureDatasetFileNamePattern(name), variables);
+    return DtTilePathGenerator::composePath(
+        virtualTextureFileName_, generateFileName(virtualTextureDatasetFileNamePattern(name), variables));
 }
 
 }  // namespace kelZor

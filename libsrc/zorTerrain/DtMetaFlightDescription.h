@@ -125,6 +125,8 @@ public:
     std::string generateVirtualTextureFileName(const std::string& name, int level, unsigned int row,
                                                unsigned int col) const;
     const std::string& virtualTexturePath() const { return virtualTextureFileName_; }
+    // The document's file, as the parser named it.
+    const std::string& fileName() const { return fileName_; }
 
     // Moves a position from `source` to `destination` in place, through geocentric
     // coordinates. Serves geodetic, geocentric, UTM and flat earth systems; any other
@@ -156,8 +158,6 @@ private:
     const Types::GridLevel& geometryGridLevel(const std::string& name, int level) const;
     const Types::GeometryGridLevel& geometryLevel(const std::string& name, int level) const;
     const Types::GridLevel& virtualTextureGridLevel(const std::string& name, int level) const;
-    std::string tilePath(const std::string& sourceFile, const std::string& pattern,
-                         const std::map<std::string, StringOrInt>& variables) const;
 
     std::string fileName_;
     std::string virtualTextureFileName_;

@@ -1,0 +1,259 @@
+#include "zorTerrain/DtTilePathGenerator.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+
+#include "zorUtil/DtZorFilesystem.h"
+
+namespace kelZor {
+
+using StringOrInt = DtMetaFlightDescription::StringOrInt;
+
+namespace {
+
+bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0'; }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// A width or precision of at most four digits, below the expansion limit.
+bool readBoundedNumber(const std::string& text, size_t& at, int& value) {
+    size_t digits = 0;
+    value = 0;
+    while (at < text.size() && isDigit(text[at])) {
+        value = value * 10 + (text[at] - '0');
+        if (++digits > 4) return false;
+        ++at;
+    }
+    return value < static_cast<int>(DtTilePathGenerator::maxExpansion);
+}
+
+// The flags each conversion may carry; the others are undefined for it in C.
+const char* allowedFlags(char conversion) {
+    switch (conversion) {
+        case 'd': case 'i': return "-+ 0";
+        case 'u': return "-0";
+        case 'x': case 'X': case 'o': return "-0#";
+        case 's': case 'c': return "-";
+        default: return nullptr;
+    }
+}
+
+// Reads one conversion behind its '%'; `at` ends behind it.
+bool readConversion(const std::string& text, size_t& at, bool textValue,
+                    DtTilePathGenerator::Format& format) {
+    while (at < text.size() && isFlag(text[at])) format.flags += text[at++];
+    if (!readBoundedNumber(text, at, format.width)) return false;
+    if (at < text.size() && text[at] == '.') {
+        ++at;
+        if (!readBoundedNumber(text, at, format.precision)) return false;
+    }
+    if (at >= text.size()) return false;  // incomplete
+    const char conversion = text[at++];
+    const bool fits = textValue ? conversion == 's' : std::strchr("diuxXoc", conversion) != nullptr;
+    const char* allowed = allowedFlags(conversion);
+    if (!fits || !allowed || (format.precision >= 0 && conversion == 'c')) return false;
+    if (format.flags.find_first_not_of(allowed) != std::string::npos) return false;
+    format.hasConversion = true;
+    format.conversion = conversion;
+    return true;
+}
+
+void pad(std::string& out, size_t length, int width, char fill) {
+    if (width > 0 && length < static_cast<size_t>(width)) out.append(static_cast<size_t>(width) - length, fill);
+}
+
+// printf's %d, %i and %u with the flags '-' and '0' and a width, without printf.
+void appendInteger(std::string& out, const DtTilePathGenerator::Format& f, int32_t value) {
+    char digits[16];
+    const bool negative = f.conversion != 'u' && value < 0;
+    const uint32_t magnitude = f.conversion == 'u' ? static_cast<uint32_t>(value)
+                               : negative          ? 0u - static_cast<uint32_t>(value)
+                                                   : static_cast<uint32_t>(value);
+    char* end = std::to_chars(digits, digits + sizeof digits, magnitude).ptr;
+    const size_t length = static_cast<size_t>(end - digits) + (negative ? 1 : 0);
+    const bool left = f.flags.find('-') != std::string::npos;
+    const bool zeros = !left && f.flags.find('0') != std::string::npos;
+    if (!left && !zeros) pad(out, length, f.width, ' ');
+    if (negative) out += '-';
+    if (zeros) pad(out, length, f.width, '0');
+    out.append(digits, static_cast<size_t>(end - digits));
+    if (left) pad(out, length, f.width, ' ');
+}
+
+void appendText(std::string& out, const DtTilePathGenerator::Format& f, const std::string& text) {
+    const bool left = !f.flags.empty();  // '-' is the only flag %s may carry
+    if (!left) pad(out, text.size(), f.width, ' ');
+    out += text;
+    if (left) pad(out, text.size(), f.width, ' ');
+}
+
+}  // namespace
+
+bool DtTilePathGenerator::parseFormat(const std::string& formatting, bool textValue, Format& format) {
+    format = Format();
+    if (formatting.find('%') == std::string::npos) {
+        format.before = formatting;
+        format.hasConversion = true;
+        format.conversion = textValue ? 's' : 'd';
+        format.printfFormat = formatting + (textValue ? "%s" : "%d");
+        format.native = true;
+        return true;
+    }
+    std::string* literal = &format.before;
+    for (size_t at = 0; at < formatting.size();) {
+        const char c = formatting[at++];
+        if (c != '%') {
+            *literal += c;
+            continue;
+        }
+        if (at < formatting.size() && formatting[at] == '%') {
+            *literal += '%';
+            ++at;
+            continue;
+        }
+        if (format.hasConversion || !readConversion(formatting, at, textValue, format)) return false;
+        literal = &format.after;
+    }
+    format.printfFormat = formatting;
+    const bool simpleFlags = format.flags.find_first_not_of("-0") == std::string::npos;
+    format.native = !format.hasConversion ||
+                    (format.precision < 0 && simpleFlags && std::strchr("dius", format.conversion));
+    return true;
+}
+
+bool DtTilePathGenerator::append(std::string& out, const Format& format, const StringOrInt& value) {
+    if (format.native) {
+        const size_t start = out.size();
+        out += format.before;
+        if (format.hasConversion) {
+            if (value.isString) {
+                appendText(out, format, value.text);
+            } else {
+                appendInteger(out, format, value.number);
+            }
+        }
+        out += format.after;
+        if (out.size() - start >= maxExpansion) {
+            out.resize(start);
+            return false;
+        }
+        return true;
+    }
+    char buffer[maxExpansion];
+    const int written = value.isString
+                            ? std::snprintf(buffer, sizeof buffer, format.printfFormat.c_str(), value.text.c_str())
+                            : std::snprintf(buffer, sizeof buffer, format.printfFormat.c_str(), value.number);
+    if (written < 0 || static_cast<size_t>(written) >= sizeof buffer) return false;
+    out.append(buffer, static_cast<size_t>(written));
+    return true;
+}
+
+std::string DtTilePathGenerator::composePath(const std::string& sourceFile, std::string parsedFile) {
+    const std::string directory = DtZorFilesystem::directoryOfPath(sourceFile);
+    std::string path = directory + "/";
+    for (char& c : parsedFile) c = c == '\\' ? '/' : c;
+    if (DtZorFilesystem::isAbsolutePath(parsedFile)) {
+        path += parsedFile;
+    } else {
+        // A pattern written relative to the parent of the document's directory begins
+        // with that directory's own name, which is not repeated.
+        const std::string baseName = DtZorFilesystem::baseName(directory) +
+                                     DtZorFilesystem::extensionCaseSensitive(directory, true);
+        const std::string parseName = DtZorFilesystem::rootDirectoryOfPath(parsedFile);
+        path += baseName == parseName ? parsedFile.substr(parseName.size()) : parsedFile;
+    }
+    for (char& c : path) c = c == '\\' ? '/' : c;
+    return path;
+}
+
+DtTilePathGenerator::DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name,
+                                         int level)
+    : sourceFile_(description.fileName()),
+      rows_(description.geometryGridLevelRows(name, level)),
+      columns_(description.geometryGridLevelColumns(name, level)) {
+    std::map<std::string, StringOrInt> constants;
+    constants["LEVELNAME"] = description.geometryGridLevelName(name, level);
+    constants["DSNAME"] = description.geometryDatasetName(name);
+    constants["DSTITLE"] = description.geometryDatasetTitle(name);
+    constants["FILEFORMAT"] = description.geometryDatasetFileFormat(name);
+    constants["LEVEL"] = static_cast<int32_t>(level);
+    compile(description.geometryDatasetFileNamePattern(name), constants);
+}
+
+void DtTilePathGenerator::compile(const std::string& pattern,
+                                  const std::map<std::string, StringOrInt>& constants) {
+    std::string literal;
+    size_t position = 0;
+    for (size_t start = pattern.find("$("); start != std::string::npos;
+         start = pattern.find("$(", position)) {
+        const size_t end = pattern.find(')', start);
+        if (end == std::string::npos) return;
+        const std::string variable = pattern.substr(start + 2, end - start - 2);
+        const std::string formatting = pattern.substr(position, start - position);
+        position = end + 1;
+        const auto constant = constants.find(variable);
+        Format format;
+        if (constant != constants.end()) {
+            if (!parseFormat(formatting, constant->second.isString, format) ||
+                !append(literal, format, constant->second)) {
+                return;
+            }
+            continue;
+        }
+        if (variable != "ROW" && variable != "COL") return;
+        if (!parseFormat(formatting, false, format)) return;
+        segments_.push_back({literal, format, variable == "ROW" ? Variable::Row : Variable::Col});
+        literal.clear();
+    }
+    tail_ = literal + pattern.substr(position);
+    expandable_ = true;
+
+    // The head is fixed when the first path component is: when constant text with a
+    // separator comes before any value, and no value is a %c that could be one.
+    const std::string& first = segments_.empty() ? tail_ : segments_.front().literal;
+    bool characters = false;
+    for (const Segment& s : segments_) characters = characters || s.format.conversion == 'c';
+    fast_ = !characters && (segments_.empty() || first.find_first_of("/\\") != std::string::npos);
+    if (!fast_) return;
+    if (segments_.empty()) {
+        head_ = composePath(sourceFile_, tail_);
+        tail_.clear();
+        return;
+    }
+    head_ = composePath(sourceFile_, first);
+    segments_.front().literal.clear();
+    for (Segment& s : segments_) {
+        for (char& c : s.literal) c = c == '\\' ? '/' : c;
+        for (std::string* text : {&s.format.before, &s.format.after}) {
+            for (char& c : *text) c = c == '\\' ? '/' : c;
+        }
+    }
+    for (char& c : tail_) c = c == '\\' ? '/' : c;
+}
+
+bool DtTilePathGenerator::expand(unsigned int row, unsigned int col, std::string& out) const {
+    for (const Segment& segment : segments_) {
+        out += segment.literal;
+        const StringOrInt value(static_cast<int32_t>(segment.variable == Variable::Row ? row : col));
+        if (!append(out, segment.format, value)) return false;
+    }
+    out += tail_;
+    return true;
+}
+
+void DtTilePathGenerator::path(unsigned int row, unsigned int col, std::string& out) const {
+    if (!expandable_) {
+        out = composePath(sourceFile_, std::string());
+        return;
+    }
+    if (fast_) {
+        out = head_;
+        if (!expand(row, col, out)) out = composePath(sourceFile_, std::string());
+        return;
+    }
+    std::string parsedFile;
+    if (!expand(row, col, parsedFile)) parsedFile.clear();
+    out = composePath(sourceFile_, parsedFile);
+}
+
+}  // namespace kelZor

@@ -1,0 +1,85 @@
+// DtTilePathGenerator: every tile path of one level of a geometry dataset, from the
+// dataset's FileNamePattern compiled once. Each path is byte for byte what
+// DtMetaFlightDescription::generateGeometryGridTileFilename gives for the same tile.
+//
+//   DtTilePathGenerator tiles(description, "Terrain", 3);
+//   std::string path;
+//   for (unsigned row = 0; row < tiles.rows(); ++row)
+//       for (unsigned col = 0; col < tiles.columns(); ++col) {
+//           tiles.path(row, col, path);
+//           use(path);
+//       }
+//
+// Construction throws what the description's lookups throw for an unknown dataset or a
+// level outside the level vectors. The generator holds copies: the description may go.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "zorTerrain/DtMetaFlightDescription.h"
+#include "zorTerrain/zorTerrainExport.h"
+
+namespace kelZor {
+
+class ZOR_TERRAIN_EXPORT DtTilePathGenerator {
+public:
+    // The checked format of one pattern reference: the literal text before and after
+    // its one conversion (with "%%" already made "%"), and the conversion.
+    struct Format {
+        std::string before;
+        std::string after;
+        bool hasConversion = false;
+        char conversion = 0;
+        std::string flags;
+        int width = 0;
+        int precision = -1;
+        std::string printfFormat;  // the whole format, as printf would be given it
+        bool native = false;       // formatted here rather than by snprintf
+    };
+    // Longest expansion of one reference, exclusive.
+    static constexpr size_t maxExpansion = 2048;
+
+    // Checks the text in front of a reference as a printf format for one value of that
+    // kind; false for anything unsafe or unfitting.
+    static bool parseFormat(const std::string& formatting, bool textValue, Format& format);
+    // Appends the value formatted; false, appending nothing, when the expansion would
+    // reach maxExpansion characters.
+    static bool append(std::string& out, const Format& format,
+                       const DtMetaFlightDescription::StringOrInt& value);
+    // Steps 4 to 7 of a tile's path: the directory of `sourceFile`, then `parsedFile`,
+    // without repeating the directory's own name, backslashes made '/'.
+    static std::string composePath(const std::string& sourceFile, std::string parsedFile);
+
+    DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name, int level);
+
+    unsigned int rows() const { return rows_; }
+    unsigned int columns() const { return columns_; }
+    // The path of one tile into `out`. Rows and columns are not checked, as the
+    // description does not check them either.
+    void path(unsigned int row, unsigned int col, std::string& out) const;
+
+private:
+    enum class Variable { Row, Col };
+    struct Segment {
+        std::string literal;  // constant text in front of the value
+        Format format;
+        Variable variable;
+    };
+
+    void compile(const std::string& pattern,
+                 const std::map<std::string, DtMetaFlightDescription::StringOrInt>& constants);
+    bool expand(unsigned int row, unsigned int col, std::string& out) const;
+
+    std::string sourceFile_;
+    unsigned int rows_ = 0;
+    unsigned int columns_ = 0;
+    bool expandable_ = false;
+    bool fast_ = false;  // the path's head does not depend on the tile
+    std::string head_;   // the fixed start: directory, '/', and the constant text
+    std::vector<Segment> segments_;
+    std::string tail_;
+};
+
+}  // namespace kelZor

@@ -137,3 +137,70 @@ TEST(Zorhost, anExceptionThroughIsValidBecomesAProblem) {
         << err.str();
     EXPECT_NE(out.str().find("valid:             no"), std::string::npos);
 }
+
+namespace {
+const std::string quad = std::string(ZOR_SAMPLE_DIR) + "/zone33_quad.mft";
+const std::string valley = std::string(ZOR_SAMPLE_DIR) + "/metaflight/alpine_valley.mft";
+}  // namespace
+
+TEST(ZorhostMetaFlight, describeShowsDatasetsAndLevels) {
+    const ZorhostRun text = zorhost("describe '" + valley + "'");
+    EXPECT_EQ(text.status, 0) << text.err;
+    for (const char* expected :
+         {"geometry datasets: 2", "DatasetName:        valley", "grid system:        UTM32N (UTM zone 32 N)",
+          "data system:        Geodetic (GEODETIC)", "3: L3  divisions 4x4  columns 32  rows 32  FILE_GEOM",
+          "virtual texture datasets: 1", "tile texels:        256", "2: T2  divisions 2x2  columns 4  rows 4"}) {
+        EXPECT_NE(text.out.find(expected), std::string::npos) << expected;
+    }
+    const ZorhostRun json = zorhost("describe --json '" + quad + "'");
+    EXPECT_EQ(json.status, 0);
+    for (const char* expected : {"\"key\":\"Terrain\"", "\"switchIn\":1000", "\"switchOut\":8000",
+                                 "\"columns\":8", "\"rows\":4", "\"hierarchyType\":\"SUBSTITUTIVE\""}) {
+        EXPECT_NE(json.out.find(expected), std::string::npos) << expected;
+    }
+}
+
+TEST(ZorhostMetaFlight, tilesStreamOneRecordPerTile) {
+    const ZorhostRun all = zorhost("tiles '" + quad + "' --dataset Terrain");
+    EXPECT_EQ(all.status, 0) << all.err;
+    EXPECT_EQ(countLines(all.out), 1u + 8u + 32u);  // header, 4 x 2, then 8 x 4
+    const ZorhostRun one = zorhost("tiles '" + quad + "' --dataset Terrain --level 1 --json");
+    EXPECT_EQ(one.status, 0);
+    EXPECT_NE(one.out.find("{\"level\":1,\"row\":3,\"col\":7,\"center\":[537500,5017500,0],"
+                           "\"offset\":[537500,5017500,0],\"path\":\"" +
+                           std::string(ZOR_SAMPLE_DIR) + "/Terrain/L1/tile_003_007.medf\"}"),
+              std::string::npos)
+        << one.out.substr(0, 300);
+    for (const auto& [arguments, message] :
+         {std::make_pair(std::string("--dataset Nope"), std::string("Unable to find key")),
+          std::make_pair(std::string("--dataset Terrain --level 2"), std::string("Index out of range."))}) {
+        const ZorhostRun bad = zorhost("tiles '" + quad + "' " + arguments);
+        EXPECT_EQ(bad.status, 1);
+        EXPECT_NE(bad.err.find(message), std::string::npos) << bad.err;
+    }
+    EXPECT_EQ(zorhost("tiles '" + quad + "'").status, 2);
+    EXPECT_EQ(zorhost("tiles '" + quad + "' --dataset Terrain --level -1").status, 2);
+}
+
+TEST(ZorhostMetaFlight, convertTakesAndGivesDegrees) {
+    // GeoConvert -u: 46.5 11.25 is 32n 672644.4824 5152062.9029.
+    const ZorhostRun run = zorhost("convert '" + valley + "' --from Geodetic --to UTM32N 46.5 11.25 1000");
+    ASSERT_EQ(run.status, 0) << run.err;
+    double x = 0, y = 0, z = 0;
+    ASSERT_EQ(std::sscanf(run.out.c_str(), "%lf %lf %lf", &x, &y, &z), 3);
+    EXPECT_NEAR(x, 672644.4824, 1e-3);
+    EXPECT_NEAR(y, 5152062.9029, 1e-3);
+    EXPECT_NEAR(z, 1000.0, 1e-6);
+    const ZorhostRun back = zorhost("convert '" + valley + "' --from UTM32N --to Geodetic -- 672644.4824 5152062.9029 1000");
+    ASSERT_EQ(back.status, 0) << back.err;
+    ASSERT_EQ(std::sscanf(back.out.c_str(), "%lf %lf %lf", &x, &y, &z), 3);
+    EXPECT_NEAR(x, 46.5, 1e-8);
+    EXPECT_NEAR(y, 11.25, 1e-8);
+
+    EXPECT_EQ(zorhost("convert '" + valley + "' --from Nope --to UTM32N 1 2 3").status, 1);
+    EXPECT_EQ(zorhost("convert '" + valley + "' --from Geodetic --to UTM32N 1 2").status, 2);
+    EXPECT_EQ(zorhost("convert '" + valley + "' --from Geodetic --to UTM32N 1 2 x").status, 2);
+    const ZorhostRun missing = zorhost("describe /nonexistent.mft");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.err.find("Unable to open file descriptor"), std::string::npos);
+}

@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "Inspect.h"
+#include "MetaFlightCommands.h"
 #include "PluginLibrary.h"
 #include "zorCore/DtDe.h"
+#include "hxutil/DtString.h"
 #include "zorCore/DtHeaderParser.h"
 
 namespace {
@@ -35,6 +37,25 @@ Commands:
       Exit status: 0 when every file was valid, 1 when any was not.
   parsers
       List the registered header parsers and the extensions that lead to them.
+  describe DOC.mft [--json]
+      A MetaFlight document as a person wants to see it: each geometry dataset
+      (key, DatasetName, title, file format, pattern, hierarchy type, data and
+      grid coordinate systems, radius) with each level (name, divisions,
+      columns, rows, tile type, localized type, switch-in and switch-out
+      distances); each virtual texture dataset with its levels, tile texels,
+      and origin and extent in its own coordinate system.
+  tiles DOC.mft --dataset KEY [--level N] [--json]
+      One record per tile of a geometry dataset (every level, or level N):
+      level, row, col, centre x y z, offset x y z and file path. JSON keys:
+      level, row, col, center, offset, path. Records stream as they are made.
+      Centres and offsets are in the dataset's data coordinate system; a
+      geodetic one gives latitude and longitude in degrees.
+  convert DOC.mft --from CS --to CS X Y Z
+      Convert a position between two coordinate systems of the document, named
+      by their keys. In a geodetic system the values are latitude and longitude
+      in degrees and altitude in metres; otherwise the system's own numbers
+      (UTM easting, northing, height; flat earth east, north, up; geocentric
+      X, Y, Z), in metres.
   help
       Print this text.
 
@@ -46,17 +67,26 @@ Options:
   --sample-dir DIR   The sample terrain set used when no PATH is given. Default:
                      $ZORHOST_SAMPLE_DIR, else data/sample of the source tree,
                      else the installed copy.
+  --dataset KEY      The geometry dataset of tiles.
+  --level N          One level of tiles (from 0).
+  --from CS, --to CS The coordinate systems of convert.
   -h, --help         Print this text.
 
 Problems with a file (no parser for its extension, missing, unreadable, a
 directory, a parser that refuses it or throws) are reported as one line on
-stderr naming the path. Bad usage exits with status 2.
+stderr naming the path. A MetaFlight document that does not load or resolve,
+an unknown dataset or coordinate system, a level or tile out of range: the
+message on stderr and status 1. Bad usage exits with status 2.
 )";
 
 struct Options {
     std::string plugin;
     std::string configDir;
     std::string sampleDir;
+    std::string dataset;
+    std::string level;
+    std::string from;
+    std::string to;
     std::string command;
     bool json = false;
     std::vector<std::string> args;
@@ -66,6 +96,12 @@ int usageError(const std::string& message) {
     std::cerr << "zorhost: " << message << "\n"
               << "Try 'zorhost --help'.\n";
     return 2;
+}
+
+bool isNumber(const std::string& text) {
+    bool ok = false;
+    DtString(text).toDouble(&ok);
+    return ok;
 }
 
 bool isDirectory(const std::string& path) {
@@ -122,12 +158,20 @@ int parseArguments(int argc, char** argv, Options& options) {
         } else if (arg == "--sample-dir") {
             if (!needValue(i, options.sampleDir))
                 return usageError("--sample-dir needs a directory");
+        } else if (arg == "--dataset") {
+            if (!needValue(i, options.dataset)) return usageError("--dataset needs a key");
+        } else if (arg == "--level") {
+            if (!needValue(i, options.level)) return usageError("--level needs a number");
+        } else if (arg == "--from") {
+            if (!needValue(i, options.from)) return usageError("--from needs a coordinate system");
+        } else if (arg == "--to") {
+            if (!needValue(i, options.to)) return usageError("--to needs a coordinate system");
         } else if (arg == "--json") {
             options.json = true;
         } else if (arg == "--") {
             for (++i; i < argc; ++i)
                 options.args.push_back(argv[i]);
-        } else if (arg.size() > 1 && arg[0] == '-') {
+        } else if (arg.size() > 1 && arg[0] == '-' && !isNumber(arg)) {
             return usageError("unknown option " + arg);
         } else if (options.command.empty()) {
             options.command = arg;
@@ -137,8 +181,9 @@ int parseArguments(int argc, char** argv, Options& options) {
     }
     if (options.command.empty())
         return usageError("no command given");
-    if (options.json && options.command != "inspect") {
-        return usageError("--json is an option of inspect");
+    if (options.json && options.command != "inspect" && options.command != "describe" &&
+        options.command != "tiles") {
+        return usageError("--json is an option of inspect, describe and tiles");
     }
     return -1;
 }
@@ -171,16 +216,48 @@ int listParsers(kelZor::DtDe& de) {
     return 0;
 }
 
+// The MetaFlight commands, which need no plug-in registration.
+int runMetaFlightCommand(const Options& options) {
+    if (options.args.empty()) return usageError(options.command + " needs a MetaFlight document");
+    const std::string& document = options.args.front();
+    if (options.command == "describe") {
+        if (options.args.size() != 1) return usageError("describe takes one document");
+        return runDescribe(document, options.json, std::cout, std::cerr);
+    }
+    if (options.command == "tiles") {
+        if (options.args.size() != 1) return usageError("tiles takes one document");
+        if (options.dataset.empty()) return usageError("tiles needs --dataset KEY");
+        TilesRequest request{document, options.dataset, -1, options.json};
+        if (!options.level.empty()) {
+            bool ok = false;
+            request.level = DtString(options.level).toInt(&ok);
+            if (!ok || request.level < 0) return usageError("--level needs a number from 0");
+        }
+        return runTiles(request, std::cout, std::cerr);
+    }
+    if (options.args.size() != 4) return usageError("convert takes a document and X Y Z");
+    if (options.from.empty() || options.to.empty()) return usageError("convert needs --from and --to");
+    ConvertRequest request{document, options.from, options.to, {0, 0, 0}};
+    for (int i = 0; i < 3; ++i) {
+        bool ok = false;
+        request.values[i] = DtString(options.args[static_cast<size_t>(i) + 1]).toDouble(&ok);
+        if (!ok) return usageError("not a number: " + options.args[static_cast<size_t>(i) + 1]);
+    }
+    return runConvert(request, std::cout, std::cerr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     Options options;
     const int parsed = parseArguments(argc, argv, options);
-    if (parsed >= 0)
-        return parsed;
+    if (parsed >= 0) return parsed;
     if (options.command == "help") {
         std::cout << usageText;
         return 0;
+    }
+    if (options.command == "describe" || options.command == "tiles" || options.command == "convert") {
+        return runMetaFlightCommand(options);
     }
     if (options.command != "inspect" && options.command != "parsers") {
         return usageError("unknown command " + options.command);
@@ -191,13 +268,11 @@ int main(int argc, char** argv) {
 
     // Declared before the DtDe so the library outlives every object whose code it holds.
     PluginLibrary plugin;
-    if (!loadPlugin(options, plugin))
-        return 1;
+    if (!loadPlugin(options, plugin)) return 1;
     kelZor::DtDe de(options.configDir);
     plugin.init()(de);
 
-    if (options.command == "parsers")
-        return listParsers(de);
+    if (options.command == "parsers") return listParsers(de);
     std::vector<std::string> paths = options.args;
     if (paths.empty()) {
         std::string error;

@@ -1,0 +1,398 @@
+#include "MetaFlightCommands.h"
+
+#include <boost/pointer_cast.hpp>
+
+#include <functional>
+#include <sstream>
+
+#include "JsonWriter.h"
+#include "hxutil/DtException.h"
+#include "hxutil/DtString.h"
+#include "matrix/DtAngles.h"
+#include "zorTerrain/DtMetaFlightDescription.h"
+#include "zorTerrain/DtMetaFlightParser.h"
+#include "zorTerrain/DtTilePathGenerator.h"
+
+using kelZor::DtMetaFlightDescription;
+using kelZor::DtMetaFlightParser;
+using Types = kelZor::DtMetaFlightTypes;
+using CoordSys = boost::shared_ptr<Types::CoordSysType>;
+
+namespace {
+
+// Loads and resolves a document; false with the loader's or the exception's message.
+bool load(const std::string& path, DtMetaFlightParser& parser, DtMetaFlightDescription& description,
+          std::ostream& err) {
+    std::string error;
+    if (!parser.openFile(path, "", error)) {
+        while (!error.empty() && error.back() == '\n') error.pop_back();
+        err << "zorhost: " << path << ": " << error << "\n";
+        return false;
+    }
+    try {
+        description.parse(parser);
+    } catch (const std::exception& e) {
+        err << "zorhost: " << path << ": " << e.what() << "\n";
+        return false;
+    }
+    return true;
+}
+
+std::string elementName(const CoordSys& system) {
+    const auto* element = dynamic_cast<const Types::Element*>(system.get());
+    return element ? element->name : std::string();
+}
+
+// What a person calls the kind of a coordinate system.
+std::string kindOf(const CoordSys& system) {
+    if (auto projected = boost::dynamic_pointer_cast<Types::ProjectedCoordSys>(system)) {
+        if (projected->uTM) {
+            return "UTM zone " + std::to_string(projected->uTM->zone) +
+                   (projected->uTM->hemisphere.value == Types::Hemisphere::NORTH ? " N" : " S");
+        }
+        if (projected->flatEarth) {
+            return "FlatEarth at " + DtShortestDouble(projected->flatEarth->originLatitude) + ", " +
+                   DtShortestDouble(projected->flatEarth->originLongitude);
+        }
+        if (projected->lambertConicConformal) return "LambertConicConformal";
+        if (projected->stereographic) return "Stereographic";
+        if (projected->albersEqualAreaConic) return "AlbersEqualAreaConic";
+        if (projected->trapezoidal) return "Trapezoidal";
+        return "Projected (no projection)";
+    }
+    if (auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system)) {
+        return nonProjected->geoType.toString();
+    }
+    if (boost::dynamic_pointer_cast<Types::NonGeoreferencedCoordSys>(system)) return "NonGeoreferenced";
+    return "none";
+}
+
+std::string systemText(const CoordSys& system) {
+    return elementName(system) + " (" + kindOf(system) + ")";
+}
+
+// A query's answer as text, or what it threw.
+std::string attempt(const std::function<std::string()>& query) {
+    try {
+        return query();
+    } catch (const std::exception& e) {
+        return std::string("n/a: ") + e.what();
+    }
+}
+
+std::string number(double value) { return DtShortestDouble(value); }
+
+// ---------------------------------------------------------------- describe, as text
+
+void describeGeometryText(const DtMetaFlightDescription& d, const std::string& key, std::ostream& out) {
+    out << "  " << key << "\n"
+        << "    DatasetName:        " << d.geometryDatasetName(key) << "\n"
+        << "    title:              " << d.geometryDatasetTitle(key) << "\n"
+        << "    file format:        " << d.geometryDatasetFileFormat(key) << "\n"
+        << "    pattern:            " << d.geometryDatasetFileNamePattern(key) << "\n"
+        << "    hierarchy:          " << d.geometryDatasetGridHierarchyType(key).toString() << "\n"
+        << "    data system:        " << systemText(d.geometryDatasetDataCoordinateSystem(key)) << "\n"
+        << "    grid system:        " << systemText(d.geometryDatasetGridCoordinateSystem(key)) << "\n"
+        << "    radius:             " << attempt([&] { return number(d.geometryDatasetRadius(key)); })
+        << "\n    levels:             " << d.numberOfGeometryGridLevels(key) << "\n";
+    for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level) {
+        const int l = static_cast<int>(level);
+        out << "      " << level << ": " << attempt([&] {
+            const Types::GeometryGridLevel& g = *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
+            return d.geometryGridLevelName(key, l) + "  divisions " +
+                   std::to_string(d.geometryGridLevelColDivisions(key, l)) + "x" +
+                   std::to_string(d.geometryGridLevelRowDivisions(key, l)) + "  columns " +
+                   std::to_string(d.geometryGridLevelColumns(key, l)) + "  rows " +
+                   std::to_string(d.geometryGridLevelRows(key, l)) + "  " + g.tileType.toString() +
+                   "  " + g.localizedType.toString() + "  switch in " +
+                   number(d.geometryGridLevelSwitchIn(key, l)) + " out " +
+                   number(d.geometryGridLevelSwitchOut(key, l));
+        }) << "\n";
+    }
+}
+
+void describeVirtualTextureText(const DtMetaFlightDescription& d, const std::string& key,
+                                std::ostream& out) {
+    const CoordSys own = d.virtualTextureCoordinateSystem(key);
+    out << "  " << key << "\n"
+        << "    title:              " << d.virtualTextureDatasetTitle(key) << "\n"
+        << "    file format:        " << d.virtualTextureDatasetFileFormat(key) << "\n"
+        << "    pattern:            " << d.virtualTextureDatasetFileNamePattern(key) << "\n"
+        << "    system:             " << systemText(own) << "\n"
+        << "    tile texels:        " << d.virtualTextureDatasetTileTexels(key) << "\n"
+        << "    origin:             " << attempt([&] {
+               const Types::Position2D o = d.virtualTextureDatasetOrigin(key, own);
+               return number(o.x) + ", " + number(o.y);
+           }) << "\n"
+        << "    extent:             " << attempt([&] {
+               const Types::Position2D e = d.virtualTextureDatasetExtent(key, own);
+               return number(e.x) + ", " + number(e.y);
+           }) << "\n"
+        << "    levels:             " << d.numberOfVirtualTextureGridLevels(key) << "\n";
+    for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level) {
+        const int l = static_cast<int>(level);
+        out << "      " << level << ": " << attempt([&] {
+            return d.virtualTextureGridLevelName(key, l) + "  divisions " +
+                   std::to_string(d.virtualTextureGridLevelColDivisions(key, l)) + "x" +
+                   std::to_string(d.virtualTextureGridLevelRowDivisions(key, l)) + "  columns " +
+                   std::to_string(d.virtualTextureGridLevelColumns(key, l)) + "  rows " +
+                   std::to_string(d.virtualTextureGridLevelRows(key, l));
+        }) << "\n";
+    }
+}
+
+// ---------------------------------------------------------------- describe, as JSON
+
+void describeGeometryJson(const DtMetaFlightDescription& d, const std::string& key, JsonWriter& json) {
+    json.beginObject();
+    json.key("key"); json.value(key);
+    json.key("datasetName"); json.value(d.geometryDatasetName(key));
+    json.key("title"); json.value(d.geometryDatasetTitle(key));
+    json.key("fileFormat"); json.value(d.geometryDatasetFileFormat(key));
+    json.key("pattern"); json.value(d.geometryDatasetFileNamePattern(key));
+    json.key("hierarchyType"); json.value(d.geometryDatasetGridHierarchyType(key).toString());
+    json.key("dataCoordinateSystem"); json.value(systemText(d.geometryDatasetDataCoordinateSystem(key)));
+    json.key("gridCoordinateSystem"); json.value(systemText(d.geometryDatasetGridCoordinateSystem(key)));
+    double radius = 0.0;
+    bool haveRadius = true;
+    try {
+        radius = d.geometryDatasetRadius(key);
+    } catch (const std::exception&) {
+        haveRadius = false;
+    }
+    json.key("radius");
+    if (haveRadius) json.value(radius); else json.null();
+    json.key("levels");
+    json.beginArray();
+    for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level) {
+        const int l = static_cast<int>(level);
+        const Types::GeometryGridLevel& g = *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
+        json.beginObject();
+        json.key("level"); json.value(static_cast<long long>(level));
+        std::string name;
+        unsigned cd = 0, rd = 0, columns = 0, rows = 0;
+        bool grid = true;
+        try {
+            name = d.geometryGridLevelName(key, l);
+            cd = d.geometryGridLevelColDivisions(key, l);
+            rd = d.geometryGridLevelRowDivisions(key, l);
+            columns = d.geometryGridLevelColumns(key, l);
+            rows = d.geometryGridLevelRows(key, l);
+        } catch (const std::exception&) {
+            grid = false;
+        }
+        json.key("name"); if (grid) json.value(name); else json.null();
+        json.key("colDivisions"); if (grid) json.value(static_cast<long long>(cd)); else json.null();
+        json.key("rowDivisions"); if (grid) json.value(static_cast<long long>(rd)); else json.null();
+        json.key("columns"); if (grid) json.value(static_cast<long long>(columns)); else json.null();
+        json.key("rows"); if (grid) json.value(static_cast<long long>(rows)); else json.null();
+        json.key("tileType"); json.value(g.tileType.toString());
+        json.key("localizedType"); json.value(g.localizedType.toString());
+        json.key("switchIn"); json.value(d.geometryGridLevelSwitchIn(key, l));
+        json.key("switchOut"); json.value(d.geometryGridLevelSwitchOut(key, l));
+        json.endObject();
+    }
+    json.endArray();
+    json.endObject();
+}
+
+void describeVirtualTextureJson(const DtMetaFlightDescription& d, const std::string& key, JsonWriter& json) {
+    const CoordSys own = d.virtualTextureCoordinateSystem(key);
+    json.beginObject();
+    json.key("key"); json.value(key);
+    json.key("title"); json.value(d.virtualTextureDatasetTitle(key));
+    json.key("fileFormat"); json.value(d.virtualTextureDatasetFileFormat(key));
+    json.key("pattern"); json.value(d.virtualTextureDatasetFileNamePattern(key));
+    json.key("coordinateSystem"); json.value(systemText(own));
+    json.key("tileTexels"); json.value(static_cast<long long>(d.virtualTextureDatasetTileTexels(key)));
+    for (const char* which : {"origin", "extent"}) {
+        json.key(which);
+        try {
+            const Types::Position2D p = std::string(which) == "origin" ? d.virtualTextureDatasetOrigin(key, own)
+                                                                        : d.virtualTextureDatasetExtent(key, own);
+            json.beginArray();
+            json.value(p.x);
+            json.value(p.y);
+            json.endArray();
+        } catch (const std::exception&) {
+            json.null();
+        }
+    }
+    json.key("levels");
+    json.beginArray();
+    for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level) {
+        const int l = static_cast<int>(level);
+        json.beginObject();
+        json.key("level"); json.value(static_cast<long long>(level));
+        try {
+            const std::string name = d.virtualTextureGridLevelName(key, l);
+            json.key("name"); json.value(name);
+            json.key("colDivisions"); json.value(static_cast<long long>(d.virtualTextureGridLevelColDivisions(key, l)));
+            json.key("rowDivisions"); json.value(static_cast<long long>(d.virtualTextureGridLevelRowDivisions(key, l)));
+            json.key("columns"); json.value(static_cast<long long>(d.virtualTextureGridLevelColumns(key, l)));
+            json.key("rows"); json.value(static_cast<long long>(d.virtualTextureGridLevelRows(key, l)));
+        } catch (const std::exception&) {
+            json.key("error"); json.value("level not in the grid structure");
+        }
+        json.endObject();
+    }
+    json.endArray();
+    json.endObject();
+}
+
+// ---------------------------------------------------------------- convert
+
+// The system of that key in any of the three maps, by the document's own lookup rule.
+CoordSys findSystem(const Types::Database& db, const std::string& key) {
+    auto lookUp = [&key](const auto& map) -> CoordSys {
+        auto found = map.find(key);
+        if (found == map.end() && key.rfind(':') != std::string::npos) {
+            found = map.find(key.substr(key.rfind(':') + 1));
+        }
+        return found == map.end() ? CoordSys() : CoordSys(found->second);
+    };
+    CoordSys system = lookUp(db.projectedCoordSys);
+    if (!system) system = lookUp(db.nonProjectedCoordSys);
+    if (!system) system = lookUp(db.nonGeoreferencedCoordSys);
+    return system;
+}
+
+bool isGeodetic(const CoordSys& system) {
+    auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system);
+    return nonProjected && nonProjected->geoType.value == Types::GeoType::GEODETIC;
+}
+
+}  // namespace
+
+int runDescribe(const std::string& document, bool json, std::ostream& out, std::ostream& err) {
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    if (!load(document, parser, d, err)) return 1;
+    if (json) {
+        JsonWriter writer(out);
+        writer.beginObject();
+        writer.key("path"); writer.value(document);
+        writer.key("geometryDatasets");
+        writer.beginArray();
+        for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
+            describeGeometryJson(d, d.geometryDatasetName(static_cast<int>(i)), writer);
+        }
+        writer.endArray();
+        writer.key("virtualTextureDatasets");
+        writer.beginArray();
+        for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
+            describeVirtualTextureJson(d, d.virtualTextureDatasetName(static_cast<int>(i)), writer);
+        }
+        writer.endArray();
+        writer.endObject();
+        out << "\n";
+        return 0;
+    }
+    out << document << "\n" << "geometry datasets: " << d.numberOfGeometryDatasets() << "\n";
+    for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
+        describeGeometryText(d, d.geometryDatasetName(static_cast<int>(i)), out);
+    }
+    out << "virtual texture datasets: " << d.numberOfVirtualTextureDatasets() << "\n";
+    for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
+        describeVirtualTextureText(d, d.virtualTextureDatasetName(static_cast<int>(i)), out);
+    }
+    return 0;
+}
+
+int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) {
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    if (!load(request.document, parser, d, err)) return 1;
+    JsonWriter json(out);
+    bool open = false;
+    try {
+        const unsigned levels = d.numberOfGeometryGridLevels(request.dataset);
+        if (request.level >= 0 && static_cast<unsigned>(request.level) >= levels) {
+            DtThrowInvalidInput("Index out of range.");
+        }
+        // A person reads geodetic positions in degrees, as convert takes and gives them.
+        const bool degrees = isGeodetic(d.geometryDatasetDataCoordinateSystem(request.dataset));
+        const unsigned first = request.level >= 0 ? static_cast<unsigned>(request.level) : 0;
+        const unsigned last = request.level >= 0 ? first : (levels ? levels - 1 : 0);
+        if (request.json) {
+            json.beginArray();
+        } else {
+            out << "level\trow\tcol\tcenter_x\tcenter_y\tcenter_z\toffset_x\toffset_y\toffset_z\tpath\n";
+        }
+        open = true;
+        std::string path;
+        for (unsigned level = first; levels && level <= last; ++level) {
+            const kelZor::DtTilePathGenerator names(d, request.dataset, static_cast<int>(level));
+            for (unsigned row = 0; row < names.rows(); ++row) {
+                for (unsigned col = 0; col < names.columns(); ++col) {
+                    double c[3], o[3];
+                    d.geometryGridTileCenter(request.dataset, level, row, col, c[0], c[1], c[2]);
+                    d.geometryGridTileOffset(request.dataset, level, row, col, o[0], o[1], o[2]);
+                    names.path(row, col, path);
+                    if (degrees) {
+                        for (double* v : {&c[0], &c[1], &o[0], &o[1]}) *v = DtRad2Deg(*v);
+                    }
+                    if (request.json) {
+                        json.beginObject();
+                        json.key("level"); json.value(static_cast<long long>(level));
+                        json.key("row"); json.value(static_cast<long long>(row));
+                        json.key("col"); json.value(static_cast<long long>(col));
+                        json.key("center");
+                        json.beginArray(); for (double v : c) json.value(v); json.endArray();
+                        json.key("offset");
+                        json.beginArray(); for (double v : o) json.value(v); json.endArray();
+                        json.key("path"); json.value(path);
+                        json.endObject();
+                        out << '\n';
+                    } else {
+                        out << level << '\t' << row << '\t' << col;
+                        for (double v : c) out << '\t' << number(v);
+                        for (double v : o) out << '\t' << number(v);
+                        out << '\t' << path << '\n';
+                    }
+                }
+            }
+        }
+    } catch (const std::exception& e) {
+        if (open && request.json) json.endArray();
+        out.flush();
+        err << "zorhost: " << request.document << ": " << e.what() << "\n";
+        return 1;
+    }
+    if (request.json) {
+        json.endArray();
+        out << "\n";
+    }
+    return 0;
+}
+
+int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err) {
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    if (!load(request.document, parser, d, err)) return 1;
+    const CoordSys from = findSystem(*d.database(), request.from);
+    const CoordSys to = findSystem(*d.database(), request.to);
+    for (const auto& [system, key] : {std::make_pair(from, request.from), std::make_pair(to, request.to)}) {
+        if (!system) {
+            err << "zorhost: " << request.document << ": no coordinate system \"" << key << "\"\n";
+            return 1;
+        }
+    }
+    double x = request.values[0], y = request.values[1], z = request.values[2];
+    if (isGeodetic(from)) {
+        x = DtDeg2Rad(x);
+        y = DtDeg2Rad(y);
+    }
+    try {
+        DtMetaFlightDescription::convertPosition(from, to, x, y, z);
+    } catch (const std::exception& e) {
+        err << "zorhost: " << request.document << ": " << e.what() << "\n";
+        return 1;
+    }
+    if (isGeodetic(to)) {
+        x = DtRad2Deg(x);
+        y = DtRad2Deg(y);
+    }
+    out << number(x) << ' ' << number(y) << ' ' << number(z) << "\n";
+    return 0;
+}

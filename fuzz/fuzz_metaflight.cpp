@@ -1,21 +1,84 @@
 // Fuzz target: any bytes as a MetaFlight document, through loading (prefix deletion,
-// XML parse, "Database" search), the element walk and reference resolution. An input
+// XML parse, "Database" search), the element walk, reference resolution and the
+// queries of a caller. An input
 // holding the line "--8<--" is split there into a main file and a second file to merge.
 #include <string>
 
 #include "FuzzSupport.h"
+#include "hxutil/DtException.h"
+#include "zorTerrain/DtMetaFlightDescription.h"
 #include "zorTerrain/DtMetaFlightParser.h"
 #include "zorTerrain/DtMetaFlightTypes.h"
+#include "zorTerrain/DtTilePathGenerator.h"
+
+namespace {
+
+// Every query a caller may make on the first and last tile of every level; their
+// failures are the design's exceptions (an unnamed dataset's name is not its key, so
+// even the level count may throw).
+void queryGeometry(kelZor::DtMetaFlightDescription& d, const std::string& key) {
+    {
+        try {
+            d.geometryDatasetRadius(key);
+        } catch (const DtException&) {
+        }
+        for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key) && level < 8; ++level) {
+            try {
+                kelZor::DtTilePathGenerator names(d, key, static_cast<int>(level));
+                const unsigned rows = names.rows(), cols = names.columns();
+                for (unsigned row : {0u, rows ? rows - 1 : 0u}) {
+                    for (unsigned col : {0u, cols ? cols - 1 : 0u}) {
+                        double x, y, z;
+                        std::string path;
+                        names.path(row, col, path);
+                        if (path != d.generateGeometryGridTileFilename(key, static_cast<int>(level),
+                                                                       row, col)) {
+                            __builtin_trap();
+                        }
+                        try {
+                            d.geometryGridTileOffset(key, level, row, col, x, y, z);
+                            d.geometryGridTileCenter(key, level, row, col, x, y, z);
+                        } catch (const DtException&) {
+                        }
+                    }
+                }
+            } catch (const DtException&) {
+            }
+        }
+    }
+}
+
+void query(kelZor::DtMetaFlightDescription& d) {
+    for (unsigned i = 0; i < d.numberOfGeometryDatasets() && i < 4; ++i) {
+        try {
+            queryGeometry(d, d.geometryDatasetName(static_cast<int>(i)));
+        } catch (const DtException&) {
+        }
+    }
+    for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets() && i < 4; ++i) {
+        const std::string key = d.virtualTextureDatasetName(static_cast<int>(i));
+        try {
+            const auto own = d.virtualTextureCoordinateSystem(key);
+            d.virtualTextureDatasetOrigin(key, own);
+            d.virtualTextureDatasetExtent(key, own);
+            d.generateVirtualTextureFileName(key, 0, 0, 0);
+        } catch (const DtException&) {
+        }
+    }
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > 256 * 1024) return 0;
+    if (size > 256 * 1024)
+        return 0;
     const std::string input(reinterpret_cast<const char*>(data), size);
     const size_t cut = input.find("\n--8<--\n");
     const std::string main = cut == std::string::npos ? input : input.substr(0, cut);
     const std::string second = cut == std::string::npos ? "" : input.substr(cut + 8);
 
-    const std::string mainPath = writeScratchFile(
-        reinterpret_cast<const uint8_t*>(main.data()), main.size(), "mft");
+    const std::string mainPath =
+        writeScratchFile(reinterpret_cast<const uint8_t*>(main.data()), main.size(), "mft");
     const std::string secondPath =
         second.empty() ? ""
                        : writeScratchFile(reinterpret_cast<const uint8_t*>(second.data()),
@@ -23,10 +86,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kelZor::DtMetaFlightParser parser;
     std::string error;
     if (parser.openFile(mainPath, secondPath, error)) {
-        kelZor::DtMetaFlightTypes::Database database;
+        kelZor::DtMetaFlightDescription description;
         try {
-            database.parse(parser);
-            database.resolveReferences();
+            description.parse(parser);
+            query(description);
         } catch (const kelZor::DtMetaFlightTypes::EnumParseErrorException&) {
             // The design's answer for unknown texts and dangling names.
         }
@@ -34,6 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         __builtin_trap();  // a failure always says why
     }
     std::remove(mainPath.c_str());
-    if (!secondPath.empty()) std::remove(secondPath.c_str());
+    if (!secondPath.empty())
+        std::remove(secondPath.c_str());
     return 0;
 }

@@ -13,7 +13,9 @@
 using namespace kelZor;
 
 TEST(TilePathGenerator, givesWhatTheDescriptionGivesForEveryTile) {
-    const char* const patterns[] = {
+    const std::string longLiteral = std::string(2040, 'a') + "%10d$(ROW)";  // 2050: refused
+    const std::string patterns[] = {
+        longLiteral,
         "$(DSNAME)/L%02d$(LEVEL)/tile_%03d$(ROW)_%03d$(COL).$(FILEFORMAT)",  // head fixed
         "$(DSNAME)\\$(LEVELNAME)\\%-4d$(ROW)|%+d$(COL)",                   // backslashes, flags
         "$(ROW)/$(COL)",                                                   // head depends on the tile
@@ -27,7 +29,7 @@ TEST(TilePathGenerator, givesWhatTheDescriptionGivesForEveryTile) {
     };
     TempDir dir;
     std::filesystem::create_directories(dir.file("terrain"));
-    for (const char* pattern : patterns) {
+    for (const std::string& pattern : patterns) {
         SCOPED_TRACE(pattern);
         MetaFlightDocument doc;
         doc.pattern = pattern;

@@ -29,13 +29,16 @@ bool isAngular(const Types::CoordSysType& system) {
 
 enum class Kind { Geodetic, Geocentric, Utm, FlatEarth, Unsupported };
 
-Kind kindOf(const CoordSys& system) {
-    if (auto projected = boost::dynamic_pointer_cast<Types::ProjectedCoordSys>(system)) {
+// The kind of a system, with the projected element when it has one; casts the raw
+// pointer, so no shared ownership changes hands on this hot path.
+Kind kindOf(const CoordSys& system, const Types::ProjectedCoordSys*& projected) {
+    projected = dynamic_cast<const Types::ProjectedCoordSys*>(system.get());
+    if (projected) {
         if (projected->uTM) return Kind::Utm;
         if (projected->flatEarth) return Kind::FlatEarth;
         return Kind::Unsupported;
     }
-    if (auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system)) {
+    if (const auto* nonProjected = dynamic_cast<const Types::NonProjectedCoordSys*>(system.get())) {
         switch (nonProjected->geoType.value) {
             case Types::GeoType::GEODETIC: return Kind::Geodetic;
             case Types::GeoType::GEOCENTRIC: return Kind::Geocentric;
@@ -44,8 +47,7 @@ Kind kindOf(const CoordSys& system) {
     return Kind::Unsupported;
 }
 
-DtUtmCoordinateConverter utmConverterOf(const CoordSys& system) {
-    const auto& projected = dynamic_cast<const Types::ProjectedCoordSys&>(*system);
+DtUtmCoordinateConverter utmConverterOf(const Types::ProjectedCoordSys& projected) {
     const char hemisphere = projected.uTM->hemisphere.value == Types::Hemisphere::NORTH ? 'N' : 'S';
     DtUtmCoordinateConverter converter;
     converter.init(projected.falseOriginX, projected.falseOriginY, projected.falseOriginZ,
@@ -53,28 +55,28 @@ DtUtmCoordinateConverter utmConverterOf(const CoordSys& system) {
     return converter;
 }
 
-DtFlatEarthCoordinateConverter flatEarthConverterOf(const CoordSys& system) {
-    const auto& projected = dynamic_cast<const Types::ProjectedCoordSys&>(*system);
+DtFlatEarthCoordinateConverter flatEarthConverterOf(const Types::ProjectedCoordSys& projected) {
     DtFlatEarthCoordinateConverter converter;
     converter.init(DtDeg2Rad(projected.flatEarth->originLatitude),
                    DtDeg2Rad(projected.flatEarth->originLongitude));
     return converter;
 }
 
-DtVector64 toGeocentric(Kind kind, const CoordSys& system, const DtVector64& position) {
+DtVector64 toGeocentric(Kind kind, const Types::ProjectedCoordSys* system, const DtVector64& position) {
     DtVector64 geocentric = position;
     switch (kind) {
         case Kind::Geodetic:
             return DtGeodeticCoord(position.x(), position.y(), position.z(), DtGlobalEllipsoid())
                 .geocentric();
-        case Kind::Utm: utmConverterOf(system).cigToGeoc(position, geocentric); break;
-        case Kind::FlatEarth: flatEarthConverterOf(system).cigToGeoc(position, geocentric); break;
+        case Kind::Utm: utmConverterOf(*system).cigToGeoc(position, geocentric); break;
+        case Kind::FlatEarth: flatEarthConverterOf(*system).cigToGeoc(position, geocentric); break;
         default: break;
     }
     return geocentric;
 }
 
-DtVector64 fromGeocentric(Kind kind, const CoordSys& system, const DtVector64& geocentric) {
+DtVector64 fromGeocentric(Kind kind, const Types::ProjectedCoordSys* system,
+                          const DtVector64& geocentric) {
     DtVector64 result = geocentric;
     switch (kind) {
         case Kind::Geodetic: {
@@ -82,8 +84,8 @@ DtVector64 fromGeocentric(Kind kind, const CoordSys& system, const DtVector64& g
             geodetic.setGeocentric(geocentric);
             return DtVector64(geodetic.lat(), geodetic.lon(), geodetic.alt());
         }
-        case Kind::Utm: utmConverterOf(system).geocToCig(geocentric, result); break;
-        case Kind::FlatEarth: flatEarthConverterOf(system).geocToCig(geocentric, result); break;
+        case Kind::Utm: utmConverterOf(*system).geocToCig(geocentric, result); break;
+        case Kind::FlatEarth: flatEarthConverterOf(*system).geocToCig(geocentric, result); break;
         default: break;
     }
     return result;
@@ -108,10 +110,20 @@ DtMetaFlightDescription::StringOrInt& DtMetaFlightDescription::StringOrInt::oper
 
 // ---------------------------------------------------------------- life
 
+struct DtMetaFlightDescription::TileNameCache {
+    const Types::GeometryGridDataset* dataset = nullptr;
+    int level = -1;
+    std::map<std::string, StringOrInt> variables;
+    StringOrInt* row = nullptr;
+    StringOrInt* col = nullptr;
+    DtTilePathGenerator::PathContext context;
+};
+
 DtMetaFlightDescription::DtMetaFlightDescription() : database_(new Types::Database()) {}
 DtMetaFlightDescription::~DtMetaFlightDescription() = default;
 
 void DtMetaFlightDescription::parse(DtMetaFlightParser& parser) {
+    tileNames_.reset();
     database_.reset();
     database_.reset(new Types::Database());
     database_->parse(parser);
@@ -283,7 +295,7 @@ void DtMetaFlightDescription::geometryGridTileCenter(const std::string& name, un
     const double spacingY = extent.y / rows;
     const double centerX = origin.x + spacingX * (col + 1.0) - spacingX / 2.0;
     const double centerY = origin.y + spacingY * (row + 1.0) - spacingY / 2.0;
-    const CoordSys grid = coverage.coordSysUsed.target;
+    const CoordSys& grid = coverage.coordSysUsed.target;
     if (isAngular(*grid)) {
         x = DtDeg2Rad(centerY);
         y = DtDeg2Rad(centerX);
@@ -458,14 +470,16 @@ unsigned int DtMetaFlightDescription::virtualTextureGridLevelRows(const std::str
 
 void DtMetaFlightDescription::convertPosition(CoordSys source, CoordSys destination, double& x,
                                               double& y, double& z) {
-    const Kind from = kindOf(source);
-    const Kind to = kindOf(destination);
+    const Types::ProjectedCoordSys* projectedSource = nullptr;
+    const Types::ProjectedCoordSys* projectedDestination = nullptr;
+    const Kind from = kindOf(source, projectedSource);
+    const Kind to = kindOf(destination, projectedDestination);
     if (from == Kind::Unsupported || to == Kind::Unsupported) {
         DtThrowCorruptedState("Unsupported Database Coordinate System");
     }
     if (from == to) return;
-    const DtVector64 geocentric = toGeocentric(from, source, DtVector64(x, y, z));
-    const DtVector64 result = fromGeocentric(to, destination, geocentric);
+    const DtVector64 geocentric = toGeocentric(from, projectedSource, DtVector64(x, y, z));
+    const DtVector64 result = fromGeocentric(to, projectedDestination, geocentric);
     x = result.x();
     y = result.y();
     z = result.z();
@@ -512,42 +526,93 @@ bool DtMetaFlightDescription::checkedFormat(const std::string& formatting, bool 
     return true;
 }
 
+namespace {
+
+// A pattern read once: its references with their formatting, and the text behind the
+// last. The format of a reference is checked for each kind of value it meets.
+struct ParsedPattern {
+    struct Reference {
+        std::string variable;
+        std::string formatting;
+        int checked[2] = {-1, -1};  // per kind (number, text): -1 unknown, 0 refused, 1 fine
+        DtTilePathGenerator::Format format[2];
+    };
+    std::string pattern;
+    bool unclosed = false;  // a "$(" without ")": nothing can be expanded
+    std::vector<Reference> references;
+    std::string tail;
+
+    explicit ParsedPattern(const std::string& text) : pattern(text) {
+        size_t position = 0;
+        for (size_t start = text.find("$("); start != std::string::npos; start = text.find("$(", position)) {
+            const size_t end = text.find(')', start);
+            if (end == std::string::npos) {
+                unclosed = true;
+                return;
+            }
+            Reference reference;
+            reference.variable = text.substr(start + 2, end - start - 2);
+            reference.formatting = text.substr(position, start - position);
+            references.push_back(std::move(reference));
+            position = end + 1;
+        }
+        tail = text.substr(position);
+    }
+};
+
+}  // namespace
+
 std::string DtMetaFlightDescription::generateFileName(
     const std::string& pattern, const std::map<std::string, StringOrInt>& variables) {
+    // Tile after tile comes with the same pattern: it is read again only when it changes.
+    thread_local std::unique_ptr<ParsedPattern> last;
+    if (!last || last->pattern != pattern) last.reset(new ParsedPattern(pattern));
+    ParsedPattern& parsed = *last;
+    if (parsed.unclosed) return std::string();
     std::string result;
-    size_t position = 0;
-    size_t start = pattern.find("$(", position);
-    DtTilePathGenerator::Format format;
-    while (start != std::string::npos) {
-        const size_t end = pattern.find(')', start);
-        if (end == std::string::npos) return std::string();
-        const auto variable = variables.find(pattern.substr(start + 2, end - start - 2));
+    for (ParsedPattern::Reference& reference : parsed.references) {
+        const auto variable = variables.find(reference.variable);
         if (variable == variables.end()) return std::string();
         const StringOrInt& value = variable->second;
-        if (!DtTilePathGenerator::parseFormat(pattern.substr(position, start - position),
-                                              value.isString, format) ||
-            !DtTilePathGenerator::append(result, format, value)) {
+        const int kind = value.isString ? 1 : 0;
+        if (reference.checked[kind] < 0) {
+            reference.checked[kind] =
+                DtTilePathGenerator::parseFormat(reference.formatting, value.isString, reference.format[kind]) ? 1 : 0;
+        }
+        if (!reference.checked[kind] || !DtTilePathGenerator::append(result, reference.format[kind], value)) {
             return std::string();
         }
-        position = end + 1;
-        start = pattern.find("$(", position);
     }
-    result.append(pattern, position, std::string::npos);
+    result += parsed.tail;
     return result;
 }
 
 std::string DtMetaFlightDescription::generateGeometryGridTileFilename(const std::string& name, int level,
                                                                       unsigned int row, unsigned int col) {
-    std::map<std::string, StringOrInt> variables;
-    variables["LEVELNAME"] = geometryGridLevelName(name, level);
-    variables["DSNAME"] = geometryDatasetName(name);
-    variables["DSTITLE"] = geometryDatasetTitle(name);
-    variables["FILEFORMAT"] = geometryDatasetFileFormat(name);
-    variables["LEVEL"] = static_cast<int32_t>(level);
-    variables["COL"] = static_cast<int32_t>(col);
-    variables["ROW"] = static_cast<int32_t>(row);
-    return DtTilePathGenerator::composePath(
-        fileName_, generateFileName(geometryDatasetFileNamePattern(name), variables));
+    // The lookups run on every call, so each failure is raised as without the cache.
+    const Types::GeometryGridDataset& dataset = geometryDataset(name);
+    const std::string& levelName = geometryGridLevelName(name, level);
+    if (!tileNames_) tileNames_.reset(new TileNameCache());
+    TileNameCache& cache = *tileNames_;
+    if (cache.dataset != &dataset || cache.level != level) {
+        cache.variables.clear();
+        cache.variables["LEVELNAME"] = levelName;
+        cache.variables["DSNAME"] = dataset.datasetName;
+        cache.variables["DSTITLE"] = dataset.datasetTitle;
+        cache.variables["FILEFORMAT"] = dataset.fileFormat;
+        cache.variables["LEVEL"] = static_cast<int32_t>(level);
+        cache.row = &cache.variables["ROW"];
+        cache.col = &cache.variables["COL"];
+        cache.dataset = &dataset;
+        cache.level = level;
+    }
+    *cache.col = static_cast<int32_t>(col);
+    *cache.row = static_cast<int32_t>(row);
+    if (cache.context.sourceFile != fileName_ || cache.context.prefix.empty()) {
+        cache.context = DtTilePathGenerator::pathContext(fileName_);
+    }
+    return DtTilePathGenerator::composePath(cache.context,
+                                           generateFileName(dataset.gridStack.fileNamePattern, cache.variables));
 }
 
 std::string DtMetaFlightDescription::generateVirtualTextureFileName(const std::string& name, int level,

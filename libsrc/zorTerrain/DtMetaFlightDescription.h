@@ -162,6 +162,11 @@ private:
     std::string fileName_;
     std::string virtualTextureFileName_;
     std::unique_ptr<Types::Database> database_;
+
+    // The variables of the last geometry tile's dataset and level, and what its path
+    // needs of the document's file: consecutive tiles then differ by ROW and COL only.
+    struct TileNameCache;
+    std::unique_ptr<TileNameCache> tileNames_;
 };
 
 }  // namespace kelZor

@@ -1,5 +1,6 @@
 #include "zorTerrain/DtTilePathGenerator.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -71,8 +72,8 @@ void appendInteger(std::string& out, const DtTilePathGenerator::Format& f, int32
                                                    : static_cast<uint32_t>(value);
     char* end = std::to_chars(digits, digits + sizeof digits, magnitude).ptr;
     const size_t length = static_cast<size_t>(end - digits) + (negative ? 1 : 0);
-    const bool left = f.flags.find('-') != std::string::npos;
-    const bool zeros = !left && f.flags.find('0') != std::string::npos;
+    const bool left = f.leftAlign;
+    const bool zeros = f.zeroPad;
     if (!left && !zeros) pad(out, length, f.width, ' ');
     if (negative) out += '-';
     if (zeros) pad(out, length, f.width, '0');
@@ -115,6 +116,8 @@ bool DtTilePathGenerator::parseFormat(const std::string& formatting, bool textVa
         literal = &format.after;
     }
     format.printfFormat = formatting;
+    format.leftAlign = format.flags.find('-') != std::string::npos;
+    format.zeroPad = !format.leftAlign && format.flags.find('0') != std::string::npos;
     const bool simpleFlags = format.flags.find_first_not_of("-0") == std::string::npos;
     format.native = !format.hasConversion ||
                     (format.precision < 0 && simpleFlags && std::strchr("dius", format.conversion));
@@ -148,27 +151,46 @@ bool DtTilePathGenerator::append(std::string& out, const Format& format, const S
     return true;
 }
 
-std::string DtTilePathGenerator::composePath(const std::string& sourceFile, std::string parsedFile) {
+DtTilePathGenerator::PathContext DtTilePathGenerator::pathContext(const std::string& sourceFile) {
+    PathContext context;
+    context.sourceFile = sourceFile;
     const std::string directory = DtZorFilesystem::directoryOfPath(sourceFile);
-    std::string path = directory + "/";
+    context.prefix = directory + "/";
+    for (char& c : context.prefix) c = c == '\\' ? '/' : c;
+    context.baseName = DtZorFilesystem::baseName(directory) +
+                       DtZorFilesystem::extensionCaseSensitive(directory, true);
+    return context;
+}
+
+std::string DtTilePathGenerator::composePath(const PathContext& context, std::string parsedFile) {
+    std::string path = context.prefix;
     for (char& c : parsedFile) c = c == '\\' ? '/' : c;
     if (DtZorFilesystem::isAbsolutePath(parsedFile)) {
         path += parsedFile;
-    } else {
-        // A pattern written relative to the parent of the document's directory begins
-        // with that directory's own name, which is not repeated.
-        const std::string baseName = DtZorFilesystem::baseName(directory) +
-                                     DtZorFilesystem::extensionCaseSensitive(directory, true);
-        const std::string parseName = DtZorFilesystem::rootDirectoryOfPath(parsedFile);
-        path += baseName == parseName ? parsedFile.substr(parseName.size()) : parsedFile;
+        return path;
     }
-    for (char& c : path) c = c == '\\' ? '/' : c;
+    // A pattern written relative to the parent of the document's directory begins with
+    // that directory's own name, which is not repeated.
+    const size_t begin = parsedFile.find_first_not_of('/');
+    const size_t end = begin == std::string::npos ? std::string::npos : parsedFile.find('/', begin);
+    const size_t rootLength = begin == std::string::npos ? 0 : (end == std::string::npos ? parsedFile.size() : end) - begin;
+    const bool sameName = rootLength == context.baseName.size() &&
+                          parsedFile.compare(begin == std::string::npos ? 0 : begin, rootLength, context.baseName) == 0;
+    if (sameName) {
+        path.append(parsedFile, rootLength, std::string::npos);
+    } else {
+        path += parsedFile;
+    }
     return path;
+}
+
+std::string DtTilePathGenerator::composePath(const std::string& sourceFile, std::string parsedFile) {
+    return composePath(pathContext(sourceFile), std::move(parsedFile));
 }
 
 DtTilePathGenerator::DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name,
                                          int level)
-    : sourceFile_(description.fileName()),
+    : context_(pathContext(description.fileName())),
       rows_(description.geometryGridLevelRows(name, level)),
       columns_(description.geometryGridLevelColumns(name, level)) {
     std::map<std::string, StringOrInt> constants;
@@ -202,8 +224,21 @@ void DtTilePathGenerator::compile(const std::string& pattern,
         }
         if (variable != "ROW" && variable != "COL") return;
         if (!parseFormat(formatting, false, format)) return;
-        segments_.push_back({literal, format, variable == "ROW" ? Variable::Row : Variable::Col});
-        literal.clear();
+        const Variable which = variable == "ROW" ? Variable::Row : Variable::Col;
+        // An int32 is at most 11 characters unpadded: when even the widest expansion stays
+        // under the limit, the format's literal text joins the constant text around it.
+        const size_t widest = format.before.size() + format.after.size() +
+                              std::max<size_t>(static_cast<size_t>(format.width), 11);
+        if (format.native && widest < maxExpansion) {
+            literal += format.before;
+            segments_.push_back({literal, format, which, true});
+            literal = format.after;
+            segments_.back().format.before.clear();
+            segments_.back().format.after.clear();
+        } else {
+            segments_.push_back({literal, format, which, false});
+            literal.clear();
+        }
     }
     tail_ = literal + pattern.substr(position);
     expandable_ = true;
@@ -216,11 +251,11 @@ void DtTilePathGenerator::compile(const std::string& pattern,
     fast_ = !characters && (segments_.empty() || first.find_first_of("/\\") != std::string::npos);
     if (!fast_) return;
     if (segments_.empty()) {
-        head_ = composePath(sourceFile_, tail_);
+        head_ = composePath(context_, tail_);
         tail_.clear();
         return;
     }
-    head_ = composePath(sourceFile_, first);
+    head_ = composePath(context_, first);
     segments_.front().literal.clear();
     for (Segment& s : segments_) {
         for (char& c : s.literal) c = c == '\\' ? '/' : c;
@@ -234,8 +269,12 @@ void DtTilePathGenerator::compile(const std::string& pattern,
 bool DtTilePathGenerator::expand(unsigned int row, unsigned int col, std::string& out) const {
     for (const Segment& segment : segments_) {
         out += segment.literal;
-        const StringOrInt value(static_cast<int32_t>(segment.variable == Variable::Row ? row : col));
-        if (!append(out, segment.format, value)) return false;
+        const int32_t value = static_cast<int32_t>(segment.variable == Variable::Row ? row : col);
+        if (segment.merged) {
+            appendInteger(out, segment.format, value);
+        } else if (!append(out, segment.format, StringOrInt(value))) {
+            return false;
+        }
     }
     out += tail_;
     return true;
@@ -243,17 +282,17 @@ bool DtTilePathGenerator::expand(unsigned int row, unsigned int col, std::string
 
 void DtTilePathGenerator::path(unsigned int row, unsigned int col, std::string& out) const {
     if (!expandable_) {
-        out = composePath(sourceFile_, std::string());
+        out = composePath(context_, std::string());
         return;
     }
     if (fast_) {
         out = head_;
-        if (!expand(row, col, out)) out = composePath(sourceFile_, std::string());
+        if (!expand(row, col, out)) out = composePath(context_, std::string());
         return;
     }
     std::string parsedFile;
     if (!expand(row, col, parsedFile)) parsedFile.clear();
-    out = composePath(sourceFile_, parsedFile);
+    out = composePath(context_, parsedFile);
 }
 
 }  // namespace kelZor

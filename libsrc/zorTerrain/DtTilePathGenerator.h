@@ -37,6 +37,14 @@ public:
         int precision = -1;
         std::string printfFormat;  // the whole format, as printf would be given it
         bool native = false;       // formatted here rather than by snprintf
+        bool leftAlign = false;    // '-': pad with spaces behind
+        bool zeroPad = false;      // '0' without '-': pad with zeros behind the sign
+    };
+    // What a tile path needs of the document's file, worked out once per file.
+    struct PathContext {
+        std::string sourceFile;
+        std::string prefix;    // the file's directory and '/'
+        std::string baseName;  // the directory's own name, with its extension
     };
     // Longest expansion of one reference, exclusive.
     static constexpr size_t maxExpansion = 2048;
@@ -51,6 +59,8 @@ public:
     // Steps 4 to 7 of a tile's path: the directory of `sourceFile`, then `parsedFile`,
     // without repeating the directory's own name, backslashes made '/'.
     static std::string composePath(const std::string& sourceFile, std::string parsedFile);
+    static PathContext pathContext(const std::string& sourceFile);
+    static std::string composePath(const PathContext& context, std::string parsedFile);
 
     DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name, int level);
 
@@ -63,16 +73,17 @@ public:
 private:
     enum class Variable { Row, Col };
     struct Segment {
-        std::string literal;  // constant text in front of the value
+        std::string literal;  // constant text in front of the value, the format's own too
         Format format;
         Variable variable;
+        bool merged = false;  // the format's texts joined the constants; no check needed
     };
 
     void compile(const std::string& pattern,
                  const std::map<std::string, DtMetaFlightDescription::StringOrInt>& constants);
     bool expand(unsigned int row, unsigned int col, std::string& out) const;
 
-    std::string sourceFile_;
+    PathContext context_;
     unsigned int rows_ = 0;
     unsigned int columns_ = 0;
     bool expandable_ = false;

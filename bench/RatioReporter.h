@@ -36,15 +36,16 @@ public:
     }
 
     // Prints how many items per second a benchmark made, from `itemsPerIteration`.
-    void printRate(const std::string& name, double itemsPerIteration, const char* items, double goal) {
+    void printRate(const std::string& name, double itemsPerIteration, const char* items,
+                   double goal) {
         const auto found = nanosecondsPerIteration_.find(name);
         if (found == nanosecondsPerIteration_.end() || found->second <= 0.0) {
             std::printf("rate %s: not measured in this run\n", name.c_str());
             return;
         }
         const double perSecond = itemsPerIteration / (found->second * 1e-9);
-        std::printf("rate %s = %.2f M %s/s (goal: %.0f M/s)\n", name.c_str(), perSecond / 1e6, items,
-                    goal / 1e6);
+        std::printf("rate %s = %.2f M %s/s (goal: %.0f M/s)\n", name.c_str(), perSecond / 1e6,
+                    items, goal / 1e6);
     }
 
 private:

@@ -9,8 +9,8 @@
 //                  libxml2, prefixes deleted)
 //   peak / text    goal: under 25x
 #include <benchmark/benchmark.h>
-#include <libxml/parser.h>
 #include <fcntl.h>
+#include <libxml/parser.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -36,39 +36,48 @@ namespace {
 void appendGroup(std::ostringstream& out, int i) {
     const std::string n = std::to_string(i);
     out << "<MetaFlight:ProjectedCoordSys name=\"ProjectedCoordSys::P" << n << "\">"
-        << "<UnitsCategory>LINEAR_DISTANCE</UnitsCategory><HorizontalUnitType>METERS</HorizontalUnitType>"
+        << "<UnitsCategory>LINEAR_DISTANCE</UnitsCategory><HorizontalUnitType>METERS</"
+           "HorizontalUnitType>"
         << "<HorizontalDatumUsed refTo=\"Ellipsoid:WGS84\"/>"
         << "<UTM><Zone>" << (i % 60 + 1) << "</Zone><Hemisphere>NORTH</Hemisphere></UTM>"
         << "</MetaFlight:ProjectedCoordSys>\n"
         << "<MetaFlight:NonProjectedCoordSys name=\"NonProjectedCoordSys::G" << n << "\">"
         << "<HorizontalDatumUsed refTo=\"Ellipsoid:WGS84\"/><GeoType>GEODETIC</GeoType>"
         << "</MetaFlight:NonProjectedCoordSys>\n"
-        << "<MetaFlight:Coverage name=\"Coverage::C" << n << "\"><CoordSysUsed refTo=\"CoordSysType::P" << n
-        << "\"/><Origin><X>" << 500000 + i << "</X><Y>5000000</Y></Origin>"
+        << "<MetaFlight:Coverage name=\"Coverage::C" << n
+        << "\"><CoordSysUsed refTo=\"CoordSysType::P" << n << "\"/><Origin><X>" << 500000 + i
+        << "</X><Y>5000000</Y></Origin>"
         << "<Extent><X>40000</X><Y>20000</Y></Extent></MetaFlight:Coverage>\n"
         << "<MetaFlight:GridStructure name=\"GridStructure::S" << n << "\">";
     for (int level = 0; level < 4; ++level) {
         out << "<GridLevel><LevelName>L" << level
-            << "</LevelName><NumColDivisions>2</NumColDivisions><NumRowDivisions>2</NumRowDivisions></GridLevel>";
+            << "</LevelName><NumColDivisions>2</NumColDivisions><NumRowDivisions>2</"
+               "NumRowDivisions></GridLevel>";
     }
-    out << "</MetaFlight:GridStructure>\n<MetaFlight:SwitchDistanceTable name=\"SwitchDistanceTable::T" << n
-        << "\">";
+    out << "</MetaFlight:GridStructure>\n<MetaFlight:SwitchDistanceTable "
+           "name=\"SwitchDistanceTable::T"
+        << n << "\">";
     for (int d = 0; d < 5; ++d) {
         out << "<SwitchDistance name=\"SwitchDistance::D" << d << "\"><Value>" << (64000 >> (2 * d))
             << "</Value></SwitchDistance>";
     }
-    out << "</MetaFlight:SwitchDistanceTable>\n<MetaFlight:GeometryGridDataset name=\"D" << n << "\">"
+    out << "</MetaFlight:SwitchDistanceTable>\n<MetaFlight:GeometryGridDataset name=\"D" << n
+        << "\">"
         << "<DatasetName>dataset" << n << "</DatasetName><FileFormat>flt</FileFormat>"
-        << "<HierarchyType>SUBSTITUTIVE</HierarchyType><CoordSysUsed refTo=\"CoordSysType::G" << n << "\"/>"
+        << "<HierarchyType>SUBSTITUTIVE</HierarchyType><CoordSysUsed refTo=\"CoordSysType::G" << n
+        << "\"/>"
         << "<SwitchDistanceTableUsed refTo=\"SwitchDistanceTable::T" << n << "\"/>"
         << "<GridStack><GridStructureUsed refTo=\"GridStructure::S" << n << "\"/>"
         << "<CoverageUsed refTo=\"Coverage::C" << n << "\"/>"
-        << "<FileNamePattern>$(DSNAME)/L%02d$(LEVEL)/t_%03d$(ROW)_%03d$(COL).$(FILEFORMAT)</FileNamePattern>"
+        << "<FileNamePattern>$(DSNAME)/L%02d$(LEVEL)/t_%03d$(ROW)_%03d$(COL).$(FILEFORMAT)</"
+           "FileNamePattern>"
         << "</GridStack>";
     for (int level = 0; level < 4; ++level) {
-        out << "<GeometryGridLevel><TileType>FILE_LOD_GEOM</TileType><LocalizedType>LOCALIZED</LocalizedType>"
+        out << "<GeometryGridLevel><TileType>FILE_LOD_GEOM</TileType><LocalizedType>LOCALIZED</"
+               "LocalizedType>"
             << "<SwitchOut_DistanceUsed refTo=\"SwitchDistance::D" << level << "\"/>"
-            << "<SwitchIn_DistanceUsed refTo=\"SwitchDistance::D" << level + 1 << "\"/></GeometryGridLevel>";
+            << "<SwitchIn_DistanceUsed refTo=\"SwitchDistance::D" << level + 1
+            << "\"/></GeometryGridLevel>";
     }
     out << "</MetaFlight:GeometryGridDataset>\n";
 }
@@ -76,9 +85,11 @@ void appendGroup(std::ostringstream& out, int i) {
 std::string generateDocument(size_t targetBytes) {
     std::ostringstream out;
     out << "<?xml version=\"1.0\"?>\n<MetaFlightRoot><MetaFlight:Database name=\"bench\">\n"
-        << "<MetaFlight:Ellipsoid name=\"Ellipsoid:WGS84\"><SemiMajorRadius>6378137</SemiMajorRadius>"
+        << "<MetaFlight:Ellipsoid "
+           "name=\"Ellipsoid:WGS84\"><SemiMajorRadius>6378137</SemiMajorRadius>"
         << "</MetaFlight:Ellipsoid>\n";
-    for (int i = 0; static_cast<size_t>(out.tellp()) < targetBytes; ++i) appendGroup(out, i);
+    for (int i = 0; static_cast<size_t>(out.tellp()) < targetBytes; ++i)
+        appendGroup(out, i);
     out << "</MetaFlight:Database></MetaFlightRoot>\n";
     return out.str();
 }
@@ -138,12 +149,14 @@ std::string cleanText;
 double firstRunPeakKilobytes = 0;  // measured once, before the timing runs
 
 void load(benchmark::State& state) {
-    for (auto _ : state) loadDocument(documentPath);
+    for (auto _ : state)
+        loadDocument(documentPath);
     state.counters["peakKB"] = firstRunPeakKilobytes;
 }
 
 void parse(benchmark::State& state) {
-    for (auto _ : state) parseText(cleanText);
+    for (auto _ : state)
+        parseText(cleanText);
     state.counters["peakKB"] = firstRunPeakKilobytes;
 }
 
@@ -153,9 +166,10 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             const auto peak = run.counters.find("peakKB");
-            std::printf("RESULT %s %.0f %.0f\n", run.benchmark_name().c_str(),
-                        run.GetAdjustedRealTime() * (run.time_unit == benchmark::kMillisecond ? 1e6 : 1.0),
-                        peak == run.counters.end() ? 0.0 : double(peak->second));
+            std::printf(
+                "RESULT %s %.0f %.0f\n", run.benchmark_name().c_str(),
+                run.GetAdjustedRealTime() * (run.time_unit == benchmark::kMillisecond ? 1e6 : 1.0),
+                peak == run.counters.end() ? 0.0 : double(peak->second));
         }
     }
 };
@@ -165,7 +179,8 @@ void ignoreXmlError(void*, xmlErrorPtr) {}
 int runOneCase(const std::string& caseName, const std::string& path) {
     documentPath = path;
     xmlSetStructuredErrorFunc(nullptr, ignoreXmlError);
-    if (caseName == "parse") cleanText = withoutPrefixes(readFile(path));
+    if (caseName == "parse")
+        cleanText = withoutPrefixes(readFile(path));
     const long before = peakKilobytes();
     if (caseName == "load") {
         loadDocument(path);
@@ -199,11 +214,13 @@ Measured runChild(const std::string& caseName, const std::string& path) {
     const std::string output = path + "." + caseName + ".out";
     std::vector<std::string> args = {self, "--case=" + caseName, "--document=" + path};
     std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(&a[0]);
+    for (std::string& a : args)
+        argv.push_back(&a[0]);
     argv.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                     0644);
     pid_t child = 0;
     Measured measured;
     if (posix_spawn(&child, self.c_str(), &actions, nullptr, argv.data(), environ) == 0) {
@@ -212,7 +229,8 @@ Measured runChild(const std::string& caseName, const std::string& path) {
         std::istringstream lines(readFile(output));
         std::string word, name;
         while (lines >> word) {
-            if (word == "RESULT") lines >> name >> measured.nanoseconds >> measured.peakKilobytes;
+            if (word == "RESULT")
+                lines >> name >> measured.nanoseconds >> measured.peakKilobytes;
         }
     }
     posix_spawn_file_actions_destroy(&actions);
@@ -226,10 +244,13 @@ int main(int argc, char** argv) {
     std::string caseName, path;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (arg.rfind("--case=", 0) == 0) caseName = arg.substr(7);
-        if (arg.rfind("--document=", 0) == 0) path = arg.substr(11);
+        if (arg.rfind("--case=", 0) == 0)
+            caseName = arg.substr(7);
+        if (arg.rfind("--document=", 0) == 0)
+            path = arg.substr(11);
     }
-    if (!caseName.empty()) return runOneCase(caseName, path);
+    if (!caseName.empty())
+        return runOneCase(caseName, path);
 
     for (const size_t megabytes : {1u, 20u}) {
         const std::string text = generateDocument(megabytes << 20);

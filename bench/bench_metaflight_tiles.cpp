@@ -38,15 +38,19 @@ std::string document() {
                "<Ellipsoid name=\"E\"/>"
                "<ProjectedCoordSys name=\"U\"><UnitsCategory>LINEAR_DISTANCE</UnitsCategory>"
                "<HorizontalDatumUsed refTo=\"E\"/><UTM><Zone>32</Zone></UTM></ProjectedCoordSys>"
-               "<NonProjectedCoordSys name=\"G\"><HorizontalDatumUsed refTo=\"E\"/></NonProjectedCoordSys>"
+               "<NonProjectedCoordSys name=\"G\"><HorizontalDatumUsed "
+               "refTo=\"E\"/></NonProjectedCoordSys>"
                "<GridStructure name=\"S\"><GridLevel><LevelName>L0</LevelName>"
-               "<NumColDivisions>1024</NumColDivisions><NumRowDivisions>1024</NumRowDivisions></GridLevel>"
+               "<NumColDivisions>1024</NumColDivisions><NumRowDivisions>1024</NumRowDivisions></"
+               "GridLevel>"
                "</GridStructure>"
                "<Coverage name=\"C\"><CoordSysUsed refTo=\"U\"/><Origin><X>600000</X><Y>5000000</Y>"
                "</Origin><Extent><X>102400</X><Y>102400</Y></Extent></Coverage>"
-               "<SwitchDistanceTable name=\"T\"><SwitchDistance name=\"d\"><Value>1</Value></SwitchDistance>"
+               "<SwitchDistanceTable name=\"T\"><SwitchDistance "
+               "name=\"d\"><Value>1</Value></SwitchDistance>"
                "</SwitchDistanceTable>"
-               "<GeometryGridDataset name=\"D\"><DatasetName>terrain</DatasetName><FileFormat>medf</FileFormat>"
+               "<GeometryGridDataset "
+               "name=\"D\"><DatasetName>terrain</DatasetName><FileFormat>medf</FileFormat>"
                "<CoordSysUsed refTo=\"G\"/><SwitchDistanceTableUsed refTo=\"T\"/><GridStack>"
                "<GridStructureUsed refTo=\"S\"/><CoverageUsed refTo=\"C\"/><FileNamePattern>") +
            pattern +
@@ -66,7 +70,8 @@ struct Fixture {
         std::ofstream(path) << document();
         kelZor::DtMetaFlightParser parser;
         std::string error;
-        if (!parser.openFile(path, "", error)) throw std::runtime_error(error);
+        if (!parser.openFile(path, "", error))
+            throw std::runtime_error(error);
         description.parse(parser);
     }
     ~Fixture() {
@@ -111,7 +116,8 @@ std::string naiveName(const std::string& prefix, unsigned row, unsigned col) {
         const std::string name = p.substr(start + 2, end - start - 2);
         std::string format = p.substr(position, start - position);
         const bool isText = text.count(name) != 0;
-        if (format.find('%') == std::string::npos) format += isText ? "%s" : "%d";
+        if (format.find('%') == std::string::npos)
+            format += isText ? "%s" : "%d";
         if (isText) {
             std::snprintf(buffer, sizeof buffer, format.c_str(), text[name].c_str());
         } else {
@@ -127,7 +133,8 @@ void naivePattern(benchmark::State& state) {
     const std::string prefix = fixture().directory + "/";
     for (auto _ : state) {
         for (unsigned row = 0; row < side; ++row) {
-            for (unsigned col = 0; col < side; ++col) benchmark::DoNotOptimize(naiveName(prefix, row, col));
+            for (unsigned col = 0; col < side; ++col)
+                benchmark::DoNotOptimize(naiveName(prefix, row, col));
         }
     }
     perLevel(state);
@@ -152,7 +159,8 @@ BENCHMARK(tilePathGenerator)->Unit(benchmark::kMillisecond);
 void appendPadded(std::string& out, unsigned value) {
     char digits[16];
     char* end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    for (auto length = end - digits; length < 3; ++length) out += '0';
+    for (auto length = end - digits; length < 3; ++length)
+        out += '0';
     out.append(digits, static_cast<size_t>(end - digits));
 }
 
@@ -213,7 +221,8 @@ void checkSameNames() {
     std::string path;
     for (unsigned tile : {0u, 12345u, side * side - 1}) {
         generator.path(tile / side, tile % side, path);
-        const std::string expected = d.generateGeometryGridTileFilename("D", 0, tile / side, tile % side);
+        const std::string expected =
+            d.generateGeometryGridTileFilename("D", 0, tile / side, tile % side);
         if (path != expected || naiveName(fixture().directory + "/", 0, 0).empty()) {
             std::fprintf(stderr, "names differ: %s vs %s\n", path.c_str(), expected.c_str());
             std::exit(1);
@@ -230,7 +239,8 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRate("generateGeometryGridTileFilename", double(side) * side, "names", 2e6);
     reporter.printRate("tilePathGenerator", double(side) * side, "names", 20e6);
-    reporter.printRatio("generateGeometryGridTileFilename", "naivePattern", "below 1 is ahead of the naive peer");
+    reporter.printRatio("generateGeometryGridTileFilename", "naivePattern",
+                        "below 1 is ahead of the naive peer");
     reporter.printRatio("tilePathGenerator", "toCharsLoop", "goal: within 1.7");
     reporter.printRatio("geometryGridTileCenter", "utmupsReverse", "goal: within 1.5");
     return 0;

@@ -1,6 +1,6 @@
 // Fuzz target: any bytes as a MetaFlight document, through loading (prefix deletion,
 // XML parse, "Database" search), the element walk, reference resolution and the
-// queries of a caller. An input
+// queries of a caller, and publishing with every option. An input
 // holding the line "--8<--" is split there into a main file and a second file to merge.
 #include <string>
 
@@ -96,6 +96,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } else if (error.empty()) {
         __builtin_trap();  // a failure always says why
     }
+    // The publish road over the same documents, with every option.
+    const std::string published = mainPath + ".published";
+    std::string publishError;
+    if (!kelZor::DtMetaFlightParser::publish(mainPath, secondPath, published, true, true,
+                                             publishError, true, 1234.5f) &&
+        publishError.empty()) {
+        __builtin_trap();  // a refusal always says why
+    }
+    std::remove(published.c_str());
     std::remove(mainPath.c_str());
     if (!secondPath.empty())
         std::remove(secondPath.c_str());

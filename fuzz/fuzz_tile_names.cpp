@@ -12,7 +12,8 @@
 using kelZor::DtMetaFlightDescription;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > 8192) return 0;
+    if (size > 8192)
+        return 0;
     const std::string pattern(reinterpret_cast<const char*>(data), size);
     std::map<std::string, DtMetaFlightDescription::StringOrInt> variables;
     variables["LEVELNAME"] = std::string("L03");
@@ -35,7 +36,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         kelZor::DtTilePathGenerator::Format format;
         if (kelZor::DtTilePathGenerator::parseFormat(pattern, text, format)) {
             std::string out;
-            kelZor::DtTilePathGenerator::append(out, format, text ? variables["DSTITLE"] : variables["ROW"]);
+            kelZor::DtTilePathGenerator::append(out, format,
+                                                text ? variables["DSTITLE"] : variables["ROW"]);
         }
     }
     return 0;

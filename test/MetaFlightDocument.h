@@ -37,9 +37,11 @@ struct MetaFlightDocument {
                "</Origin><Extent>" + extent +
                "</Extent></Coverage><SwitchDistanceTable name=\"T\">"
                "<SwitchDistance name=\"near\"><Value>100</Value></SwitchDistance>"
-               "<SwitchDistance name=\"far\"><Value>900</Value></SwitchDistance></SwitchDistanceTable>"
-               "<GeometryGridDataset name=\"D\">" + datasetChildren + "<CoordSysUsed refTo=\"" +
-               dataSystem + "\"/><SwitchDistanceTableUsed refTo=\"T\"/><GridStack>"
+               "<SwitchDistance "
+               "name=\"far\"><Value>900</Value></SwitchDistance></SwitchDistanceTable>"
+               "<GeometryGridDataset name=\"D\">" +
+               datasetChildren + "<CoordSysUsed refTo=\"" + dataSystem +
+               "\"/><SwitchDistanceTableUsed refTo=\"T\"/><GridStack>"
                "<GridStructureUsed refTo=\"S\"/><CoverageUsed refTo=\"C\"/><FileNamePattern>" +
                pattern + "</FileNamePattern></GridStack>" + geometryLevels +
                "</GeometryGridDataset>" + more + "</Database></MetaFlightRoot>";

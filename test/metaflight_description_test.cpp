@@ -28,7 +28,8 @@ struct Loaded {
         std::filesystem::create_directories(dir.file(subdirectory));
         path = dir.write(subdirectory + "/doc.mft", text);
         std::string error;
-        if (!parser.openFile(path, "", error)) throw std::runtime_error(error);
+        if (!parser.openFile(path, "", error))
+            throw std::runtime_error(error);
         description.parse(parser);
     }
 };
@@ -80,9 +81,11 @@ TEST(MetaFlightDescription, anEmptyDescriptionAnswersZeroAndThrows) {
 TEST(MetaFlightDescription, datasetsAndLevelsComeFromTheirOwnSources) {
     MetaFlightDocument doc;
     doc.gridLevels += MetaFlightDocument::level("L2", 4, 1);  // one more than the dataset's
-    doc.more = "<GeometryGridDataset name=\"A\"><DatasetName>first</DatasetName>"
-               "<SwitchDistanceTableUsed refTo=\"T\"/><CoordSysUsed refTo=\"G\"/><GridStack>"
-               "<GridStructureUsed refTo=\"S\"/><CoverageUsed refTo=\"C\"/></GridStack></GeometryGridDataset>";
+    doc.more =
+        "<GeometryGridDataset name=\"A\"><DatasetName>first</DatasetName>"
+        "<SwitchDistanceTableUsed refTo=\"T\"/><CoordSysUsed refTo=\"G\"/><GridStack>"
+        "<GridStructureUsed refTo=\"S\"/><CoverageUsed "
+        "refTo=\"C\"/></GridStack></GeometryGridDataset>";
     Loaded loaded(doc.text());
     const Description& d = loaded.description;
     ASSERT_EQ(d.numberOfGeometryDatasets(), 2u);
@@ -153,8 +156,9 @@ TEST(MetaFlightDescription, offsetsFollowTheLocalizedLevelAbove) {
     top.geometryLevels = MetaFlightDocument::geometryLevel("LOCALIZED_DEPENDENT");
     Loaded corrupt(top.text());
     x = 7;
-    EXPECT_EQ(failure<-3>([&] { corrupt.description.geometryGridTileOffset("D", 0, 0, 0, x, y, z); }),
-              "DtCorruptedState: Metaflight Corrupt, top level can't be LOCALIZED DEPENDENT");
+    EXPECT_EQ(
+        failure<-3>([&] { corrupt.description.geometryGridTileOffset("D", 0, 0, 0, x, y, z); }),
+        "DtCorruptedState: Metaflight Corrupt, top level can't be LOCALIZED DEPENDENT");
     EXPECT_EQ(x, 7.0);
 }
 
@@ -171,7 +175,8 @@ TEST(MetaFlightDescription, positionsConvertThroughGeocentric) {
 
     // Same kind: untouched, whatever the zones.
     x = 1, y = 2, z = 3;
-    Description::convertPosition(utm(32, T::Hemisphere::NORTH), utm(33, T::Hemisphere::SOUTH), x, y, z);
+    Description::convertPosition(utm(32, T::Hemisphere::NORTH), utm(33, T::Hemisphere::SOUTH), x, y,
+                                 z);
     EXPECT_EQ(x + y + z, 6.0);
 
     // Southern hemisphere: GeoConvert -u: -33.9 18.4 is 34s 259583.2217 6245888.0454.
@@ -196,16 +201,20 @@ TEST(MetaFlightDescription, positionsConvertThroughGeocentric) {
 
 TEST(MetaFlightDescription, virtualTextureOriginReadsBackInAnAngularSystem) {
     MetaFlightDocument doc;
-    doc.systems += "<NonProjectedCoordSys name=\"Geo\"><HorizontalDatumUsed refTo=\"E\"/></NonProjectedCoordSys>";
-    doc.more = "<Coverage name=\"VC\"><CoordSysUsed refTo=\"Geo\"/><Origin><X>-120</X><Y>30</Y></Origin>"
-               "<Extent><X>2</X><Y>1</Y></Extent></Coverage>"
-               "<VirtualTextureDataset name=\"V\"><DatasetTitle>t</DatasetTitle><CoordSysUsed refTo=\"Geo\"/>"
-               "<GridStack><GridStructureUsed refTo=\"VS\"/><CoverageUsed refTo=\"VC\"/>"
-               "<FileNamePattern>$(DSNAME)_$(NUMTEXELSX)x$(NUMTEXELSY)</FileNamePattern></GridStack>"
-               "</VirtualTextureDataset><GridStructure name=\"VS\"><NumLevels>4</NumLevels>" +
-               MetaFlightDocument::level("a", 1, 1) + MetaFlightDocument::level("b", 2, 2) +
-               MetaFlightDocument::level("c", 2, 2) + MetaFlightDocument::level("d", 2, 2) +
-               "</GridStructure>";
+    doc.systems +=
+        "<NonProjectedCoordSys name=\"Geo\"><HorizontalDatumUsed "
+        "refTo=\"E\"/></NonProjectedCoordSys>";
+    doc.more =
+        "<Coverage name=\"VC\"><CoordSysUsed refTo=\"Geo\"/><Origin><X>-120</X><Y>30</Y></Origin>"
+        "<Extent><X>2</X><Y>1</Y></Extent></Coverage>"
+        "<VirtualTextureDataset name=\"V\"><DatasetTitle>t</DatasetTitle><CoordSysUsed "
+        "refTo=\"Geo\"/>"
+        "<GridStack><GridStructureUsed refTo=\"VS\"/><CoverageUsed refTo=\"VC\"/>"
+        "<FileNamePattern>$(DSNAME)_$(NUMTEXELSX)x$(NUMTEXELSY)</FileNamePattern></GridStack>"
+        "</VirtualTextureDataset><GridStructure name=\"VS\"><NumLevels>4</NumLevels>" +
+        MetaFlightDocument::level("a", 1, 1) + MetaFlightDocument::level("b", 2, 2) +
+        MetaFlightDocument::level("c", 2, 2) + MetaFlightDocument::level("d", 2, 2) +
+        "</GridStructure>";
     Loaded loaded(doc.text());
     const Description& d = loaded.description;
     const auto geo = d.virtualTextureCoordinateSystem("V");
@@ -218,8 +227,10 @@ TEST(MetaFlightDescription, virtualTextureOriginReadsBackInAnAngularSystem) {
     EXPECT_EQ(d.virtualTextureDatasetTileTexels("V"), 512u);
     EXPECT_EQ(d.numberOfVirtualTextureGridLevels("V"), 4u);
     EXPECT_EQ(d.virtualTextureGridLevelColumns("V", 3), 8u);
-    EXPECT_EQ(d.generateVirtualTextureFileName("V", 3, 0, 0), loaded.dir.file("terrain") + "/V_8x8");
-    EXPECT_EQ(d.generateVirtualTextureFileName("V", 0, 0, 0), loaded.dir.file("terrain") + "/V_1x1");
+    EXPECT_EQ(d.generateVirtualTextureFileName("V", 3, 0, 0),
+              loaded.dir.file("terrain") + "/V_8x8");
+    EXPECT_EQ(d.generateVirtualTextureFileName("V", 0, 0, 0),
+              loaded.dir.file("terrain") + "/V_1x1");
 }
 
 TEST(MetaFlightDescription, degreesSplitWithTheSignInTheHemisphere) {
@@ -247,21 +258,30 @@ TEST(MetaFlightFileNames, thePatternLanguage) {
     v["NEG"] = -5;
     v["LONG"] = std::string(2100, 'x');
     const char* const cases[][2] = {
-        {"$(DSNAME)/L%02d$(LEVEL)/tile_%03d$(ROW)_%03d$(COL).$(FILEFORMAT)", "terrain/L03/tile_012_007.flt"},
+        {"$(DSNAME)/L%02d$(LEVEL)/tile_%03d$(ROW)_%03d$(COL).$(FILEFORMAT)",
+         "terrain/L03/tile_012_007.flt"},
         {"plain 100%", "plain 100%"},
         {"a$(LEVEL)", "a3"},
         {"$(ROW)$(COL)", "127"},
         {"tile_$(ROW", ""},
         {"$(UNKNOWN)", ""},
-        {"50%%$(ROW)", "50%"},       // a format like any other: the value does not appear
+        {"50%%$(ROW)", "50%"},  // a format like any other: the value does not appear
         {"$(ROW)%d tail", "12%d tail"},
         {"%x$(ROW).%-4s$(FILEFORMAT)|", "c.flt |"},
         {"%+d$(NEG)%05u$(ROW)%#o$(COL)", "-50001207"},
         // Unsafe or unfitting formats are refused like a bad pattern.
-        {"%n$(ROW)", ""},        {"%*d$(ROW)", ""},        {"%d%d$(ROW)", ""},
-        {"%s$(ROW)", ""},        {"%d$(DSNAME)", ""},      {"%ld$(ROW)", ""},
-        {"%5000d$(ROW)", ""},    {"%.2c$(ROW)", ""},       {"%0s$(DSNAME)", ""},
-        {"%$(ROW)", ""},         {"%#d$(ROW)", ""},        {"$(LONG)", ""},
+        {"%n$(ROW)", ""},
+        {"%*d$(ROW)", ""},
+        {"%d%d$(ROW)", ""},
+        {"%s$(ROW)", ""},
+        {"%d$(DSNAME)", ""},
+        {"%ld$(ROW)", ""},
+        {"%5000d$(ROW)", ""},
+        {"%.2c$(ROW)", ""},
+        {"%0s$(DSNAME)", ""},
+        {"%$(ROW)", ""},
+        {"%#d$(ROW)", ""},
+        {"$(LONG)", ""},
         {"%2046d$(ROW)", nullptr},
     };
     for (const auto& c : cases) {
@@ -290,7 +310,8 @@ TEST(MetaFlightFileNames, tilePathsSkipTheDocumentsOwnDirectoryName) {
               absolute.dir.file("terrain") + "//abs/4");
     doc.pattern = "$(NUMTEXELSX)";  // not a geometry variable: the directory alone
     Loaded bad(doc.text());
-    EXPECT_EQ(bad.description.generateGeometryGridTileFilename("D", 0, 0, 0), bad.dir.file("terrain") + "/");
+    EXPECT_EQ(bad.description.generateGeometryGridTileFilename("D", 0, 0, 0),
+              bad.dir.file("terrain") + "/");
     EXPECT_EQ(failure<-1>([&] { bad.description.generateGeometryGridTileFilename("D", 5, 0, 0); }),
               "DtInvalidInput: Index out of range.");
 }

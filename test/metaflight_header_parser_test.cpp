@@ -29,7 +29,8 @@ Answer ask(const MetaFlightDocument& doc) {
 
 std::string utmSystem(const std::string& falseOrigin) {
     return "<Ellipsoid name=\"E\"/><ProjectedCoordSys name=\"G\"><UnitsCategory>LINEAR_DISTANCE"
-           "</UnitsCategory><HorizontalDatumUsed refTo=\"E\"/>" + falseOrigin +
+           "</UnitsCategory><HorizontalDatumUsed refTo=\"E\"/>" +
+           falseOrigin +
            "<UTM><Zone>33</Zone><Hemisphere>SOUTH</Hemisphere></UTM></ProjectedCoordSys>";
 }
 
@@ -56,9 +57,10 @@ TEST(MetaFlightHeaderParser, utmTakesTheShortInitUnlessAFalseOriginIsSet) {
 
 TEST(MetaFlightHeaderParser, otherSystemsAndShapes) {
     MetaFlightDocument doc;
-    doc.systems = "<Ellipsoid name=\"E\"/><ProjectedCoordSys name=\"G\"><HorizontalDatumUsed refTo=\"E\"/>"
-                  "<FlatEarth><OriginLatitude>45</OriginLatitude><OriginLongitude>10</OriginLongitude>"
-                  "</FlatEarth></ProjectedCoordSys>";
+    doc.systems =
+        "<Ellipsoid name=\"E\"/><ProjectedCoordSys name=\"G\"><HorizontalDatumUsed refTo=\"E\"/>"
+        "<FlatEarth><OriginLatitude>45</OriginLatitude><OriginLongitude>10</OriginLongitude>"
+        "</FlatEarth></ProjectedCoordSys>";
     Answer a = ask(doc);
     ASSERT_TRUE(a.valid);
     const DtCoordinateSystem flat(a.type, a.parameters);
@@ -73,16 +75,20 @@ TEST(MetaFlightHeaderParser, otherSystemsAndShapes) {
     EXPECT_TRUE(a.valid);
     EXPECT_EQ(a.type + a.parameters, "");
     EXPECT_EQ(a.patches, 1u);
-    doc.systems = grid + "<NonProjectedCoordSys name=\"N\"><HorizontalDatumUsed refTo=\"E\"/>"
-                         "<GeoType>GEOCENTRIC</GeoType></NonProjectedCoordSys>";
+    doc.systems = grid +
+                  "<NonProjectedCoordSys name=\"N\"><HorizontalDatumUsed refTo=\"E\"/>"
+                  "<GeoType>GEOCENTRIC</GeoType></NonProjectedCoordSys>";
     doc.dataSystem = "N";
     EXPECT_EQ(ask(doc).type, DtCoordinateConverter::Geocentric);
-    doc.systems = grid + "<NonProjectedCoordSys name=\"N\"><HorizontalDatumUsed refTo=\"E\"/></NonProjectedCoordSys>";
+    doc.systems = grid +
+                  "<NonProjectedCoordSys name=\"N\"><HorizontalDatumUsed "
+                  "refTo=\"E\"/></NonProjectedCoordSys>";
     a = ask(doc);
     EXPECT_FALSE(a.valid);
     EXPECT_EQ(a.patches, 0u);
-    doc.systems = grid + "<ProjectedCoordSys name=\"N\"><HorizontalDatumUsed refTo=\"E\"/>"
-                         "<LambertConicConformal/></ProjectedCoordSys>";
+    doc.systems = grid +
+                  "<ProjectedCoordSys name=\"N\"><HorizontalDatumUsed refTo=\"E\"/>"
+                  "<LambertConicConformal/></ProjectedCoordSys>";
     EXPECT_FALSE(ask(doc).valid);
 
     MetaFlightDocument shapes;
@@ -107,7 +113,8 @@ TEST(MetaFlightHeaderParser, brokenDocumentsAreFalseOrThrow) {
     EXPECT_FALSE(DtMetaFlightHeaderParser(dir.file("missing.mft")).isValid());
     DtMetaFlightHeaderParser empty(dir.write("e.mft", "<Root><Database/></Root>"));
     EXPECT_THROW(empty.isValid(), DtTemplatedException<-1>);
-    DtMetaFlightHeaderParser dangling(dir.write("d.mft", "<Root><Database><Coverage/></Database></Root>"));
+    DtMetaFlightHeaderParser dangling(
+        dir.write("d.mft", "<Root><Database><Coverage/></Database></Root>"));
     EXPECT_THROW(dangling.isValid(), DtMetaFlightTypes::EnumParseErrorException);
 
     MetaFlightDocument doc;

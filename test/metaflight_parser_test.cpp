@@ -69,7 +69,8 @@ TEST(MetaFlightParser, textIsCleanedBeforeParsing) {
     document += std::string(1, '\0') + "<garbage";
     const std::string path = dir.write("clean.mft", document);
     std::string backslashed = path;
-    for (char& c : backslashed) c = c == '/' ? '\\' : c;
+    for (char& c : backslashed)
+        c = c == '/' ? '\\' : c;
 
     DtMetaFlightParser parser;
     std::string error;
@@ -84,12 +85,10 @@ TEST(MetaFlightParser, textIsCleanedBeforeParsing) {
 
     // A replacement is never searched again, whether the text shrinks, keeps its
     // length or grows.
-    const char* const cases[][4] = {{"aXXbXXXc", "XX", "X", "aXbXXc"},
-                                    {"XXXX", "XX", "", ""},
-                                    {"abab", "a", "c", "cbcb"},
-                                    {"aab", "a", "aa", "aaaab"},
-                                    {"nothing", "zz", "", "nothing"},
-                                    {"a.b.", ".", "::", "a::b::"}};
+    const char* const cases[][4] = {
+        {"aXXbXXXc", "XX", "X", "aXbXXc"}, {"XXXX", "XX", "", ""},
+        {"abab", "a", "c", "cbcb"},        {"aab", "a", "aa", "aaaab"},
+        {"nothing", "zz", "", "nothing"},  {"a.b.", ".", "::", "a::b::"}};
     for (const auto& c : cases) {
         std::string text = c[0];
         Helpers::replaceAll(text, c[1], c[2]);
@@ -149,12 +148,12 @@ TEST(MetaFlightParser, theCursorWalksElementsOnly) {
 
 TEST(MetaFlightParser, aSecondFileAddsOnlyWhatTheFirstLacks) {
     TempDir dir;
-    const std::string main = dir.write(
-        "main.mft", wrap("<Textures name=\"t1\"><Keep/></Textures><Grid/>"));
-    const std::string second = dir.write(
-        "second.mft",
-        "<AcfRoot><Database><Textures name=\"t1\"><Lost/></Textures>"
-        "<Textures name=\"t2\"/><Grid><Lost/></Grid><Imagery/></Database></AcfRoot>");
+    const std::string main =
+        dir.write("main.mft", wrap("<Textures name=\"t1\"><Keep/></Textures><Grid/>"));
+    const std::string second =
+        dir.write("second.mft",
+                  "<AcfRoot><Database><Textures name=\"t1\"><Lost/></Textures>"
+                  "<Textures name=\"t2\"/><Grid><Lost/></Grid><Imagery/></Database></AcfRoot>");
     DtMetaFlightParser parser;
     std::string error;
     ASSERT_TRUE(parser.openFile(main, second, error)) << error;
@@ -163,7 +162,8 @@ TEST(MetaFlightParser, aSecondFileAddsOnlyWhatTheFirstLacks) {
     ASSERT_TRUE(parser.readFirstChildElement());
     do {
         order += parser.currentElementType();
-        if (const char* name = parser.currentElementName()) order += std::string("=") + name;
+        if (const char* name = parser.currentElementName())
+            order += std::string("=") + name;
         order += parser.numberOfChildElements() ? "+ " : " ";
     } while (parser.readNextElement());
     EXPECT_EQ(order, "Textures=t1+ Grid Textures=t2 Imagery ");
@@ -205,15 +205,18 @@ TEST(MetaFlightParser, deepNestingIsRefusedByTheXmlParser) {
     // ours. 100,000 children of one element load, and each becomes a map entry.
     TempDir dir;
     std::string nested;
-    for (int i = 0; i < 10000; ++i) nested += "<n>";
-    for (int i = 0; i < 10000; ++i) nested += "</n>";
+    for (int i = 0; i < 10000; ++i)
+        nested += "<n>";
+    for (int i = 0; i < 10000; ++i)
+        nested += "</n>";
     DtMetaFlightParser parser;
     std::string error;
     EXPECT_FALSE(parser.openFile(dir.write("deep.mft", wrap(nested)), "", error));
     EXPECT_NE(error.find("depth"), std::string::npos) << error;
 
     std::string wide;
-    for (int i = 0; i < 100000; ++i) wide += "<Ellipsoid/>";
+    for (int i = 0; i < 100000; ++i)
+        wide += "<Ellipsoid/>";
     ASSERT_TRUE(parser.openFile(dir.write("wide.mft", wrap(wide)), "", error)) << error;
     EXPECT_EQ(parser.numberOfChildElements(), 100000u);
     kelZor::DtMetaFlightTypes::Database database;

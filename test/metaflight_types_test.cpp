@@ -21,11 +21,13 @@ struct Loaded {
 
     explicit Loaded(const std::string& body, bool resolve = true) {
         std::string error;
-        const std::string path = dir.write(
-            "doc.mft", "<MetaFlightRoot><Database name=\"db\">" + body + "</Database></MetaFlightRoot>");
-        if (!parser.openFile(path, "", error)) throw std::runtime_error(error);
+        const std::string path = dir.write("doc.mft", "<MetaFlightRoot><Database name=\"db\">" +
+                                                          body + "</Database></MetaFlightRoot>");
+        if (!parser.openFile(path, "", error))
+            throw std::runtime_error(error);
         database.parse(parser);
-        if (resolve) database.resolveReferences();
+        if (resolve)
+            database.resolveReferences();
     }
 };
 
@@ -97,7 +99,9 @@ TEST(MetaFlightTypes, membersFollowTheirKinds) {
         "<Coverage name=\"c\"><Origin><Y>3</Y></Origin><Origin><X>2</X></Origin></Coverage>"
         "<VirtualTextureDataset name=\"v\"/>"
         "<ModelListDataset name=\"m\"><Model><BoundingBox><Max><X>1</X></Max></BoundingBox>"
-        "  <FileSize>10</FileSize><Textures><FileSize>20</FileSize></Textures></Model></ModelListDataset>",
+        "  "
+        "<FileSize>10</FileSize><Textures><FileSize>20</FileSize></Textures></Model></"
+        "ModelListDataset>",
         false);
     const T::ProjectedCoordSys& p = *loaded.database.projectedCoordSys.at("p");
     ASSERT_TRUE(p.uTM);
@@ -148,9 +152,10 @@ TEST(MetaFlightTypes, unnamedElementsGetGeneratedNamesAndKeys) {
 
 TEST(MetaFlightTypes, anUnknownEnumerationTextEndsTheParse) {
     try {
-        Loaded loaded("<GeometryGridDataset name=\"d\"><GeometryGridLevel>"
-                      "<TileType>TILE</TileType></GeometryGridLevel></GeometryGridDataset>",
-                      false);
+        Loaded loaded(
+            "<GeometryGridDataset name=\"d\"><GeometryGridLevel>"
+            "<TileType>TILE</TileType></GeometryGridLevel></GeometryGridDataset>",
+            false);
         FAIL();
     } catch (const T::EnumParseErrorException& e) {
         EXPECT_STREQ(e.what(), "TileType");
@@ -158,13 +163,14 @@ TEST(MetaFlightTypes, anUnknownEnumerationTextEndsTheParse) {
 }
 
 TEST(MetaFlightDatabase, namesResolveWithTheirPrefixRules) {
-    Loaded loaded(std::string(ellipsoidAndUtm) +
-                  "<ProjectedCoordSys name=\"x:y\"><HorizontalDatumUsed refTo=\"WGS84\"/></ProjectedCoordSys>"
-                  "<ProjectedCoordSys name=\"y\"><HorizontalDatumUsed refTo=\"WGS84\"/></ProjectedCoordSys>"
-                  "<NonProjectedCoordSys name=\"Zone33\"><HorizontalDatumUsed refTo=\"a:b:WGS84\"/>"
-                  "</NonProjectedCoordSys>"
-                  "<Coverage name=\"c1\"><CoordSysUsed refTo=\"Foreign:Zone33\"/></Coverage>"
-                  "<Coverage name=\"c2\"><CoordSysUsed refTo=\"x:y\"/></Coverage>");
+    Loaded loaded(
+        std::string(ellipsoidAndUtm) +
+        "<ProjectedCoordSys name=\"x:y\"><HorizontalDatumUsed refTo=\"WGS84\"/></ProjectedCoordSys>"
+        "<ProjectedCoordSys name=\"y\"><HorizontalDatumUsed refTo=\"WGS84\"/></ProjectedCoordSys>"
+        "<NonProjectedCoordSys name=\"Zone33\"><HorizontalDatumUsed refTo=\"a:b:WGS84\"/>"
+        "</NonProjectedCoordSys>"
+        "<Coverage name=\"c1\"><CoordSysUsed refTo=\"Foreign:Zone33\"/></Coverage>"
+        "<Coverage name=\"c2\"><CoordSysUsed refTo=\"x:y\"/></Coverage>");
     const T::Database& db = loaded.database;
     // A name in both the projected and the non-projected map goes to the projected one.
     EXPECT_EQ(db.coverage.at("c1")->coordSysUsed.target.get(),
@@ -178,7 +184,8 @@ TEST(MetaFlightDatabase, namesResolveWithTheirPrefixRules) {
 
 TEST(MetaFlightDatabase, theFirstDanglingNameThrowsWithItsMessage) {
     EXPECT_EQ(resolveError(""), "(resolved)");
-    EXPECT_EQ(resolveError("<ProjectedCoordSys name=\"p\"><HorizontalDatumUsed refTo=\"Nope\"/></ProjectedCoordSys>"),
+    EXPECT_EQ(resolveError("<ProjectedCoordSys name=\"p\"><HorizontalDatumUsed "
+                           "refTo=\"Nope\"/></ProjectedCoordSys>"),
               "Unable to find Ellipsoid name=Nope");
     EXPECT_EQ(resolveError("<ProjectedCoordSys name=\"p\"/>"), "Unable to find Ellipsoid name=");
     EXPECT_EQ(resolveError("<Ellipsoid name=\"e\"/><NonProjectedCoordSys name=\"n\">"
@@ -189,16 +196,18 @@ TEST(MetaFlightDatabase, theFirstDanglingNameThrowsWithItsMessage) {
                            "<Coverage name=\"a\"><CoordSysUsed refTo=\"A\"/></Coverage>"),
               "Unable to find NonGeoreferencedCoordSys name=A");
 
-    const std::string base = std::string(ellipsoidAndUtm) +
-                             "<GridStructure name=\"g\"/>"
-                             "<Coverage name=\"c\"><CoordSysUsed refTo=\"Zone33\"/></Coverage>"
-                             "<SwitchDistanceTable name=\"t\"><SwitchDistance name=\"near\"/></SwitchDistanceTable>"
-                             "<SwitchDistanceTable name=\"u\"><SwitchDistance name=\"far\"/></SwitchDistanceTable>";
+    const std::string base =
+        std::string(ellipsoidAndUtm) +
+        "<GridStructure name=\"g\"/>"
+        "<Coverage name=\"c\"><CoordSysUsed refTo=\"Zone33\"/></Coverage>"
+        "<SwitchDistanceTable name=\"t\"><SwitchDistance name=\"near\"/></SwitchDistanceTable>"
+        "<SwitchDistanceTable name=\"u\"><SwitchDistance name=\"far\"/></SwitchDistanceTable>";
     const std::string stack =
         "<GridStack><GridStructureUsed refTo=\"g\"/><CoverageUsed refTo=\"c\"/></GridStack>";
-    EXPECT_EQ(resolveError(base + "<VirtualTextureDataset name=\"v\"><GridStack>"
-                                  "<GridStructureUsed refTo=\"G\"/></GridStack></VirtualTextureDataset>"),
-              "Unable to find GridStructure name=G");
+    EXPECT_EQ(
+        resolveError(base + "<VirtualTextureDataset name=\"v\"><GridStack>"
+                            "<GridStructureUsed refTo=\"G\"/></GridStack></VirtualTextureDataset>"),
+        "Unable to find GridStructure name=G");
     EXPECT_EQ(resolveError(base + "<VirtualTextureDataset name=\"v\">" + stack +
                            "</VirtualTextureDataset>"),
               "Unable to find NonGeoreferencedCoordSys name=");
@@ -206,10 +215,11 @@ TEST(MetaFlightDatabase, theFirstDanglingNameThrowsWithItsMessage) {
                            "<CoordSysUsed refTo=\"Zone33\"/></GeometryGridDataset>"),
               "Unable to find SwitchDistanceTable name=");
     // A distance of another table is not found, though the document has it.
-    EXPECT_EQ(resolveError(base + "<GeometryGridDataset name=\"d\">" + stack +
-                           "<SwitchDistanceTableUsed refTo=\"t\"/><GeometryGridLevel>"
-                           "<SwitchOut_DistanceUsed refTo=\"near\"/><SwitchIn_DistanceUsed refTo=\"far\"/>"
-                           "</GeometryGridLevel></GeometryGridDataset>"),
+    EXPECT_EQ(resolveError(
+                  base + "<GeometryGridDataset name=\"d\">" + stack +
+                  "<SwitchDistanceTableUsed refTo=\"t\"/><GeometryGridLevel>"
+                  "<SwitchOut_DistanceUsed refTo=\"near\"/><SwitchIn_DistanceUsed refTo=\"far\"/>"
+                  "</GeometryGridLevel></GeometryGridDataset>"),
               "Unable to find CurrentSwitchDistanceTable name=far");
     EXPECT_EQ(resolveError(base + "<GeometryGridDataset name=\"d\">" + stack +
                            "<SwitchDistanceTableUsed refTo=\"t\"/><CoordSysUsed refTo=\"Zone33\"/>"
@@ -222,8 +232,7 @@ TEST(MetaFlightDatabase, theSampleDocumentsLoadAndResolve) {
         SCOPED_TRACE(name);
         DtMetaFlightParser parser;
         std::string error;
-        ASSERT_TRUE(parser.openFile(std::string(ZOR_SAMPLE_DIR) + "/" + name, "", error))
-            << error;
+        ASSERT_TRUE(parser.openFile(std::string(ZOR_SAMPLE_DIR) + "/" + name, "", error)) << error;
         T::Database database;
         database.parse(parser);
         ASSERT_NO_THROW(database.resolveReferences());

@@ -65,9 +65,8 @@ TEST(PluginInit, registersTheTableRowsInOrderWithTheirExtensions) {
     zorTerrain::init(de);
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
     const std::vector<std::string>& names = factory.registeredNames();
-    for (const char* required :
-         {"DtOpenFlightHeaderParser", "DtMetaFlightHeaderParser", "DtGeoTiffHeaderParser",
-          "DtImageHeaderParser"}) {
+    for (const char* required : {"DtOpenFlightHeaderParser", "DtMetaFlightHeaderParser",
+                                 "DtGeoTiffHeaderParser", "DtImageHeaderParser"}) {
         EXPECT_NE(std::find(names.begin(), names.end(), required), names.end()) << required;
     }
     size_t tableRow = 0;

@@ -17,13 +17,13 @@ TEST(TilePathGenerator, givesWhatTheDescriptionGivesForEveryTile) {
     const std::string patterns[] = {
         longLiteral,
         "$(DSNAME)/L%02d$(LEVEL)/tile_%03d$(ROW)_%03d$(COL).$(FILEFORMAT)",  // head fixed
-        "$(DSNAME)\\$(LEVELNAME)\\%-4d$(ROW)|%+d$(COL)",                   // backslashes, flags
-        "$(ROW)/$(COL)",                                                   // head depends on the tile
+        "$(DSNAME)\\$(LEVELNAME)\\%-4d$(ROW)|%+d$(COL)",                     // backslashes, flags
+        "$(ROW)/$(COL)",  // head depends on the tile
         "terrain_%x$(ROW)/%#o$(COL)",
-        "x/%c$(ROW)$(COL)",                                                // a %c may be a '/'
+        "x/%c$(ROW)$(COL)",  // a %c may be a '/'
         "/abs/%05u$(ROW)_%.3d$(COL)",
         "plain.flt",
-        "$(DSNAME)/%n$(ROW)",                                              // refused: directory only
+        "$(DSNAME)/%n$(ROW)",  // refused: directory only
         "$(DSNAME)/$(ROW",
         "%2040d$(ROW)%2040d$(COL)",
     };
@@ -46,13 +46,15 @@ TEST(TilePathGenerator, givesWhatTheDescriptionGivesForEveryTile) {
             for (unsigned row = 0; row < generator.rows(); ++row) {
                 for (unsigned col = 0; col < generator.columns(); ++col) {
                     generator.path(row, col, generated);
-                    ASSERT_EQ(generated, description.generateGeometryGridTileFilename("D", level, row, col));
+                    ASSERT_EQ(generated,
+                              description.generateGeometryGridTileFilename("D", level, row, col));
                 }
             }
             // Outside the level, and past INT_MAX where the value wraps negative.
             for (unsigned value : {47u, 92u, 4000000000u}) {
                 generator.path(value, value, generated);
-                EXPECT_EQ(generated, description.generateGeometryGridTileFilename("D", level, value, value));
+                EXPECT_EQ(generated,
+                          description.generateGeometryGridTileFilename("D", level, value, value));
             }
         }
         EXPECT_THROW(DtTilePathGenerator(description, "D", 2), DtTemplatedException<-1>);

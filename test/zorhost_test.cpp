@@ -147,15 +147,17 @@ TEST(ZorhostMetaFlight, describeShowsDatasetsAndLevels) {
     const ZorhostRun text = zorhost("describe '" + valley + "'");
     EXPECT_EQ(text.status, 0) << text.err;
     for (const char* expected :
-         {"geometry datasets: 2", "DatasetName:        valley", "grid system:        UTM32N (UTM zone 32 N)",
-          "data system:        Geodetic (GEODETIC)", "3: L3  divisions 4x4  columns 32  rows 32  FILE_GEOM",
-          "virtual texture datasets: 1", "tile texels:        256", "2: T2  divisions 2x2  columns 4  rows 4"}) {
+         {"geometry datasets: 2", "DatasetName:        valley",
+          "grid system:        UTM32N (UTM zone 32 N)", "data system:        Geodetic (GEODETIC)",
+          "3: L3  divisions 4x4  columns 32  rows 32  FILE_GEOM", "virtual texture datasets: 1",
+          "tile texels:        256", "2: T2  divisions 2x2  columns 4  rows 4"}) {
         EXPECT_NE(text.out.find(expected), std::string::npos) << expected;
     }
     const ZorhostRun json = zorhost("describe --json '" + quad + "'");
     EXPECT_EQ(json.status, 0);
-    for (const char* expected : {"\"key\":\"Terrain\"", "\"switchIn\":1000", "\"switchOut\":8000",
-                                 "\"columns\":8", "\"rows\":4", "\"hierarchyType\":\"SUBSTITUTIVE\""}) {
+    for (const char* expected :
+         {"\"key\":\"Terrain\"", "\"switchIn\":1000", "\"switchOut\":8000", "\"columns\":8",
+          "\"rows\":4", "\"hierarchyType\":\"SUBSTITUTIVE\""}) {
         EXPECT_NE(json.out.find(expected), std::string::npos) << expected;
     }
 }
@@ -173,7 +175,8 @@ TEST(ZorhostMetaFlight, tilesStreamOneRecordPerTile) {
         << one.out.substr(0, 300);
     for (const auto& [arguments, message] :
          {std::make_pair(std::string("--dataset Nope"), std::string("Unable to find key")),
-          std::make_pair(std::string("--dataset Terrain --level 2"), std::string("Index out of range."))}) {
+          std::make_pair(std::string("--dataset Terrain --level 2"),
+                         std::string("Index out of range."))}) {
         const ZorhostRun bad = zorhost("tiles '" + quad + "' " + arguments);
         EXPECT_EQ(bad.status, 1);
         EXPECT_NE(bad.err.find(message), std::string::npos) << bad.err;
@@ -184,14 +187,16 @@ TEST(ZorhostMetaFlight, tilesStreamOneRecordPerTile) {
 
 TEST(ZorhostMetaFlight, convertTakesAndGivesDegrees) {
     // GeoConvert -u: 46.5 11.25 is 32n 672644.4824 5152062.9029.
-    const ZorhostRun run = zorhost("convert '" + valley + "' --from Geodetic --to UTM32N 46.5 11.25 1000");
+    const ZorhostRun run =
+        zorhost("convert '" + valley + "' --from Geodetic --to UTM32N 46.5 11.25 1000");
     ASSERT_EQ(run.status, 0) << run.err;
     double x = 0, y = 0, z = 0;
     ASSERT_EQ(std::sscanf(run.out.c_str(), "%lf %lf %lf", &x, &y, &z), 3);
     EXPECT_NEAR(x, 672644.4824, 1e-3);
     EXPECT_NEAR(y, 5152062.9029, 1e-3);
     EXPECT_NEAR(z, 1000.0, 1e-6);
-    const ZorhostRun back = zorhost("convert '" + valley + "' --from UTM32N --to Geodetic -- 672644.4824 5152062.9029 1000");
+    const ZorhostRun back = zorhost(
+        "convert '" + valley + "' --from UTM32N --to Geodetic -- 672644.4824 5152062.9029 1000");
     ASSERT_EQ(back.status, 0) << back.err;
     ASSERT_EQ(std::sscanf(back.out.c_str(), "%lf %lf %lf", &x, &y, &z), 3);
     EXPECT_NEAR(x, 46.5, 1e-8);
@@ -203,4 +208,29 @@ TEST(ZorhostMetaFlight, convertTakesAndGivesDegrees) {
     const ZorhostRun missing = zorhost("describe /nonexistent.mft");
     EXPECT_EQ(missing.status, 1);
     EXPECT_NE(missing.err.find("Unable to open file descriptor"), std::string::npos);
+}
+
+TEST(ZorhostMetaFlight, publishSaysWhatChanged) {
+    TempDir dir;
+    const std::string out = dir.file("out.mft");
+    const ZorhostRun run = zorhost("publish '" + valley + "' '" + out +
+                                   "' --medf --remove-virtual-texture --switch-distance 99000");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(
+        run.out.find(
+            "1 virtual texture removed; 1 switch distance set to 99000; file format set to medf"),
+        std::string::npos)
+        << run.out;
+    EXPECT_NE(zorhost("describe '" + out + "'").out.find("switch in 24000 out 99000"),
+              std::string::npos);
+
+    const std::string broken =
+        dir.write("broken.mft", "<Root><Database><GeometryGridDataset/></Database></Root>");
+    const ZorhostRun failed = zorhost("publish '" + broken + "' '" + out + "' --switch-distance 1");
+    EXPECT_EQ(failed.status, 1);
+    EXPECT_NE(failed.err.find("Invalid GeometryGridDataset: missing HierarchyType"),
+              std::string::npos);
+    EXPECT_EQ(zorhost("publish '" + valley + "' '" + dir.file("none/x.mft") + "'").status, 1);
+    EXPECT_EQ(zorhost("publish '" + valley + "'").status, 2);
+    EXPECT_EQ(zorhost("publish '" + valley + "' '" + out + "' --switch-distance far").status, 2);
 }

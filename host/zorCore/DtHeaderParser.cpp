@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "zorCore/DtDe.h"
 #include "hxutil/DtFilename.h"
+#include "zorCore/DtDe.h"
 
 namespace kelZor {
 

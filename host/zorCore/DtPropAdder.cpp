@@ -1,7 +1,7 @@
 #include "zorCore/DtPropAdder.h"
 
-#include "zorCore/DtDe.h"
 #include "hxutil/DtFilename.h"
+#include "zorCore/DtDe.h"
 
 namespace kelZor {
 

@@ -13,21 +13,24 @@ std::string DtZorFilesystem::baseName(const std::string& path) {
 }
 
 std::string DtZorFilesystem::directoryOfPath(const std::string& path) {
-    if (path.find('/') == std::string::npos) return ".";
+    if (path.find('/') == std::string::npos)
+        return ".";
     DtFilename directory(path);
     return directory.stripFilename().stdString();
 }
 
 std::string DtZorFilesystem::rootDirectoryOfPath(const std::string& path) {
     const size_t begin = path.find_first_not_of('/');
-    if (begin == std::string::npos) return "";
+    if (begin == std::string::npos)
+        return "";
     const size_t end = path.find('/', begin);
     return path.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
 }
 
 std::string DtZorFilesystem::extensionCaseSensitive(std::string path, bool caseSensitive) {
     const DtString extension = DtFilename(path).extension();
-    if (extension.isEmpty()) return "";
+    if (extension.isEmpty())
+        return "";
     return "." + (caseSensitive ? extension : extension.toLower()).stdString();
 }
 

@@ -19,7 +19,8 @@ namespace kelZor {
 template <typename K, typename V>
 const V& findOrThrow(const std::map<K, V>& map, K key) {
     const auto found = map.find(key);
-    if (found == map.end()) DtThrowInvalidInput("Unable to find key");
+    if (found == map.end())
+        DtThrowInvalidInput("Unable to find key");
     return found->second;
 }
 

@@ -34,14 +34,18 @@ enum class Kind { Geodetic, Geocentric, Utm, FlatEarth, Unsupported };
 Kind kindOf(const CoordSys& system, const Types::ProjectedCoordSys*& projected) {
     projected = dynamic_cast<const Types::ProjectedCoordSys*>(system.get());
     if (projected) {
-        if (projected->uTM) return Kind::Utm;
-        if (projected->flatEarth) return Kind::FlatEarth;
+        if (projected->uTM)
+            return Kind::Utm;
+        if (projected->flatEarth)
+            return Kind::FlatEarth;
         return Kind::Unsupported;
     }
     if (const auto* nonProjected = dynamic_cast<const Types::NonProjectedCoordSys*>(system.get())) {
         switch (nonProjected->geoType.value) {
-            case Types::GeoType::GEODETIC: return Kind::Geodetic;
-            case Types::GeoType::GEOCENTRIC: return Kind::Geocentric;
+            case Types::GeoType::GEODETIC:
+                return Kind::Geodetic;
+            case Types::GeoType::GEOCENTRIC:
+                return Kind::Geocentric;
         }
     }
     return Kind::Unsupported;
@@ -62,15 +66,21 @@ DtFlatEarthCoordinateConverter flatEarthConverterOf(const Types::ProjectedCoordS
     return converter;
 }
 
-DtVector64 toGeocentric(Kind kind, const Types::ProjectedCoordSys* system, const DtVector64& position) {
+DtVector64 toGeocentric(Kind kind, const Types::ProjectedCoordSys* system,
+                        const DtVector64& position) {
     DtVector64 geocentric = position;
     switch (kind) {
         case Kind::Geodetic:
             return DtGeodeticCoord(position.x(), position.y(), position.z(), DtGlobalEllipsoid())
                 .geocentric();
-        case Kind::Utm: utmConverterOf(*system).cigToGeoc(position, geocentric); break;
-        case Kind::FlatEarth: flatEarthConverterOf(*system).cigToGeoc(position, geocentric); break;
-        default: break;
+        case Kind::Utm:
+            utmConverterOf(*system).cigToGeoc(position, geocentric);
+            break;
+        case Kind::FlatEarth:
+            flatEarthConverterOf(*system).cigToGeoc(position, geocentric);
+            break;
+        default:
+            break;
     }
     return geocentric;
 }
@@ -84,9 +94,14 @@ DtVector64 fromGeocentric(Kind kind, const Types::ProjectedCoordSys* system,
             geodetic.setGeocentric(geocentric);
             return DtVector64(geodetic.lat(), geodetic.lon(), geodetic.alt());
         }
-        case Kind::Utm: utmConverterOf(*system).geocToCig(geocentric, result); break;
-        case Kind::FlatEarth: flatEarthConverterOf(*system).geocToCig(geocentric, result); break;
-        default: break;
+        case Kind::Utm:
+            utmConverterOf(*system).geocToCig(geocentric, result);
+            break;
+        case Kind::FlatEarth:
+            flatEarthConverterOf(*system).geocToCig(geocentric, result);
+            break;
+        default:
+            break;
     }
     return result;
 }
@@ -102,7 +117,8 @@ DtMetaFlightDescription::StringOrInt& DtMetaFlightDescription::StringOrInt::oper
     return *this;
 }
 
-DtMetaFlightDescription::StringOrInt& DtMetaFlightDescription::StringOrInt::operator=(int32_t value) {
+DtMetaFlightDescription::StringOrInt& DtMetaFlightDescription::StringOrInt::operator=(
+    int32_t value) {
     isString = false;
     number = value;
     return *this;
@@ -141,7 +157,8 @@ void DtMetaFlightDescription::getPaths(std::vector<std::string>& paths) {
 
 // ---------------------------------------------------------------- lookups
 
-const Types::GeometryGridDataset& DtMetaFlightDescription::geometryDataset(const std::string& name) const {
+const Types::GeometryGridDataset& DtMetaFlightDescription::geometryDataset(
+    const std::string& name) const {
     return *findOrThrow(database_->geometryGridDataset, std::string(name));
 }
 
@@ -163,7 +180,8 @@ const Types::GeometryGridLevel& DtMetaFlightDescription::geometryLevel(const std
 
 const Types::GridLevel& DtMetaFlightDescription::virtualTextureGridLevel(const std::string& name,
                                                                          int level) const {
-    const Types::GridStructure& grid = *virtualTextureDataset(name).gridStack.gridStructureUsed.target;
+    const Types::GridStructure& grid =
+        *virtualTextureDataset(name).gridStack.gridStructureUsed.target;
     return *findByIndexOrThrow(grid.gridLevel, level);
 }
 
@@ -185,7 +203,8 @@ const std::string& DtMetaFlightDescription::geometryDatasetTitle(const std::stri
     return geometryDataset(name).datasetTitle;
 }
 
-const std::string& DtMetaFlightDescription::geometryDatasetFileFormat(const std::string& name) const {
+const std::string& DtMetaFlightDescription::geometryDatasetFileFormat(
+    const std::string& name) const {
     return geometryDataset(name).fileFormat;
 }
 
@@ -194,11 +213,13 @@ const std::string& DtMetaFlightDescription::geometryDatasetFileNamePattern(
     return geometryDataset(name).gridStack.fileNamePattern;
 }
 
-CoordSys DtMetaFlightDescription::geometryDatasetDataCoordinateSystem(const std::string& name) const {
+CoordSys DtMetaFlightDescription::geometryDatasetDataCoordinateSystem(
+    const std::string& name) const {
     return geometryDataset(name).coordSysUsed.target;
 }
 
-CoordSys DtMetaFlightDescription::geometryDatasetGridCoordinateSystem(const std::string& name) const {
+CoordSys DtMetaFlightDescription::geometryDatasetGridCoordinateSystem(
+    const std::string& name) const {
     return geometryDataset(name).gridStack.coverageUsed.target->coordSysUsed.target;
 }
 
@@ -207,11 +228,13 @@ const Types::HierarchyType& DtMetaFlightDescription::geometryDatasetGridHierarch
     return geometryDataset(name).hierarchyType;
 }
 
-const Types::Position2D& DtMetaFlightDescription::geometryDatasetOrigin(const std::string& name) const {
+const Types::Position2D& DtMetaFlightDescription::geometryDatasetOrigin(
+    const std::string& name) const {
     return geometryDataset(name).gridStack.coverageUsed.target->origin;
 }
 
-const Types::Position2D& DtMetaFlightDescription::geometryDatasetExtent(const std::string& name) const {
+const Types::Position2D& DtMetaFlightDescription::geometryDatasetExtent(
+    const std::string& name) const {
     return geometryDataset(name).gridStack.coverageUsed.target->extent;
 }
 
@@ -257,13 +280,16 @@ unsigned int DtMetaFlightDescription::geometryGridLevelRowDivisions(const std::s
 unsigned int DtMetaFlightDescription::geometryGridLevelColumns(const std::string& name,
                                                                int level) const {
     unsigned int columns = geometryGridLevelColDivisions(name, level);
-    for (int above = level - 1; above >= 0; --above) columns *= geometryGridLevelColDivisions(name, above);
+    for (int above = level - 1; above >= 0; --above)
+        columns *= geometryGridLevelColDivisions(name, above);
     return columns;
 }
 
-unsigned int DtMetaFlightDescription::geometryGridLevelRows(const std::string& name, int level) const {
+unsigned int DtMetaFlightDescription::geometryGridLevelRows(const std::string& name,
+                                                            int level) const {
     unsigned int rows = geometryGridLevelRowDivisions(name, level);
-    for (int above = level - 1; above >= 0; --above) rows *= geometryGridLevelRowDivisions(name, above);
+    for (int above = level - 1; above >= 0; --above)
+        rows *= geometryGridLevelRowDivisions(name, above);
     return rows;
 }
 
@@ -272,11 +298,13 @@ Types::TileType DtMetaFlightDescription::geometryGridLevelTileType(const std::st
     return geometryLevel(name, level).tileType;
 }
 
-double DtMetaFlightDescription::geometryGridLevelSwitchIn(const std::string& name, int level) const {
+double DtMetaFlightDescription::geometryGridLevelSwitchIn(const std::string& name,
+                                                          int level) const {
     return geometryLevel(name, level).switchIn_DistanceUsed.target->value;
 }
 
-double DtMetaFlightDescription::geometryGridLevelSwitchOut(const std::string& name, int level) const {
+double DtMetaFlightDescription::geometryGridLevelSwitchOut(const std::string& name,
+                                                           int level) const {
     return geometryLevel(name, level).switchOut_DistanceUsed.target->value;
 }
 
@@ -289,8 +317,10 @@ void DtMetaFlightDescription::geometryGridTileCenter(const std::string& name, un
     const Types::Position2D extent = coverage.extent;
     const unsigned int rows = geometryGridLevelRows(name, static_cast<int>(level));
     const unsigned int columns = geometryGridLevelColumns(name, static_cast<int>(level));
-    if (row >= rows) DtThrowInvalidInput("Row out of range.");
-    if (col >= columns) DtThrowInvalidInput("Row out of range.");
+    if (row >= rows)
+        DtThrowInvalidInput("Row out of range.");
+    if (col >= columns)
+        DtThrowInvalidInput("Row out of range.");
     const double spacingX = extent.x / columns;
     const double spacingY = extent.y / rows;
     const double centerX = origin.x + spacingX * (col + 1.0) - spacingX / 2.0;
@@ -318,20 +348,24 @@ void DtMetaFlightDescription::geometryGridTileOffset(const std::string& name, un
         case Types::LocalizedType::LOCALIZED:
             geometryGridTileCenter(name, level, row, col, x, y, z);
             return;
-        case Types::LocalizedType::LOCALIZED_DEPENDENT: break;
+        case Types::LocalizedType::LOCALIZED_DEPENDENT:
+            break;
     }
     int ancestor = levelIndex - 1;
     unsigned int rowFactor = geometryGridLevelRowDivisions(name, levelIndex);
     unsigned int colFactor = geometryGridLevelColDivisions(name, levelIndex);
     while (ancestor >= 0) {
-        if (geometryLevel(name, ancestor).localizedType.value == Types::LocalizedType::LOCALIZED) break;
+        if (geometryLevel(name, ancestor).localizedType.value == Types::LocalizedType::LOCALIZED)
+            break;
         rowFactor *= geometryGridLevelRowDivisions(name, ancestor);
         colFactor *= geometryGridLevelColDivisions(name, ancestor);
         --ancestor;
     }
-    if (ancestor < 0) DtThrowCorruptedState("Metaflight Corrupt, top level can't be LOCALIZED DEPENDENT");
+    if (ancestor < 0)
+        DtThrowCorruptedState("Metaflight Corrupt, top level can't be LOCALIZED DEPENDENT");
     // A level that divides by 0 has no tiles at all.
-    if (rowFactor == 0 || colFactor == 0) DtThrowInvalidInput("Row out of range.");
+    if (rowFactor == 0 || colFactor == 0)
+        DtThrowInvalidInput("Row out of range.");
     geometryGridTileCenter(name, static_cast<unsigned int>(ancestor), row / rowFactor,
                            col / colFactor, x, y, z);
 }
@@ -346,7 +380,8 @@ const std::string& DtMetaFlightDescription::virtualTextureDatasetName(int index)
     return findByIndexOrThrow(database_->virtualTextureDataset, index)->name;
 }
 
-const std::string& DtMetaFlightDescription::virtualTextureDatasetTitle(const std::string& name) const {
+const std::string& DtMetaFlightDescription::virtualTextureDatasetTitle(
+    const std::string& name) const {
     return virtualTextureDataset(name).datasetTitle;
 }
 
@@ -364,7 +399,8 @@ CoordSys DtMetaFlightDescription::virtualTextureCoordinateSystem(const std::stri
     return virtualTextureDataset(name).coordSysUsed.target;
 }
 
-unsigned int DtMetaFlightDescription::virtualTextureDatasetTileTexels(const std::string& name) const {
+unsigned int DtMetaFlightDescription::virtualTextureDatasetTileTexels(
+    const std::string& name) const {
     return virtualTextureDataset(name).numTileTexels;
 }
 
@@ -373,16 +409,18 @@ const std::string& DtMetaFlightDescription::virtualTextureDatasetSubstitutionTex
     return virtualTextureDataset(name).substitutionTexture;
 }
 
-Types::Position2D DtMetaFlightDescription::virtualTextureDatasetOrigin(const std::string& name) const {
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetOrigin(
+    const std::string& name) const {
     return virtualTextureDataset(name).gridStack.coverageUsed.target->origin;
 }
 
-Types::Position2D DtMetaFlightDescription::virtualTextureDatasetExtent(const std::string& name) const {
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetExtent(
+    const std::string& name) const {
     return virtualTextureDataset(name).gridStack.coverageUsed.target->extent;
 }
 
-Types::Position2D DtMetaFlightDescription::virtualTextureDatasetOrigin(const std::string& name,
-                                                                       const CoordSys& target) const {
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetOrigin(
+    const std::string& name, const CoordSys& target) const {
     const Types::Coverage& coverage = *virtualTextureDataset(name).gridStack.coverageUsed.target;
     const CoordSys grid = coverage.coordSysUsed.target;
     double x = coverage.origin.x, y = coverage.origin.y, z = 0.0;
@@ -402,8 +440,8 @@ Types::Position2D DtMetaFlightDescription::virtualTextureDatasetOrigin(const std
     return result;
 }
 
-Types::Position2D DtMetaFlightDescription::virtualTextureDatasetExtent(const std::string& name,
-                                                                       const CoordSys& target) const {
+Types::Position2D DtMetaFlightDescription::virtualTextureDatasetExtent(
+    const std::string& name, const CoordSys& target) const {
     const Types::Coverage& coverage = *virtualTextureDataset(name).gridStack.coverageUsed.target;
     const CoordSys grid = coverage.coordSysUsed.target;
     double oX = coverage.origin.x, oY = coverage.origin.y;
@@ -431,7 +469,8 @@ Types::Position2D DtMetaFlightDescription::virtualTextureDatasetExtent(const std
     return result;
 }
 
-unsigned int DtMetaFlightDescription::numberOfVirtualTextureGridLevels(const std::string& name) const {
+unsigned int DtMetaFlightDescription::numberOfVirtualTextureGridLevels(
+    const std::string& name) const {
     return virtualTextureDataset(name).gridStack.gridStructureUsed.target->numLevels;
 }
 
@@ -462,7 +501,8 @@ unsigned int DtMetaFlightDescription::virtualTextureGridLevelColumns(const std::
 unsigned int DtMetaFlightDescription::virtualTextureGridLevelRows(const std::string& name,
                                                                   int level) const {
     unsigned int rows = virtualTextureGridLevelRowDivisions(name, level);
-    for (int above = level - 1; above >= 0; --above) rows *= virtualTextureGridLevelRowDivisions(name, above);
+    for (int above = level - 1; above >= 0; --above)
+        rows *= virtualTextureGridLevelRowDivisions(name, above);
     return rows;
 }
 
@@ -477,7 +517,8 @@ void DtMetaFlightDescription::convertPosition(CoordSys source, CoordSys destinat
     if (from == Kind::Unsupported || to == Kind::Unsupported) {
         DtThrowCorruptedState("Unsupported Database Coordinate System");
     }
-    if (from == to) return;
+    if (from == to)
+        return;
     const DtVector64 geocentric = toGeocentric(from, projectedSource, DtVector64(x, y, z));
     const DtVector64 result = fromGeocentric(to, projectedDestination, geocentric);
     x = result.x();
@@ -521,7 +562,8 @@ void DtMetaFlightDescription::setLonDtDegMinSecFromDegrees(DtDegMinSec& value, d
 bool DtMetaFlightDescription::checkedFormat(const std::string& formatting, bool textValue,
                                             std::string& format) {
     DtTilePathGenerator::Format checked;
-    if (!DtTilePathGenerator::parseFormat(formatting, textValue, checked)) return false;
+    if (!DtTilePathGenerator::parseFormat(formatting, textValue, checked))
+        return false;
     format = checked.printfFormat;
     return true;
 }
@@ -544,7 +586,8 @@ struct ParsedPattern {
 
     explicit ParsedPattern(const std::string& text) : pattern(text) {
         size_t position = 0;
-        for (size_t start = text.find("$("); start != std::string::npos; start = text.find("$(", position)) {
+        for (size_t start = text.find("$("); start != std::string::npos;
+             start = text.find("$(", position)) {
             const size_t end = text.find(')', start);
             if (end == std::string::npos) {
                 unclosed = true;
@@ -566,20 +609,27 @@ std::string DtMetaFlightDescription::generateFileName(
     const std::string& pattern, const std::map<std::string, StringOrInt>& variables) {
     // Tile after tile comes with the same pattern: it is read again only when it changes.
     thread_local std::unique_ptr<ParsedPattern> last;
-    if (!last || last->pattern != pattern) last.reset(new ParsedPattern(pattern));
+    if (!last || last->pattern != pattern)
+        last.reset(new ParsedPattern(pattern));
     ParsedPattern& parsed = *last;
-    if (parsed.unclosed) return std::string();
+    if (parsed.unclosed)
+        return std::string();
     std::string result;
     for (ParsedPattern::Reference& reference : parsed.references) {
         const auto variable = variables.find(reference.variable);
-        if (variable == variables.end()) return std::string();
+        if (variable == variables.end())
+            return std::string();
         const StringOrInt& value = variable->second;
         const int kind = value.isString ? 1 : 0;
         if (reference.checked[kind] < 0) {
             reference.checked[kind] =
-                DtTilePathGenerator::parseFormat(reference.formatting, value.isString, reference.format[kind]) ? 1 : 0;
+                DtTilePathGenerator::parseFormat(reference.formatting, value.isString,
+                                                 reference.format[kind])
+                    ? 1
+                    : 0;
         }
-        if (!reference.checked[kind] || !DtTilePathGenerator::append(result, reference.format[kind], value)) {
+        if (!reference.checked[kind] ||
+            !DtTilePathGenerator::append(result, reference.format[kind], value)) {
             return std::string();
         }
     }
@@ -587,12 +637,14 @@ std::string DtMetaFlightDescription::generateFileName(
     return result;
 }
 
-std::string DtMetaFlightDescription::generateGeometryGridTileFilename(const std::string& name, int level,
-                                                                      unsigned int row, unsigned int col) {
+std::string DtMetaFlightDescription::generateGeometryGridTileFilename(const std::string& name,
+                                                                      int level, unsigned int row,
+                                                                      unsigned int col) {
     // The lookups run on every call, so each failure is raised as without the cache.
     const Types::GeometryGridDataset& dataset = geometryDataset(name);
     const std::string& levelName = geometryGridLevelName(name, level);
-    if (!tileNames_) tileNames_.reset(new TileNameCache());
+    if (!tileNames_)
+        tileNames_.reset(new TileNameCache());
     TileNameCache& cache = *tileNames_;
     if (cache.dataset != &dataset || cache.level != level) {
         cache.variables.clear();
@@ -611,12 +663,12 @@ std::string DtMetaFlightDescription::generateGeometryGridTileFilename(const std:
     if (cache.context.sourceFile != fileName_ || cache.context.prefix.empty()) {
         cache.context = DtTilePathGenerator::pathContext(fileName_);
     }
-    return DtTilePathGenerator::composePath(cache.context,
-                                           generateFileName(dataset.gridStack.fileNamePattern, cache.variables));
+    return DtTilePathGenerator::composePath(
+        cache.context, generateFileName(dataset.gridStack.fileNamePattern, cache.variables));
 }
 
-std::string DtMetaFlightDescription::generateVirtualTextureFileName(const std::string& name, int level,
-                                                                    unsigned int row,
+std::string DtMetaFlightDescription::generateVirtualTextureFileName(const std::string& name,
+                                                                    int level, unsigned int row,
                                                                     unsigned int col) const {
     std::map<std::string, StringOrInt> variables;
     variables["LEVELNAME"] = virtualTextureGridLevelName(name, level);
@@ -630,7 +682,8 @@ std::string DtMetaFlightDescription::generateVirtualTextureFileName(const std::s
     variables["NUMTEXELSX"] = texels;
     variables["NUMTEXELSY"] = texels;
     return DtTilePathGenerator::composePath(
-        virtualTextureFileName_, generateFileName(virtualTextureDatasetFileNamePattern(name), variables));
+        virtualTextureFileName_,
+        generateFileName(virtualTextureDatasetFileNamePattern(name), variables));
 }
 
 }  // namespace kelZor

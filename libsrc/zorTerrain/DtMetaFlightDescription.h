@@ -72,8 +72,10 @@ public:
     const std::string& geometryDatasetTitle(const std::string& name) const;
     const std::string& geometryDatasetFileFormat(const std::string& name) const;
     const std::string& geometryDatasetFileNamePattern(const std::string& name) const;
-    boost::shared_ptr<Types::CoordSysType> geometryDatasetDataCoordinateSystem(const std::string& name) const;
-    boost::shared_ptr<Types::CoordSysType> geometryDatasetGridCoordinateSystem(const std::string& name) const;
+    boost::shared_ptr<Types::CoordSysType> geometryDatasetDataCoordinateSystem(
+        const std::string& name) const;
+    boost::shared_ptr<Types::CoordSysType> geometryDatasetGridCoordinateSystem(
+        const std::string& name) const;
     const Types::HierarchyType& geometryDatasetGridHierarchyType(const std::string& name) const;
     const Types::Position2D& geometryDatasetOrigin(const std::string& name) const;
     const Types::Position2D& geometryDatasetExtent(const std::string& name) const;
@@ -106,16 +108,17 @@ public:
     const std::string& virtualTextureDatasetTitle(const std::string& name) const;
     const std::string& virtualTextureDatasetFileFormat(const std::string& name) const;
     const std::string& virtualTextureDatasetFileNamePattern(const std::string& name) const;
-    boost::shared_ptr<Types::CoordSysType> virtualTextureCoordinateSystem(const std::string& name) const;
+    boost::shared_ptr<Types::CoordSysType> virtualTextureCoordinateSystem(
+        const std::string& name) const;
     unsigned int virtualTextureDatasetTileTexels(const std::string& name) const;
     const std::string& virtualTextureDatasetSubstitutionTextureName(const std::string& name) const;
     Types::Position2D virtualTextureDatasetOrigin(const std::string& name) const;
     Types::Position2D virtualTextureDatasetExtent(const std::string& name) const;
     // Origin and extent converted into `target`, which must not be empty.
-    Types::Position2D virtualTextureDatasetOrigin(const std::string& name,
-                                                  const boost::shared_ptr<Types::CoordSysType>& target) const;
-    Types::Position2D virtualTextureDatasetExtent(const std::string& name,
-                                                  const boost::shared_ptr<Types::CoordSysType>& target) const;
+    Types::Position2D virtualTextureDatasetOrigin(
+        const std::string& name, const boost::shared_ptr<Types::CoordSysType>& target) const;
+    Types::Position2D virtualTextureDatasetExtent(
+        const std::string& name, const boost::shared_ptr<Types::CoordSysType>& target) const;
     unsigned int numberOfVirtualTextureGridLevels(const std::string& name) const;
     const std::string& virtualTextureGridLevelName(const std::string& name, int level) const;
     unsigned int virtualTextureGridLevelColDivisions(const std::string& name, int level) const;

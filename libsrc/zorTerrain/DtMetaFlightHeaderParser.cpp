@@ -47,7 +47,8 @@ Selection selectConverter(const boost::shared_ptr<Types::CoordSysType>& system,
         return Selection::Converter;
     }
     if (auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system)) {
-        if (nonProjected->geoType.value != Types::GeoType::GEOCENTRIC) return Selection::Refused;
+        if (nonProjected->geoType.value != Types::GeoType::GEOCENTRIC)
+            return Selection::Refused;
         converter = std::make_unique<DtGeocentricCoordinateConverter>();
         return Selection::Converter;
     }
@@ -63,21 +64,27 @@ bool DtMetaFlightHeaderParser::isValid() {
     DtMetaFlightDescription description;
     DtMetaFlightParser parser;
     std::string errorMessage;
-    if (!parser.openFile(filePath_, "", errorMessage)) return false;
+    if (!parser.openFile(filePath_, "", errorMessage))
+        return false;
     description.parse(parser);
-    if (description.numberOfGeometryDatasets() >= 2) return false;
-    if (description.numberOfVirtualTextureDatasets() >= 2) return false;
+    if (description.numberOfGeometryDatasets() >= 2)
+        return false;
+    if (description.numberOfVirtualTextureDatasets() >= 2)
+        return false;
     const std::string& name = description.geometryDatasetName(0);
-    if (description.geometryDatasetFileFormat(name) != "medf") return false;
+    if (description.geometryDatasetFileFormat(name) != "medf")
+        return false;
 
     std::unique_ptr<DtCoordinateConverter> converter;
     switch (selectConverter(description.geometryDatasetDataCoordinateSystem(name), converter)) {
-        case Selection::Refused: return false;
+        case Selection::Refused:
+            return false;
         case Selection::Converter:
             terrainCoordinateSystem_ = converter->type();
             terrainCoordinateSystemParameters_ = converter->stringRep();
             break;
-        case Selection::NoSystem: break;
+        case Selection::NoSystem:
+            break;
     }
     addStandardPatchRecord(filePath_);
     return true;

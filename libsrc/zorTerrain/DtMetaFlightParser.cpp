@@ -4,6 +4,7 @@
 #include <libxml/xmlerror.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <climits>
@@ -22,9 +23,11 @@ const char* const badDatabaseCount =
 
 // Deleted from the raw text in this order; of two where one contains the other, the
 // longer stands first.
-const char* const namespacePrefixes[] = {
-    "MetaFlight:", "Ellipsoid:", "CoordSysType::", "GridStructure::", "Coverage::",
-    "SwitchDistanceTable::", "SwitchDistance::", "NonProjectedCoordSys::", "ProjectedCoordSys::"};
+const char* const namespacePrefixes[] = {"MetaFlight:",        "Ellipsoid:",
+                                         "CoordSysType::",     "GridStructure::",
+                                         "Coverage::",         "SwitchDistanceTable::",
+                                         "SwitchDistance::",   "NonProjectedCoordSys::",
+                                         "ProjectedCoordSys::"};
 
 struct FileCloser {
     void operator()(FILE* file) const { std::fclose(file); }
@@ -35,8 +38,7 @@ using FilePtr = std::unique_ptr<FILE, FileCloser>;
 // is still recorded for xmlGetLastError.
 class QuietXmlErrors {
 public:
-    QuietXmlErrors()
-        : savedHandler_(xmlStructuredError), savedContext_(xmlStructuredErrorContext) {
+    QuietXmlErrors() : savedHandler_(xmlStructuredError), savedContext_(xmlStructuredErrorContext) {
         xmlSetStructuredErrorFunc(nullptr, &ignore);
     }
     ~QuietXmlErrors() { xmlSetStructuredErrorFunc(savedContext_, savedHandler_); }
@@ -56,14 +58,17 @@ class TextBuffer {
 public:
     TextBuffer() = default;
     ~TextBuffer() {
-        if (data_) munmap(data_, capacity_);
+        if (data_)
+            munmap(data_, capacity_);
     }
     TextBuffer(const TextBuffer&) = delete;
     TextBuffer& operator=(const TextBuffer&) = delete;
 
     bool allocate(size_t bytes) {
-        void* pages = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-        if (pages == MAP_FAILED) return false;
+        void* pages = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
+                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+        if (pages == MAP_FAILED)
+            return false;
         data_ = static_cast<char*>(pages);
         capacity_ = bytes;
         return true;
@@ -92,7 +97,8 @@ bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& e
         return false;
     }
     long size = -1;
-    if (std::fseek(file.get(), 0, SEEK_END) == 0) size = std::ftell(file.get());
+    if (std::fseek(file.get(), 0, SEEK_END) == 0)
+        size = std::ftell(file.get());
     if (size < 0) {
         errorMessage = openFailed;
         return false;
@@ -109,7 +115,8 @@ bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& e
     const size_t read = std::fread(contents.data(), 1, static_cast<size_t>(size), file.get());
     // The text ends at its first zero byte.
     const void* zero = std::memchr(contents.data(), '\0', read);
-    contents.resize(zero ? static_cast<size_t>(static_cast<const char*>(zero) - contents.data()) : read);
+    contents.resize(zero ? static_cast<size_t>(static_cast<const char*>(zero) - contents.data())
+                         : read);
     return true;
 }
 
@@ -119,10 +126,13 @@ bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& e
 const char* findLiteral(const char* from, const char* end, const char* literal, size_t length) {
     const char last = literal[length - 1];
     for (const char* at = from + length - 1; at < end;) {
-        const char* hit = static_cast<const char*>(std::memchr(at, last, static_cast<size_t>(end - at)));
-        if (!hit) return nullptr;
+        const char* hit =
+            static_cast<const char*>(std::memchr(at, last, static_cast<size_t>(end - at)));
+        if (!hit)
+            return nullptr;
         const char* start = hit - (length - 1);
-        if (std::memcmp(start, literal, length - 1) == 0) return start;
+        if (std::memcmp(start, literal, length - 1) == 0)
+            return start;
         at = hit + 1;
     }
     return nullptr;
@@ -138,15 +148,19 @@ size_t deleteAll(char* text, size_t size, const char* literal) {
     while (true) {
         const char* found = findLiteral(read, end, literal, length);
         const char* stop = found ? found : end;
-        if (write != read) std::memmove(write, read, static_cast<size_t>(stop - read));
+        if (write != read)
+            std::memmove(write, read, static_cast<size_t>(stop - read));
         write += stop - read;
-        if (!found) break;
+        if (!found)
+            break;
         read = found + length;
     }
     return static_cast<size_t>(write - text);
 }
 
-bool isElement(const xmlNode* node) { return node && node->type == XML_ELEMENT_NODE; }
+bool isElement(const xmlNode* node) {
+    return node && node->type == XML_ELEMENT_NODE;
+}
 
 bool hasName(const xmlNode* node, const std::string& name) {
     return node->name && std::strcmp(reinterpret_cast<const char*>(node->name), name.c_str()) == 0;
@@ -160,25 +174,30 @@ xmlNode* nextInWalk(xmlNode* node, const xmlNode* stop) {
         return node->children;
     }
     while (node) {
-        if (node->next) return node->next;
+        if (node->next)
+            return node->next;
         node = node->parent;
-        if (node == stop) return nullptr;
+        if (node == stop)
+            return nullptr;
     }
     return nullptr;
 }
 
 template <typename Predicate>
 xmlNode* findInWalk(xmlNode* start, int index, Predicate matches) {
-    if (!start || index < 0) return nullptr;
+    if (!start || index < 0)
+        return nullptr;
     const xmlNode* stop = start->parent;
     for (xmlNode* node = start; node; node = nextInWalk(node, stop)) {
-        if (matches(node) && index-- == 0) return node;
+        if (matches(node) && index-- == 0)
+            return node;
     }
     return nullptr;
 }
 
 xmlNode* firstElement(xmlNode* node) {
-    while (node && !isElement(node)) node = node->next;
+    while (node && !isElement(node))
+        node = node->next;
     return node;
 }
 
@@ -198,7 +217,9 @@ std::string attributeValue(const xmlAttr* attr) {
 
 // atoi and atof without the undefined behaviour of atoi on overflow: the value wraps
 // as the C library's own conversion does.
-int textToInt(const char* text) { return static_cast<int>(std::strtol(text, nullptr, 10)); }
+int textToInt(const char* text) {
+    return static_cast<int>(std::strtol(text, nullptr, 10));
+}
 
 }  // namespace
 
@@ -215,12 +236,15 @@ bool DtMetaFlightParser::openFile(const std::string& fileName,
     virtualTextureFileName_ = fileName;
 
     DtXmlDocPtr document(createDocument(fileName, errorMessage));
-    if (!document) return false;
+    if (!document)
+        return false;
     xmlNode* database = findDatabaseNode(document.get(), errorMessage);
-    if (!database) return false;
+    if (!database)
+        return false;
     if (!virtualTextureFileName.empty()) {
         virtualTextureFileName_ = virtualTextureFileName;
-        if (!mergeDocument(database, virtualTextureFileName, errorMessage)) return false;
+        if (!mergeDocument(database, virtualTextureFileName, errorMessage))
+            return false;
     }
     document_ = std::move(document);
     currentElement_ = database;
@@ -231,18 +255,23 @@ bool DtMetaFlightParser::openFile(const std::string& fileName,
 bool DtMetaFlightParser::mergeDocument(xmlNode* mainDatabase, const std::string& fileName,
                                        std::string& errorMessage) {
     DtXmlDocPtr second(createDocument(fileName, errorMessage));
-    if (!second) return false;
+    if (!second)
+        return false;
     xmlNode* secondDatabase = findDatabaseNode(second.get(), errorMessage);
-    if (!secondDatabase) return false;
+    if (!secondDatabase)
+        return false;
     for (xmlNode* child = secondDatabase->children; child; child = child->next) {
-        if (!isElement(child)) continue;
+        if (!isElement(child))
+            continue;
         const std::string tag = reinterpret_cast<const char*>(child->name);
         const char* name = attribute(child, "name");
         const xmlNode* existing = name ? findChildWithAttribute(mainDatabase, tag, "name", name)
                                        : findChildWithName(mainDatabase, tag, 0);
-        if (existing) continue;
+        if (existing)
+            continue;
         xmlNode* copy = xmlDocCopyNode(child, mainDatabase->doc, 1);
-        if (copy && !xmlAddChild(mainDatabase, copy)) xmlFreeNode(copy);
+        if (copy && !xmlAddChild(mainDatabase, copy))
+            xmlFreeNode(copy);
     }
     return true;
 }
@@ -264,7 +293,8 @@ const char* DtMetaFlightParser::currentElementText() const {
 }
 
 std::string DtMetaFlightParser::currentElementNameOrGenerateUnique() {
-    if (const char* name = currentElementName()) return name;
+    if (const char* name = currentElementName())
+        return name;
     const char* type = currentElementType();
     return std::string("unique_") + (type ? type : "") + "_genid_" +
            std::to_string(static_cast<int>(nextUniqueId_++));
@@ -272,35 +302,40 @@ std::string DtMetaFlightParser::currentElementNameOrGenerateUnique() {
 
 bool DtMetaFlightParser::getCurrentElementValue(std::string& value) const {
     const char* content = currentElementText();
-    if (!content) return false;
+    if (!content)
+        return false;
     value = content;
     return true;
 }
 
 bool DtMetaFlightParser::getCurrentElementValue(int& value) const {
     const char* content = currentElementText();
-    if (!content) return false;
+    if (!content)
+        return false;
     value = textToInt(content);
     return true;
 }
 
 bool DtMetaFlightParser::getCurrentElementValue(unsigned int& value) const {
     const char* content = currentElementText();
-    if (!content) return false;
+    if (!content)
+        return false;
     value = static_cast<unsigned int>(textToInt(content));
     return true;
 }
 
 bool DtMetaFlightParser::getCurrentElementValue(double& value) const {
     const char* content = currentElementText();
-    if (!content) return false;
+    if (!content)
+        return false;
     value = std::strtod(content, nullptr);
     return true;
 }
 
 unsigned int DtMetaFlightParser::numberOfChildElements() const {
     unsigned int count = 0;
-    if (!currentElement_) return 0;
+    if (!currentElement_)
+        return 0;
     for (const xmlNode* child = currentElement_->children; child; child = child->next) {
         count += isElement(child) ? 1 : 0;
     }
@@ -308,44 +343,53 @@ unsigned int DtMetaFlightParser::numberOfChildElements() const {
 }
 
 bool DtMetaFlightParser::readFirstChildElement() {
-    if (!currentElement_) return false;
+    if (!currentElement_)
+        return false;
     xmlNode* child = firstElement(currentElement_->children);
-    if (!child) return false;
+    if (!child)
+        return false;
     currentElement_ = child;
     return true;
 }
 
 bool DtMetaFlightParser::readNextElement() {
-    if (!currentElement_) return false;
+    if (!currentElement_)
+        return false;
     xmlNode* next = firstElement(currentElement_->next);
-    if (!next) return false;
+    if (!next)
+        return false;
     currentElement_ = next;
     return true;
 }
 
 bool DtMetaFlightParser::readPreviousElement() {
-    if (!currentElement_) return false;
+    if (!currentElement_)
+        return false;
     xmlNode* previous = currentElement_->prev;
-    while (previous && !isElement(previous)) previous = previous->prev;
-    if (!previous) return false;
+    while (previous && !isElement(previous))
+        previous = previous->prev;
+    if (!previous)
+        return false;
     currentElement_ = previous;
     return true;
 }
 
 bool DtMetaFlightParser::readParentElement() {
-    if (!currentElement_ || !isElement(currentElement_->parent)) return false;
+    if (!currentElement_ || !isElement(currentElement_->parent))
+        return false;
     currentElement_ = currentElement_->parent;
     return true;
 }
 
-xmlDoc* DtMetaFlightParser::createDocument(const std::string& fileName,
-                                           std::string& errorMessage) {
+xmlDoc* DtMetaFlightParser::createDocument(const std::string& fileName, std::string& errorMessage) {
     std::string path(fileName);
     for (char& c : path) {
-        if (c == '\\') c = '/';
+        if (c == '\\')
+            c = '/';
     }
     TextBuffer contents;
-    if (!readWholeFile(path, contents, errorMessage)) return nullptr;
+    if (!readWholeFile(path, contents, errorMessage))
+        return nullptr;
     for (const char* prefix : namespacePrefixes) {
         contents.resize(deleteAll(contents.data(), contents.size(), prefix));
     }
@@ -367,8 +411,10 @@ xmlDoc* DtMetaFlightParser::createDocument(const std::string& fileName,
 xmlNode* DtMetaFlightParser::findDatabaseNode(xmlDoc* document, std::string& errorMessage) {
     xmlNode* root = document ? xmlDocGetRootElement(document) : nullptr;
     xmlNode* parent = findChildWithName(root, "MetaFlightRoot", 0);
-    if (!parent) parent = findChildWithName(root, "AcfRoot", 0);
-    if (!parent) parent = root;
+    if (!parent)
+        parent = findChildWithName(root, "AcfRoot", 0);
+    if (!parent)
+        parent = root;
     if (!parent || countChildrenWithName(parent, "Database") != 1) {
         errorMessage = badDatabaseCount;
         return nullptr;
@@ -384,7 +430,8 @@ xmlNode* DtMetaFlightParser::findChildWithAttribute(xmlNode* node, const std::st
                                                     const std::string& attributeName,
                                                     const std::string& attributeValue) {
     return findInWalk(node, 0, [&](xmlNode* n) {
-        if (!isElement(n) || !hasName(n, elementName)) return false;
+        if (!isElement(n) || !hasName(n, elementName))
+            return false;
         const char* value = attribute(n, attributeName);
         return value && attributeValue == value;
     });
@@ -392,7 +439,8 @@ xmlNode* DtMetaFlightParser::findChildWithAttribute(xmlNode* node, const std::st
 
 int DtMetaFlightParser::countChildrenWithName(xmlNode* node, const std::string& name) {
     int count = 0;
-    if (!node) return 0;
+    if (!node)
+        return 0;
     for (const xmlNode* child = node->children; child; child = child->next) {
         count += hasName(child, name) ? 1 : 0;
     }
@@ -400,9 +448,11 @@ int DtMetaFlightParser::countChildrenWithName(xmlNode* node, const std::string& 
 }
 
 const char* DtMetaFlightParser::attribute(xmlNode* node, const std::string& name) {
-    if (!isElement(node)) return nullptr;
+    if (!isElement(node))
+        return nullptr;
     const xmlAttr* attr = xmlHasProp(node, reinterpret_cast<const xmlChar*>(name.c_str()));
-    if (!attr || attr->type != XML_ATTRIBUTE_NODE) return nullptr;
+    if (!attr || attr->type != XML_ATTRIBUTE_NODE)
+        return nullptr;
     const xmlNode* value = attr->children;
     if (value && !value->next && value->type == XML_TEXT_NODE && value->content) {
         return reinterpret_cast<const char*>(value->content);  // owned by the document
@@ -417,7 +467,8 @@ const char* DtMetaFlightParser::attribute(xmlNode* node, const std::string& name
 }
 
 const char* DtMetaFlightParser::text(xmlNode* node) {
-    if (!node) return nullptr;
+    if (!node)
+        return nullptr;
     for (const xmlNode* child = node->children; child; child = child->next) {
         if (xmlNodeIsText(child)) {
             return child->content ? reinterpret_cast<const char*>(child->content) : "";
@@ -427,7 +478,8 @@ const char* DtMetaFlightParser::text(xmlNode* node) {
 }
 
 bool DtMetaFlightParser::setText(xmlNode* node, const std::string& value) {
-    if (!node) return false;
+    if (!node)
+        return false;
     for (xmlNode* child = node->children; child; child = child->next) {
         if (xmlNodeIsText(child)) {
             xmlNodeSetContent(child, reinterpret_cast<const xmlChar*>(value.c_str()));
@@ -435,7 +487,8 @@ bool DtMetaFlightParser::setText(xmlNode* node, const std::string& value) {
         }
     }
     xmlNode* created = xmlNewText(reinterpret_cast<const xmlChar*>(value.c_str()));
-    if (!created) return false;
+    if (!created)
+        return false;
     if (!xmlAddChild(node, created)) {
         xmlFreeNode(created);
         return false;
@@ -445,9 +498,11 @@ bool DtMetaFlightParser::setText(xmlNode* node, const std::string& value) {
 
 void DtMetaFlightParser::replaceAll(std::string& text, const std::string& from,
                                     const std::string& to) {
-    if (from.empty()) return;
+    if (from.empty())
+        return;
     size_t found = text.find(from);
-    if (found == std::string::npos) return;
+    if (found == std::string::npos)
+        return;
     if (to.size() <= from.size()) {
         // Shrinking or equal: compact in place. The write position never passes the
         // read position, so the rest of the text is searched as it was.
@@ -479,6 +534,227 @@ void DtMetaFlightParser::replaceAll(std::string& text, const std::string& from,
     }
     result.append(text, copied, std::string::npos);
     text.swap(result);
+}
+
+// ---------------------------------------------------------------------- publishing
+
+namespace {
+
+// The `index`-th node inside `start` (itself and its subtree, in document order) that
+// matches. Unlike findChildWithName the search ends with the element it starts from,
+// so a dataset never borrows a child of the one behind it.
+template <typename Predicate>
+xmlNode* findWithin(xmlNode* start, int index, Predicate matches) {
+    if (!start || index < 0)
+        return nullptr;
+    for (xmlNode* n = start; n;) {
+        if (matches(n) && index-- == 0)
+            return n;
+        if (n->children && (n->type == XML_ELEMENT_NODE || n->type == XML_DOCUMENT_NODE)) {
+            n = n->children;
+            continue;
+        }
+        while (n != start && !n->next)
+            n = n->parent;
+        n = n == start ? nullptr : n->next;
+    }
+    return nullptr;
+}
+
+xmlNode* findWithin(xmlNode* start, const char* name, int index) {
+    const std::string wanted(name);
+    return findWithin(start, index, [&](const xmlNode* n) { return hasName(n, wanted); });
+}
+
+struct XmlFreeString {
+    void operator()(xmlChar* text) const { xmlFree(text); }
+};
+
+// Writes the document beside `target` and renames it over the target once it is
+// complete and on disk: a failed or interrupted write leaves the target as it was.
+bool writeAtomically(xmlDoc* document, const std::string& target) {
+    xmlChar* raw = nullptr;
+    int size = 0;
+    xmlDocDumpMemory(document, &raw, &size);
+    std::unique_ptr<xmlChar, XmlFreeString> text(raw);
+    if (!text || size < 0)
+        return false;
+    static unsigned counter = 0;
+    const std::string temporary =
+        target + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
+    bool written = false;
+    {
+        FilePtr file(std::fopen(temporary.c_str(), "wb"));
+        if (file) {
+            written = std::fwrite(text.get(), 1, static_cast<size_t>(size), file.get()) ==
+                          static_cast<size_t>(size) &&
+                      std::fflush(file.get()) == 0 && fsync(fileno(file.get())) == 0;
+            struct stat existing;
+            if (written && ::stat(target.c_str(), &existing) == 0) {
+                fchmod(fileno(file.get()), existing.st_mode & 07777);
+            }
+        }
+    }
+    if (written && std::rename(temporary.c_str(), target.c_str()) == 0)
+        return true;
+    std::remove(temporary.c_str());
+    return false;
+}
+
+void mergeByTag(xmlNode* mainDatabase, xmlNode* secondDatabase,
+                DtMetaFlightParser::PublishSummary& summary) {
+    for (xmlNode* child = secondDatabase->children; child; child = child->next) {
+        if (!isElement(child) ||
+            findWithin(mainDatabase, reinterpret_cast<const char*>(child->name), 0)) {
+            continue;
+        }
+        xmlNode* copy = xmlDocCopyNode(child, mainDatabase->doc, 1);
+        if (copy && !xmlAddChild(mainDatabase, copy)) {
+            xmlFreeNode(copy);
+        } else if (copy) {
+            ++summary.elementsMerged;
+        }
+    }
+}
+
+void removeVirtualTextures(xmlNode* database, DtMetaFlightParser::PublishSummary& summary) {
+    while (xmlNode* dataset = findWithin(database, "VirtualTextureDataset", 0)) {
+        xmlUnlinkNode(dataset);
+        xmlFreeNode(dataset);
+        ++summary.virtualTexturesRemoved;
+    }
+}
+
+// An element's text; an element without text reads as empty.
+std::string textOf(xmlNode* node) {
+    for (const xmlNode* child = node ? node->children : nullptr; child; child = child->next) {
+        if (xmlNodeIsText(child))
+            return child->content ? reinterpret_cast<const char*>(child->content) : "";
+    }
+    return "";
+}
+
+// Sets the largest positive Value of the table to `distance`; false when there is none.
+bool setLargestDistance(xmlNode* table, float distance,
+                        bool (*setText)(xmlNode*, const std::string&)) {
+    xmlNode* chosen = nullptr;
+    float largest = 0.0f;
+    for (int k = 0;; ++k) {
+        xmlNode* value = findWithin(table, "Value", k);
+        if (!value)
+            break;
+        const float number = static_cast<float>(std::atof(textOf(value).c_str()));
+        if (number > largest) {
+            largest = number;
+            chosen = value;
+        }
+    }
+    if (!chosen)
+        return false;
+    char text[64];
+    std::snprintf(text, sizeof text, "%f", static_cast<double>(distance));
+    // The Value's text node, which in a valid document is its first child.
+    return setText(chosen, text);
+}
+
+}  // namespace
+
+bool DtMetaFlightParser::publish(const std::string& fileName, const std::string& mergeFileName,
+                                 const std::string& outputFileName, bool useMedfGeometry,
+                                 bool removeVirtualTexture, std::string& errorMessage,
+                                 bool setSwitchDistance, float switchDistance) {
+    PublishSummary ignored;
+    return publish(fileName, mergeFileName, outputFileName, useMedfGeometry, removeVirtualTexture,
+                   errorMessage, setSwitchDistance, switchDistance, ignored);
+}
+
+bool DtMetaFlightParser::publish(const std::string& fileName, const std::string& mergeFileName,
+                                 const std::string& outputFileName, bool useMedfGeometry,
+                                 bool removeVirtualTexture, std::string& errorMessage,
+                                 bool setSwitchDistance, float switchDistance,
+                                 PublishSummary& summary) {
+    summary = PublishSummary();
+    DtXmlDocPtr document(createDocument(fileName, errorMessage));
+    if (!document)
+        return false;
+    xmlNode* database = findDatabaseNode(document.get(), errorMessage);
+    if (!database)
+        return false;
+
+    if (!mergeFileName.empty()) {
+        DtXmlDocPtr second(createDocument(mergeFileName, errorMessage));
+        if (!second)
+            return false;
+        xmlNode* secondDatabase = findDatabaseNode(second.get(), errorMessage);
+        if (!secondDatabase)
+            return false;
+        mergeByTag(database, secondDatabase, summary);
+    }
+    if (removeVirtualTexture)
+        removeVirtualTextures(database, summary);
+
+    if (setSwitchDistance) {
+        for (int n = 0;; ++n) {
+            xmlNode* dataset = findWithin(database, "GeometryGridDataset", n);
+            if (!dataset)
+                break;
+            xmlNode* hierarchy = findWithin(dataset, "HierarchyType", 0);
+            if (!hierarchy) {
+                errorMessage = "Invalid GeometryGridDataset: missing HierarchyType";
+                return false;
+            }
+            if (textOf(hierarchy) != "SUBSTITUTIVE")
+                continue;
+            xmlNode* used = findWithin(dataset, "SwitchDistanceTableUsed", 0);
+            if (!used) {
+                errorMessage = "Invalid GeometryGridDataset: missing SwitchDistanceTableUsed";
+                return false;
+            }
+            const char* refTo = attribute(used, "refTo");
+            if (!refTo) {
+                errorMessage = "Invalid SwitchDistanceTableUsed: missing refTo attribute";
+                return false;
+            }
+            const std::string tableName(refTo);
+            xmlNode* table = findWithin(database, 0, [&](xmlNode* candidate) {
+                const char* name = isElement(candidate) && hasName(candidate, "SwitchDistanceTable")
+                                       ? attribute(candidate, "name")
+                                       : nullptr;
+                return name && tableName == name;
+            });
+            if (!table) {
+                errorMessage =
+                    "Invalid refTo attribute: corresponding SwitchDistanceTable not found";
+                return false;
+            }
+            if (setLargestDistance(table, switchDistance, &setText))
+                ++summary.switchDistancesSet;
+        }
+    }
+
+    if (useMedfGeometry) {
+        if (xmlNode* dataset = findWithin(database, "GeometryGridDataset", 0)) {
+            xmlNode* format = findWithin(dataset, "FileFormat", 0);
+            if (!format)
+                format = xmlNewChild(dataset, nullptr,
+                                     reinterpret_cast<const xmlChar*>("FileFormat"), nullptr);
+            if (format && textOf(format) != "medf")
+                summary.fileFormatSet = setText(format, "medf");
+            if (xmlNode* pattern = findWithin(dataset, "FileNamePattern", 0)) {
+                std::string text = textOf(pattern);
+                const size_t flt = text.find(".flt");
+                if (flt != std::string::npos) {
+                    text.replace(flt, 4, ".medf");
+                    summary.patternRewritten = setText(pattern, text);
+                }
+            }
+        }
+    }
+
+    // The answer is the design's: true once the write was attempted. A failed write
+    // leaves the target untouched; callers that must know check the target.
+    writeAtomically(document.get(), outputFileName);
+    return true;
 }
 
 }  // namespace kelZor

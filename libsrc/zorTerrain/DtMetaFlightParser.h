@@ -43,6 +43,31 @@ public:
     bool openFile(const std::string& fileName, const std::string& virtualTextureFileName,
                   std::string& errorMessage);
 
+    // What a publish changed.
+    struct PublishSummary {
+        int elementsMerged = 0;  // top-level elements taken from the merge file
+        int virtualTexturesRemoved = 0;
+        int switchDistancesSet = 0;     // largest distances overwritten
+        bool fileFormatSet = false;     // the first geometry dataset's FileFormat
+        bool patternRewritten = false;  // its ".flt" pattern now ".medf"
+    };
+
+    // Writes `fileName` to `outputFileName`, after merging `mergeFileName` (by tag name)
+    // when it is not empty, removing every VirtualTextureDataset, setting the largest
+    // switch distance of each substitutive dataset to `switchDistance`, and turning the
+    // first geometry dataset to the "medf" form, as the flags ask. False with a message,
+    // writing nothing, when a file does not load or a switch distance table is not
+    // found. The output replaces the target only once it is completely written, so it
+    // may be the input itself.
+    static bool publish(const std::string& fileName, const std::string& mergeFileName,
+                        const std::string& outputFileName, bool useMedfGeometry,
+                        bool removeVirtualTexture, std::string& errorMessage,
+                        bool setSwitchDistance, float switchDistance);
+    static bool publish(const std::string& fileName, const std::string& mergeFileName,
+                        const std::string& outputFileName, bool useMedfGeometry,
+                        bool removeVirtualTexture, std::string& errorMessage,
+                        bool setSwitchDistance, float switchDistance, PublishSummary& summary);
+
     const std::string& fileName() const { return fileName_; }
     // The second file of openFile, or the main file when there was none.
     const std::string& virtualTextureFileName() const { return virtualTextureFileName_; }

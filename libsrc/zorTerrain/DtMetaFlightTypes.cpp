@@ -18,34 +18,41 @@ namespace {
 //   child("X", x) || child("Y", y);
 class Child {
 public:
-    explicit Child(DtMetaFlightParser& parser) : parser_(parser), type_(parser.currentElementType()) {}
+    explicit Child(DtMetaFlightParser& parser)
+        : parser_(parser), type_(parser.currentElementType()) {}
 
     template <typename Value>
     std::enable_if_t<std::is_arithmetic_v<Value> || std::is_same_v<Value, std::string>, bool>
     operator()(const char* name, Value& member) {
-        if (!is(name)) return false;
+        if (!is(name))
+            return false;
         parser_.getCurrentElementValue(member);
         return true;
     }
 
     bool operator()(const char* name, T::Enum& member) {
-        if (!is(name)) return false;
-        if (const char* text = parser_.currentElementText()) member.setFromString(text);
+        if (!is(name))
+            return false;
+        if (const char* text = parser_.currentElementText())
+            member.setFromString(text);
         return true;
     }
 
     template <typename Target>
     bool operator()(const char* name, T::Reference<Target>& member) {
-        if (!is(name)) return false;
-        if (const char* refTo = parser_.currentElementReference()) member.refTo = refTo;
+        if (!is(name))
+            return false;
+        if (const char* refTo = parser_.currentElementReference())
+            member.refTo = refTo;
         return true;
     }
 
     // Nested element: starts afresh, so a second occurrence keeps nothing of the first.
     template <typename Nested>
     std::enable_if_t<std::is_base_of_v<T::Element, Nested>, bool> operator()(const char* name,
-                                                                            Nested& member) {
-        if (!is(name)) return false;
+                                                                             Nested& member) {
+        if (!is(name))
+            return false;
         member = Nested();
         member.parse(parser_);
         return true;
@@ -53,21 +60,24 @@ public:
 
     template <typename Optional>
     bool operator()(const char* name, boost::shared_ptr<Optional>& member) {
-        if (!is(name)) return false;
+        if (!is(name))
+            return false;
         member = parsed<Optional>();
         return true;
     }
 
     template <typename Repeated>
     bool operator()(const char* name, std::vector<boost::shared_ptr<Repeated>>& member) {
-        if (!is(name)) return false;
+        if (!is(name))
+            return false;
         member.push_back(parsed<Repeated>());
         return true;
     }
 
     template <typename Named>
     bool operator()(const char* name, std::map<std::string, boost::shared_ptr<Named>>& member) {
-        if (!is(name)) return false;
+        if (!is(name))
+            return false;
         boost::shared_ptr<Named> element = parsed<Named>();
         member[parser_.currentElementNameOrGenerateUnique()] = element;
         return true;
@@ -91,7 +101,8 @@ private:
 // The texts of an enumeration, in the order of its numbers.
 template <size_t N>
 std::string enumText(const char* const (&texts)[N], int32_t value, const char* className) {
-    if (value < 0 || static_cast<size_t>(value) >= N) throw T::EnumParseErrorException(className);
+    if (value < 0 || static_cast<size_t>(value) >= N)
+        throw T::EnumParseErrorException(className);
     return texts[value];
 }
 
@@ -99,7 +110,8 @@ template <typename Value, size_t N>
 void enumFromText(const char* const (&texts)[N], const std::string& text, Value& value,
                   const char* className) {
     for (size_t i = 0; i < N; ++i) {
-        if (strcasecmp(texts[i], text.c_str()) == 0 && text.size() == std::char_traits<char>::length(texts[i])) {
+        if (strcasecmp(texts[i], text.c_str()) == 0 &&
+            text.size() == std::char_traits<char>::length(texts[i])) {
             value = static_cast<Value>(i);
             return;
         }
@@ -111,10 +123,9 @@ const char* const tileTypeTexts[] = {"GROUP", "FILE_LOD_GEOM", "LOD_GEOM", "FILE
                                      "FILE_GEOM"};
 const char* const localizedTypeTexts[] = {"UNLOCALIZED", "LOCALIZED", "LOCALIZED_DEPENDENT"};
 const char* const unitsCategoryTexts[] = {"ANGULAR_DISTANCE", "LINEAR_DISTANCE"};
-const char* const unitTypeTexts[] = {"METERS",      "FEET",    "INCHES",     "KILOMETERS",
-                                     "CENTIMETERS", "MILLIMETERS", "NAUTICAL_MILES", "MILES",
-                                     "DEGREES",     "RADIANS", "MINUTES",    "SECONDS",
-                                     "ARCMINUTES",  "ARCSECONDS"};
+const char* const unitTypeTexts[] = {
+    "METERS", "FEET",    "INCHES",  "KILOMETERS", "CENTIMETERS", "MILLIMETERS", "NAUTICAL_MILES",
+    "MILES",  "DEGREES", "RADIANS", "MINUTES",    "SECONDS",     "ARCMINUTES",  "ARCSECONDS"};
 const char* const verticalDatumTexts[] = {"MSL", "WGS84_GEOID", "ELLIPSOID", "UNDEFINED"};
 const char* const geoTypeTexts[] = {"GEODETIC", "GEOCENTRIC"};
 const char* const hemisphereTexts[] = {"NORTH", "SOUTH"};
@@ -124,9 +135,13 @@ const char* const pixelOriginTexts[] = {"LL_OPENGL_PIXELORIGIN_TYPE", "UL_DIRECT
 
 }  // namespace
 
-#define ZOR_ENUM_CLASS(Class, texts)                                     \
-    std::string T::Class::toString() const { return enumText(texts, value, #Class); } \
-    void T::Class::setFromString(const std::string& text) { enumFromText(texts, text, value, #Class); }
+#define ZOR_ENUM_CLASS(Class, texts)                        \
+    std::string T::Class::toString() const {                \
+        return enumText(texts, value, #Class);              \
+    }                                                       \
+    void T::Class::setFromString(const std::string& text) { \
+        enumFromText(texts, text, value, #Class);           \
+    }
 
 ZOR_ENUM_CLASS(TileType, tileTypeTexts)
 ZOR_ENUM_CLASS(LocalizedType, localizedTypeTexts)
@@ -143,8 +158,10 @@ ZOR_ENUM_CLASS(PixelOrigin, pixelOriginTexts)
 
 void T::Element::parse(DtMetaFlightParser& parser) {
     name = parser.currentElementNameOrGenerateUnique();
-    if (parser.currentElementText()) parseText(parser);
-    if (!parser.readFirstChildElement()) return;
+    if (parser.currentElementText())
+        parseText(parser);
+    if (!parser.readFirstChildElement())
+        return;
     do {
         parseChild(parser);
     } while (parser.readNextElement());
@@ -166,8 +183,12 @@ void T::Position2D::parseType(DtMetaFlightParser& parser) {
     child("X", x) || child("Y", y);
 }
 
-void T::Origin::parseChild(DtMetaFlightParser& parser) { Position2D::parseType(parser); }
-void T::Extent::parseChild(DtMetaFlightParser& parser) { Position2D::parseType(parser); }
+void T::Origin::parseChild(DtMetaFlightParser& parser) {
+    Position2D::parseType(parser);
+}
+void T::Extent::parseChild(DtMetaFlightParser& parser) {
+    Position2D::parseType(parser);
+}
 
 void T::BoundingBox::parseChild(DtMetaFlightParser& parser) {
     Child child(parser);
@@ -190,7 +211,8 @@ void T::CoordSysType::parseType(DtMetaFlightParser& parser) {
 
 void T::NonGeoreferencedCoordSysType::parseType(DtMetaFlightParser& parser) {
     Child child(parser);
-    if (!child("UpForwardAxis", upForwardAxis)) CoordSysType::parseType(parser);
+    if (!child("UpForwardAxis", upForwardAxis))
+        CoordSysType::parseType(parser);
 }
 
 void T::NonGeoreferencedCoordSys::parseChild(DtMetaFlightParser& parser) {
@@ -232,7 +254,8 @@ void T::AlbersEqualAreaConicProjType::parseType(DtMetaFlightParser& parser) {
 
 void T::UTMProjType::parseType(DtMetaFlightParser& parser) {
     Child child(parser);
-    if (!(child("Zone", zone) || child("Hemisphere", hemisphere))) ProjectionType::parseType(parser);
+    if (!(child("Zone", zone) || child("Hemisphere", hemisphere)))
+        ProjectionType::parseType(parser);
 }
 
 void T::LambertConicConformalProjType::parseType(DtMetaFlightParser& parser) {
@@ -257,16 +280,24 @@ void T::TrapezoidalType::parseType(DtMetaFlightParser& parser) {
     }
 }
 
-void T::Stereographic::parseChild(DtMetaFlightParser& p) { StereographicProjType::parseType(p); }
+void T::Stereographic::parseChild(DtMetaFlightParser& p) {
+    StereographicProjType::parseType(p);
+}
 void T::AlbersEqualAreaConic::parseChild(DtMetaFlightParser& p) {
     AlbersEqualAreaConicProjType::parseType(p);
 }
-void T::UTM::parseChild(DtMetaFlightParser& p) { UTMProjType::parseType(p); }
+void T::UTM::parseChild(DtMetaFlightParser& p) {
+    UTMProjType::parseType(p);
+}
 void T::LambertConicConformal::parseChild(DtMetaFlightParser& p) {
     LambertConicConformalProjType::parseType(p);
 }
-void T::FlatEarth::parseChild(DtMetaFlightParser& p) { FlatEarthProjType::parseType(p); }
-void T::Trapezoidal::parseChild(DtMetaFlightParser& p) { TrapezoidalType::parseType(p); }
+void T::FlatEarth::parseChild(DtMetaFlightParser& p) {
+    FlatEarthProjType::parseType(p);
+}
+void T::Trapezoidal::parseChild(DtMetaFlightParser& p) {
+    TrapezoidalType::parseType(p);
+}
 
 void T::ProjectedCoordSysType::parseType(DtMetaFlightParser& parser) {
     Child child(parser);
@@ -275,8 +306,8 @@ void T::ProjectedCoordSysType::parseType(DtMetaFlightParser& parser) {
           child("HorizontalDatumUsed", horizontalDatumUsed) ||
           child("Stereographic", stereographic) ||
           child("AlbersEqualAreaConic", albersEqualAreaConic) || child("UTM", uTM) ||
-          child("LambertConicConformal", lambertConicConformal) ||
-          child("FlatEarth", flatEarth) || child("Trapezoidal", trapezoidal))) {
+          child("LambertConicConformal", lambertConicConformal) || child("FlatEarth", flatEarth) ||
+          child("Trapezoidal", trapezoidal))) {
         CoordSysType::parseType(parser);
     }
 }
@@ -371,8 +402,7 @@ void T::VirtualTextureDatasetType::parseType(DtMetaFlightParser& parser) {
     Child child(parser);
     if (!(child("ImageAttributes", imageAttributes) ||
           child("NumVirtualTexels", numVirtualTexels) || child("NumTileTexels", numTileTexels) ||
-          child("SubstitutionTexture", substitutionTexture) ||
-          child("PixelOrigin", pixelOrigin))) {
+          child("SubstitutionTexture", substitutionTexture) || child("PixelOrigin", pixelOrigin))) {
         GridDatasetType::parseType(parser);
     }
 }
@@ -404,7 +434,8 @@ void T::Model::parseChild(DtMetaFlightParser& parser) {
 
 void T::ModelListDatasetType::parseType(DtMetaFlightParser& parser) {
     Child child(parser);
-    if (!child("Model", model)) DatasetType::parseType(parser);
+    if (!child("Model", model))
+        DatasetType::parseType(parser);
 }
 
 void T::ModelListDataset::parseChild(DtMetaFlightParser& parser) {
@@ -434,7 +465,8 @@ boost::shared_ptr<Element> lookUp(const std::map<std::string, boost::shared_ptr<
     auto found = map.find(name);
     if (found == map.end()) {
         const size_t colon = name.rfind(':');
-        if (colon != std::string::npos) found = map.find(name.substr(colon + 1));
+        if (colon != std::string::npos)
+            found = map.find(name.substr(colon + 1));
     }
     return found == map.end() ? boost::shared_ptr<Element>() : found->second;
 }
@@ -451,7 +483,8 @@ void resolve(T::Reference<Element>& reference,
 
 void resolveCoordSys(T::Reference<T::CoordSysType>& reference, const T::Database& database) {
     reference.target = lookUp(database.projectedCoordSys, reference.refTo);
-    if (!reference.target) reference.target = lookUp(database.nonProjectedCoordSys, reference.refTo);
+    if (!reference.target)
+        reference.target = lookUp(database.nonProjectedCoordSys, reference.refTo);
     if (!reference.target) {
         reference.target = lookUp(database.nonGeoreferencedCoordSys, reference.refTo);
     }
@@ -475,7 +508,8 @@ void T::Database::resolveReferences() {
     for (auto& entry : nonProjectedCoordSys) {
         resolve(entry.second->horizontalDatumUsed, ellipsoid, "Ellipsoid");
     }
-    for (auto& entry : coverage) resolveCoordSys(entry.second->coordSysUsed, *this);
+    for (auto& entry : coverage)
+        resolveCoordSys(entry.second->coordSysUsed, *this);
     for (auto& entry : virtualTextureDataset) {
         resolveGridStack(entry.second->gridStack, *this);
         resolveCoordSys(entry.second->coordSysUsed, *this);

@@ -91,8 +91,20 @@ public:
     };
     struct ZOR_TERRAIN_EXPORT UnitType : Enum {
         enum Value : int32_t {
-            METERS, FEET, INCHES, KILOMETERS, CENTIMETERS, MILLIMETERS, NAUTICAL_MILES,
-            MILES, DEGREES, RADIANS, MINUTES, SECONDS, ARCMINUTES, ARCSECONDS
+            METERS,
+            FEET,
+            INCHES,
+            KILOMETERS,
+            CENTIMETERS,
+            MILLIMETERS,
+            NAUTICAL_MILES,
+            MILES,
+            DEGREES,
+            RADIANS,
+            MINUTES,
+            SECONDS,
+            ARCMINUTES,
+            ARCSECONDS
         };
         Value value = METERS;
         std::string toString() const override;
@@ -124,7 +136,9 @@ public:
     };
     struct ZOR_TERRAIN_EXPORT PixelOrigin : Enum {
         enum Value : int32_t {
-            LL_OPENGL_PIXELORIGIN_TYPE, UL_DIRECTX_PIXELORIGIN_TYPE, LR_PIXELORIGIN_TYPE,
+            LL_OPENGL_PIXELORIGIN_TYPE,
+            UL_DIRECTX_PIXELORIGIN_TYPE,
+            LR_PIXELORIGIN_TYPE,
             UR_PIXELORIGIN_TYPE
         };
         Value value = LL_OPENGL_PIXELORIGIN_TYPE;

@@ -13,8 +13,12 @@ using StringOrInt = DtMetaFlightDescription::StringOrInt;
 
 namespace {
 
-bool isFlag(char c) { return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0'; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isFlag(char c) {
+    return c == '-' || c == '+' || c == ' ' || c == '#' || c == '0';
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 // A width or precision of at most four digits, below the expansion limit.
 bool readBoundedNumber(const std::string& text, size_t& at, int& value) {
@@ -22,7 +26,8 @@ bool readBoundedNumber(const std::string& text, size_t& at, int& value) {
     value = 0;
     while (at < text.size() && isDigit(text[at])) {
         value = value * 10 + (text[at] - '0');
-        if (++digits > 4) return false;
+        if (++digits > 4)
+            return false;
         ++at;
     }
     return value < static_cast<int>(DtTilePathGenerator::maxExpansion);
@@ -31,36 +36,52 @@ bool readBoundedNumber(const std::string& text, size_t& at, int& value) {
 // The flags each conversion may carry; the others are undefined for it in C.
 const char* allowedFlags(char conversion) {
     switch (conversion) {
-        case 'd': case 'i': return "-+ 0";
-        case 'u': return "-0";
-        case 'x': case 'X': case 'o': return "-0#";
-        case 's': case 'c': return "-";
-        default: return nullptr;
+        case 'd':
+        case 'i':
+            return "-+ 0";
+        case 'u':
+            return "-0";
+        case 'x':
+        case 'X':
+        case 'o':
+            return "-0#";
+        case 's':
+        case 'c':
+            return "-";
+        default:
+            return nullptr;
     }
 }
 
 // Reads one conversion behind its '%'; `at` ends behind it.
 bool readConversion(const std::string& text, size_t& at, bool textValue,
                     DtTilePathGenerator::Format& format) {
-    while (at < text.size() && isFlag(text[at])) format.flags += text[at++];
-    if (!readBoundedNumber(text, at, format.width)) return false;
+    while (at < text.size() && isFlag(text[at]))
+        format.flags += text[at++];
+    if (!readBoundedNumber(text, at, format.width))
+        return false;
     if (at < text.size() && text[at] == '.') {
         ++at;
-        if (!readBoundedNumber(text, at, format.precision)) return false;
+        if (!readBoundedNumber(text, at, format.precision))
+            return false;
     }
-    if (at >= text.size()) return false;  // incomplete
+    if (at >= text.size())
+        return false;  // incomplete
     const char conversion = text[at++];
     const bool fits = textValue ? conversion == 's' : std::strchr("diuxXoc", conversion) != nullptr;
     const char* allowed = allowedFlags(conversion);
-    if (!fits || !allowed || (format.precision >= 0 && conversion == 'c')) return false;
-    if (format.flags.find_first_not_of(allowed) != std::string::npos) return false;
+    if (!fits || !allowed || (format.precision >= 0 && conversion == 'c'))
+        return false;
+    if (format.flags.find_first_not_of(allowed) != std::string::npos)
+        return false;
     format.hasConversion = true;
     format.conversion = conversion;
     return true;
 }
 
 void pad(std::string& out, size_t length, int width, char fill) {
-    if (width > 0 && length < static_cast<size_t>(width)) out.append(static_cast<size_t>(width) - length, fill);
+    if (width > 0 && length < static_cast<size_t>(width))
+        out.append(static_cast<size_t>(width) - length, fill);
 }
 
 // printf's %d, %i and %u with the flags '-' and '0' and a width, without printf.
@@ -74,23 +95,30 @@ void appendInteger(std::string& out, const DtTilePathGenerator::Format& f, int32
     const size_t length = static_cast<size_t>(end - digits) + (negative ? 1 : 0);
     const bool left = f.leftAlign;
     const bool zeros = f.zeroPad;
-    if (!left && !zeros) pad(out, length, f.width, ' ');
-    if (negative) out += '-';
-    if (zeros) pad(out, length, f.width, '0');
+    if (!left && !zeros)
+        pad(out, length, f.width, ' ');
+    if (negative)
+        out += '-';
+    if (zeros)
+        pad(out, length, f.width, '0');
     out.append(digits, static_cast<size_t>(end - digits));
-    if (left) pad(out, length, f.width, ' ');
+    if (left)
+        pad(out, length, f.width, ' ');
 }
 
 void appendText(std::string& out, const DtTilePathGenerator::Format& f, const std::string& text) {
     const bool left = !f.flags.empty();  // '-' is the only flag %s may carry
-    if (!left) pad(out, text.size(), f.width, ' ');
+    if (!left)
+        pad(out, text.size(), f.width, ' ');
     out += text;
-    if (left) pad(out, text.size(), f.width, ' ');
+    if (left)
+        pad(out, text.size(), f.width, ' ');
 }
 
 }  // namespace
 
-bool DtTilePathGenerator::parseFormat(const std::string& formatting, bool textValue, Format& format) {
+bool DtTilePathGenerator::parseFormat(const std::string& formatting, bool textValue,
+                                      Format& format) {
     format = Format();
     if (formatting.find('%') == std::string::npos) {
         format.before = formatting;
@@ -112,7 +140,8 @@ bool DtTilePathGenerator::parseFormat(const std::string& formatting, bool textVa
             ++at;
             continue;
         }
-        if (format.hasConversion || !readConversion(formatting, at, textValue, format)) return false;
+        if (format.hasConversion || !readConversion(formatting, at, textValue, format))
+            return false;
         literal = &format.after;
     }
     format.printfFormat = formatting;
@@ -143,10 +172,12 @@ bool DtTilePathGenerator::append(std::string& out, const Format& format, const S
         return true;
     }
     char buffer[maxExpansion];
-    const int written = value.isString
-                            ? std::snprintf(buffer, sizeof buffer, format.printfFormat.c_str(), value.text.c_str())
-                            : std::snprintf(buffer, sizeof buffer, format.printfFormat.c_str(), value.number);
-    if (written < 0 || static_cast<size_t>(written) >= sizeof buffer) return false;
+    const int written =
+        value.isString
+            ? std::snprintf(buffer, sizeof buffer, format.printfFormat.c_str(), value.text.c_str())
+            : std::snprintf(buffer, sizeof buffer, format.printfFormat.c_str(), value.number);
+    if (written < 0 || static_cast<size_t>(written) >= sizeof buffer)
+        return false;
     out.append(buffer, static_cast<size_t>(written));
     return true;
 }
@@ -156,7 +187,8 @@ DtTilePathGenerator::PathContext DtTilePathGenerator::pathContext(const std::str
     context.sourceFile = sourceFile;
     const std::string directory = DtZorFilesystem::directoryOfPath(sourceFile);
     context.prefix = directory + "/";
-    for (char& c : context.prefix) c = c == '\\' ? '/' : c;
+    for (char& c : context.prefix)
+        c = c == '\\' ? '/' : c;
     context.baseName = DtZorFilesystem::baseName(directory) +
                        DtZorFilesystem::extensionCaseSensitive(directory, true);
     return context;
@@ -164,7 +196,8 @@ DtTilePathGenerator::PathContext DtTilePathGenerator::pathContext(const std::str
 
 std::string DtTilePathGenerator::composePath(const PathContext& context, std::string parsedFile) {
     std::string path = context.prefix;
-    for (char& c : parsedFile) c = c == '\\' ? '/' : c;
+    for (char& c : parsedFile)
+        c = c == '\\' ? '/' : c;
     if (DtZorFilesystem::isAbsolutePath(parsedFile)) {
         path += parsedFile;
         return path;
@@ -173,9 +206,12 @@ std::string DtTilePathGenerator::composePath(const PathContext& context, std::st
     // that directory's own name, which is not repeated.
     const size_t begin = parsedFile.find_first_not_of('/');
     const size_t end = begin == std::string::npos ? std::string::npos : parsedFile.find('/', begin);
-    const size_t rootLength = begin == std::string::npos ? 0 : (end == std::string::npos ? parsedFile.size() : end) - begin;
+    const size_t rootLength = begin == std::string::npos
+                                  ? 0
+                                  : (end == std::string::npos ? parsedFile.size() : end) - begin;
     const bool sameName = rootLength == context.baseName.size() &&
-                          parsedFile.compare(begin == std::string::npos ? 0 : begin, rootLength, context.baseName) == 0;
+                          parsedFile.compare(begin == std::string::npos ? 0 : begin, rootLength,
+                                             context.baseName) == 0;
     if (sameName) {
         path.append(parsedFile, rootLength, std::string::npos);
     } else {
@@ -184,12 +220,13 @@ std::string DtTilePathGenerator::composePath(const PathContext& context, std::st
     return path;
 }
 
-std::string DtTilePathGenerator::composePath(const std::string& sourceFile, std::string parsedFile) {
+std::string DtTilePathGenerator::composePath(const std::string& sourceFile,
+                                             std::string parsedFile) {
     return composePath(pathContext(sourceFile), std::move(parsedFile));
 }
 
-DtTilePathGenerator::DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name,
-                                         int level)
+DtTilePathGenerator::DtTilePathGenerator(const DtMetaFlightDescription& description,
+                                         const std::string& name, int level)
     : context_(pathContext(description.fileName())),
       rows_(description.geometryGridLevelRows(name, level)),
       columns_(description.geometryGridLevelColumns(name, level)) {
@@ -209,7 +246,8 @@ void DtTilePathGenerator::compile(const std::string& pattern,
     for (size_t start = pattern.find("$("); start != std::string::npos;
          start = pattern.find("$(", position)) {
         const size_t end = pattern.find(')', start);
-        if (end == std::string::npos) return;
+        if (end == std::string::npos)
+            return;
         const std::string variable = pattern.substr(start + 2, end - start - 2);
         const std::string formatting = pattern.substr(position, start - position);
         position = end + 1;
@@ -222,8 +260,10 @@ void DtTilePathGenerator::compile(const std::string& pattern,
             }
             continue;
         }
-        if (variable != "ROW" && variable != "COL") return;
-        if (!parseFormat(formatting, false, format)) return;
+        if (variable != "ROW" && variable != "COL")
+            return;
+        if (!parseFormat(formatting, false, format))
+            return;
         const Variable which = variable == "ROW" ? Variable::Row : Variable::Col;
         // An int32 is at most 11 characters unpadded: when even the widest expansion stays
         // under the limit, the format's literal text joins the constant text around it.
@@ -247,9 +287,11 @@ void DtTilePathGenerator::compile(const std::string& pattern,
     // separator comes before any value, and no value is a %c that could be one.
     const std::string& first = segments_.empty() ? tail_ : segments_.front().literal;
     bool characters = false;
-    for (const Segment& s : segments_) characters = characters || s.format.conversion == 'c';
+    for (const Segment& s : segments_)
+        characters = characters || s.format.conversion == 'c';
     fast_ = !characters && (segments_.empty() || first.find_first_of("/\\") != std::string::npos);
-    if (!fast_) return;
+    if (!fast_)
+        return;
     if (segments_.empty()) {
         head_ = composePath(context_, tail_);
         tail_.clear();
@@ -258,12 +300,15 @@ void DtTilePathGenerator::compile(const std::string& pattern,
     head_ = composePath(context_, first);
     segments_.front().literal.clear();
     for (Segment& s : segments_) {
-        for (char& c : s.literal) c = c == '\\' ? '/' : c;
+        for (char& c : s.literal)
+            c = c == '\\' ? '/' : c;
         for (std::string* text : {&s.format.before, &s.format.after}) {
-            for (char& c : *text) c = c == '\\' ? '/' : c;
+            for (char& c : *text)
+                c = c == '\\' ? '/' : c;
         }
     }
-    for (char& c : tail_) c = c == '\\' ? '/' : c;
+    for (char& c : tail_)
+        c = c == '\\' ? '/' : c;
 }
 
 bool DtTilePathGenerator::expand(unsigned int row, unsigned int col, std::string& out) const {
@@ -287,11 +332,13 @@ void DtTilePathGenerator::path(unsigned int row, unsigned int col, std::string& 
     }
     if (fast_) {
         out = head_;
-        if (!expand(row, col, out)) out = composePath(context_, std::string());
+        if (!expand(row, col, out))
+            out = composePath(context_, std::string());
         return;
     }
     std::string parsedFile;
-    if (!expand(row, col, parsedFile)) parsedFile.clear();
+    if (!expand(row, col, parsedFile))
+        parsedFile.clear();
     out = composePath(context_, parsedFile);
 }
 

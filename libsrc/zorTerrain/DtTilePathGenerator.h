@@ -62,7 +62,8 @@ public:
     static PathContext pathContext(const std::string& sourceFile);
     static std::string composePath(const PathContext& context, std::string parsedFile);
 
-    DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name, int level);
+    DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name,
+                        int level);
 
     unsigned int rows() const { return rows_; }
     unsigned int columns() const { return columns_; }

@@ -9,9 +9,9 @@
 
 #include "JsonWriter.h"
 #include "hxutil/DtException.h"
+#include "hxutil/DtFilename.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
-#include "hxutil/DtFilename.h"
 
 using kelZor::DtDe;
 using kelZor::DtHeaderParser;

@@ -1,5 +1,6 @@
 #include "MetaFlightCommands.h"
 
+#include <sys/stat.h>
 #include <boost/pointer_cast.hpp>
 
 #include <functional>
@@ -25,7 +26,8 @@ bool load(const std::string& path, DtMetaFlightParser& parser, DtMetaFlightDescr
           std::ostream& err) {
     std::string error;
     if (!parser.openFile(path, "", error)) {
-        while (!error.empty() && error.back() == '\n') error.pop_back();
+        while (!error.empty() && error.back() == '\n')
+            error.pop_back();
         err << "zorhost: " << path << ": " << error << "\n";
         return false;
     }
@@ -54,16 +56,21 @@ std::string kindOf(const CoordSys& system) {
             return "FlatEarth at " + DtShortestDouble(projected->flatEarth->originLatitude) + ", " +
                    DtShortestDouble(projected->flatEarth->originLongitude);
         }
-        if (projected->lambertConicConformal) return "LambertConicConformal";
-        if (projected->stereographic) return "Stereographic";
-        if (projected->albersEqualAreaConic) return "AlbersEqualAreaConic";
-        if (projected->trapezoidal) return "Trapezoidal";
+        if (projected->lambertConicConformal)
+            return "LambertConicConformal";
+        if (projected->stereographic)
+            return "Stereographic";
+        if (projected->albersEqualAreaConic)
+            return "AlbersEqualAreaConic";
+        if (projected->trapezoidal)
+            return "Trapezoidal";
         return "Projected (no projection)";
     }
     if (auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system)) {
         return nonProjected->geoType.toString();
     }
-    if (boost::dynamic_pointer_cast<Types::NonGeoreferencedCoordSys>(system)) return "NonGeoreferenced";
+    if (boost::dynamic_pointer_cast<Types::NonGeoreferencedCoordSys>(system))
+        return "NonGeoreferenced";
     return "none";
 }
 
@@ -80,25 +87,32 @@ std::string attempt(const std::function<std::string()>& query) {
     }
 }
 
-std::string number(double value) { return DtShortestDouble(value); }
+std::string number(double value) {
+    return DtShortestDouble(value);
+}
 
 // ---------------------------------------------------------------- describe, as text
 
-void describeGeometryText(const DtMetaFlightDescription& d, const std::string& key, std::ostream& out) {
+void describeGeometryText(const DtMetaFlightDescription& d, const std::string& key,
+                          std::ostream& out) {
     out << "  " << key << "\n"
         << "    DatasetName:        " << d.geometryDatasetName(key) << "\n"
         << "    title:              " << d.geometryDatasetTitle(key) << "\n"
         << "    file format:        " << d.geometryDatasetFileFormat(key) << "\n"
         << "    pattern:            " << d.geometryDatasetFileNamePattern(key) << "\n"
         << "    hierarchy:          " << d.geometryDatasetGridHierarchyType(key).toString() << "\n"
-        << "    data system:        " << systemText(d.geometryDatasetDataCoordinateSystem(key)) << "\n"
-        << "    grid system:        " << systemText(d.geometryDatasetGridCoordinateSystem(key)) << "\n"
-        << "    radius:             " << attempt([&] { return number(d.geometryDatasetRadius(key)); })
+        << "    data system:        " << systemText(d.geometryDatasetDataCoordinateSystem(key))
+        << "\n"
+        << "    grid system:        " << systemText(d.geometryDatasetGridCoordinateSystem(key))
+        << "\n"
+        << "    radius:             "
+        << attempt([&] { return number(d.geometryDatasetRadius(key)); })
         << "\n    levels:             " << d.numberOfGeometryGridLevels(key) << "\n";
     for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level) {
         const int l = static_cast<int>(level);
         out << "      " << level << ": " << attempt([&] {
-            const Types::GeometryGridLevel& g = *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
+            const Types::GeometryGridLevel& g =
+                *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
             return d.geometryGridLevelName(key, l) + "  divisions " +
                    std::to_string(d.geometryGridLevelColDivisions(key, l)) + "x" +
                    std::to_string(d.geometryGridLevelRowDivisions(key, l)) + "  columns " +
@@ -123,11 +137,13 @@ void describeVirtualTextureText(const DtMetaFlightDescription& d, const std::str
         << "    origin:             " << attempt([&] {
                const Types::Position2D o = d.virtualTextureDatasetOrigin(key, own);
                return number(o.x) + ", " + number(o.y);
-           }) << "\n"
+           })
+        << "\n"
         << "    extent:             " << attempt([&] {
                const Types::Position2D e = d.virtualTextureDatasetExtent(key, own);
                return number(e.x) + ", " + number(e.y);
-           }) << "\n"
+           })
+        << "\n"
         << "    levels:             " << d.numberOfVirtualTextureGridLevels(key) << "\n";
     for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level) {
         const int l = static_cast<int>(level);
@@ -143,16 +159,25 @@ void describeVirtualTextureText(const DtMetaFlightDescription& d, const std::str
 
 // ---------------------------------------------------------------- describe, as JSON
 
-void describeGeometryJson(const DtMetaFlightDescription& d, const std::string& key, JsonWriter& json) {
+void describeGeometryJson(const DtMetaFlightDescription& d, const std::string& key,
+                          JsonWriter& json) {
     json.beginObject();
-    json.key("key"); json.value(key);
-    json.key("datasetName"); json.value(d.geometryDatasetName(key));
-    json.key("title"); json.value(d.geometryDatasetTitle(key));
-    json.key("fileFormat"); json.value(d.geometryDatasetFileFormat(key));
-    json.key("pattern"); json.value(d.geometryDatasetFileNamePattern(key));
-    json.key("hierarchyType"); json.value(d.geometryDatasetGridHierarchyType(key).toString());
-    json.key("dataCoordinateSystem"); json.value(systemText(d.geometryDatasetDataCoordinateSystem(key)));
-    json.key("gridCoordinateSystem"); json.value(systemText(d.geometryDatasetGridCoordinateSystem(key)));
+    json.key("key");
+    json.value(key);
+    json.key("datasetName");
+    json.value(d.geometryDatasetName(key));
+    json.key("title");
+    json.value(d.geometryDatasetTitle(key));
+    json.key("fileFormat");
+    json.value(d.geometryDatasetFileFormat(key));
+    json.key("pattern");
+    json.value(d.geometryDatasetFileNamePattern(key));
+    json.key("hierarchyType");
+    json.value(d.geometryDatasetGridHierarchyType(key).toString());
+    json.key("dataCoordinateSystem");
+    json.value(systemText(d.geometryDatasetDataCoordinateSystem(key)));
+    json.key("gridCoordinateSystem");
+    json.value(systemText(d.geometryDatasetGridCoordinateSystem(key)));
     double radius = 0.0;
     bool haveRadius = true;
     try {
@@ -161,14 +186,19 @@ void describeGeometryJson(const DtMetaFlightDescription& d, const std::string& k
         haveRadius = false;
     }
     json.key("radius");
-    if (haveRadius) json.value(radius); else json.null();
+    if (haveRadius)
+        json.value(radius);
+    else
+        json.null();
     json.key("levels");
     json.beginArray();
     for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level) {
         const int l = static_cast<int>(level);
-        const Types::GeometryGridLevel& g = *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
+        const Types::GeometryGridLevel& g =
+            *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
         json.beginObject();
-        json.key("level"); json.value(static_cast<long long>(level));
+        json.key("level");
+        json.value(static_cast<long long>(level));
         std::string name;
         unsigned cd = 0, rd = 0, columns = 0, rows = 0;
         bool grid = true;
@@ -181,35 +211,67 @@ void describeGeometryJson(const DtMetaFlightDescription& d, const std::string& k
         } catch (const std::exception&) {
             grid = false;
         }
-        json.key("name"); if (grid) json.value(name); else json.null();
-        json.key("colDivisions"); if (grid) json.value(static_cast<long long>(cd)); else json.null();
-        json.key("rowDivisions"); if (grid) json.value(static_cast<long long>(rd)); else json.null();
-        json.key("columns"); if (grid) json.value(static_cast<long long>(columns)); else json.null();
-        json.key("rows"); if (grid) json.value(static_cast<long long>(rows)); else json.null();
-        json.key("tileType"); json.value(g.tileType.toString());
-        json.key("localizedType"); json.value(g.localizedType.toString());
-        json.key("switchIn"); json.value(d.geometryGridLevelSwitchIn(key, l));
-        json.key("switchOut"); json.value(d.geometryGridLevelSwitchOut(key, l));
+        json.key("name");
+        if (grid)
+            json.value(name);
+        else
+            json.null();
+        json.key("colDivisions");
+        if (grid)
+            json.value(static_cast<long long>(cd));
+        else
+            json.null();
+        json.key("rowDivisions");
+        if (grid)
+            json.value(static_cast<long long>(rd));
+        else
+            json.null();
+        json.key("columns");
+        if (grid)
+            json.value(static_cast<long long>(columns));
+        else
+            json.null();
+        json.key("rows");
+        if (grid)
+            json.value(static_cast<long long>(rows));
+        else
+            json.null();
+        json.key("tileType");
+        json.value(g.tileType.toString());
+        json.key("localizedType");
+        json.value(g.localizedType.toString());
+        json.key("switchIn");
+        json.value(d.geometryGridLevelSwitchIn(key, l));
+        json.key("switchOut");
+        json.value(d.geometryGridLevelSwitchOut(key, l));
         json.endObject();
     }
     json.endArray();
     json.endObject();
 }
 
-void describeVirtualTextureJson(const DtMetaFlightDescription& d, const std::string& key, JsonWriter& json) {
+void describeVirtualTextureJson(const DtMetaFlightDescription& d, const std::string& key,
+                                JsonWriter& json) {
     const CoordSys own = d.virtualTextureCoordinateSystem(key);
     json.beginObject();
-    json.key("key"); json.value(key);
-    json.key("title"); json.value(d.virtualTextureDatasetTitle(key));
-    json.key("fileFormat"); json.value(d.virtualTextureDatasetFileFormat(key));
-    json.key("pattern"); json.value(d.virtualTextureDatasetFileNamePattern(key));
-    json.key("coordinateSystem"); json.value(systemText(own));
-    json.key("tileTexels"); json.value(static_cast<long long>(d.virtualTextureDatasetTileTexels(key)));
+    json.key("key");
+    json.value(key);
+    json.key("title");
+    json.value(d.virtualTextureDatasetTitle(key));
+    json.key("fileFormat");
+    json.value(d.virtualTextureDatasetFileFormat(key));
+    json.key("pattern");
+    json.value(d.virtualTextureDatasetFileNamePattern(key));
+    json.key("coordinateSystem");
+    json.value(systemText(own));
+    json.key("tileTexels");
+    json.value(static_cast<long long>(d.virtualTextureDatasetTileTexels(key)));
     for (const char* which : {"origin", "extent"}) {
         json.key(which);
         try {
-            const Types::Position2D p = std::string(which) == "origin" ? d.virtualTextureDatasetOrigin(key, own)
-                                                                        : d.virtualTextureDatasetExtent(key, own);
+            const Types::Position2D p = std::string(which) == "origin"
+                                            ? d.virtualTextureDatasetOrigin(key, own)
+                                            : d.virtualTextureDatasetExtent(key, own);
             json.beginArray();
             json.value(p.x);
             json.value(p.y);
@@ -223,16 +285,23 @@ void describeVirtualTextureJson(const DtMetaFlightDescription& d, const std::str
     for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level) {
         const int l = static_cast<int>(level);
         json.beginObject();
-        json.key("level"); json.value(static_cast<long long>(level));
+        json.key("level");
+        json.value(static_cast<long long>(level));
         try {
             const std::string name = d.virtualTextureGridLevelName(key, l);
-            json.key("name"); json.value(name);
-            json.key("colDivisions"); json.value(static_cast<long long>(d.virtualTextureGridLevelColDivisions(key, l)));
-            json.key("rowDivisions"); json.value(static_cast<long long>(d.virtualTextureGridLevelRowDivisions(key, l)));
-            json.key("columns"); json.value(static_cast<long long>(d.virtualTextureGridLevelColumns(key, l)));
-            json.key("rows"); json.value(static_cast<long long>(d.virtualTextureGridLevelRows(key, l)));
+            json.key("name");
+            json.value(name);
+            json.key("colDivisions");
+            json.value(static_cast<long long>(d.virtualTextureGridLevelColDivisions(key, l)));
+            json.key("rowDivisions");
+            json.value(static_cast<long long>(d.virtualTextureGridLevelRowDivisions(key, l)));
+            json.key("columns");
+            json.value(static_cast<long long>(d.virtualTextureGridLevelColumns(key, l)));
+            json.key("rows");
+            json.value(static_cast<long long>(d.virtualTextureGridLevelRows(key, l)));
         } catch (const std::exception&) {
-            json.key("error"); json.value("level not in the grid structure");
+            json.key("error");
+            json.value("level not in the grid structure");
         }
         json.endObject();
     }
@@ -252,8 +321,10 @@ CoordSys findSystem(const Types::Database& db, const std::string& key) {
         return found == map.end() ? CoordSys() : CoordSys(found->second);
     };
     CoordSys system = lookUp(db.projectedCoordSys);
-    if (!system) system = lookUp(db.nonProjectedCoordSys);
-    if (!system) system = lookUp(db.nonGeoreferencedCoordSys);
+    if (!system)
+        system = lookUp(db.nonProjectedCoordSys);
+    if (!system)
+        system = lookUp(db.nonGeoreferencedCoordSys);
     return system;
 }
 
@@ -267,11 +338,13 @@ bool isGeodetic(const CoordSys& system) {
 int runDescribe(const std::string& document, bool json, std::ostream& out, std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
-    if (!load(document, parser, d, err)) return 1;
+    if (!load(document, parser, d, err))
+        return 1;
     if (json) {
         JsonWriter writer(out);
         writer.beginObject();
-        writer.key("path"); writer.value(document);
+        writer.key("path");
+        writer.value(document);
         writer.key("geometryDatasets");
         writer.beginArray();
         for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
@@ -288,7 +361,8 @@ int runDescribe(const std::string& document, bool json, std::ostream& out, std::
         out << "\n";
         return 0;
     }
-    out << document << "\n" << "geometry datasets: " << d.numberOfGeometryDatasets() << "\n";
+    out << document << "\n"
+        << "geometry datasets: " << d.numberOfGeometryDatasets() << "\n";
     for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
         describeGeometryText(d, d.geometryDatasetName(static_cast<int>(i)), out);
     }
@@ -302,7 +376,8 @@ int runDescribe(const std::string& document, bool json, std::ostream& out, std::
 int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
-    if (!load(request.document, parser, d, err)) return 1;
+    if (!load(request.document, parser, d, err))
+        return 1;
     JsonWriter json(out);
     bool open = false;
     try {
@@ -317,7 +392,8 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
         if (request.json) {
             json.beginArray();
         } else {
-            out << "level\trow\tcol\tcenter_x\tcenter_y\tcenter_z\toffset_x\toffset_y\toffset_z\tpath\n";
+            out << "level\trow\tcol\tcenter_x\tcenter_y\tcenter_z\toffset_x\toffset_y\toffset_"
+                   "z\tpath\n";
         }
         open = true;
         std::string path;
@@ -330,31 +406,45 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
                     d.geometryGridTileOffset(request.dataset, level, row, col, o[0], o[1], o[2]);
                     names.path(row, col, path);
                     if (degrees) {
-                        for (double* v : {&c[0], &c[1], &o[0], &o[1]}) *v = DtRad2Deg(*v);
+                        for (double* v : {&c[0], &c[1], &o[0], &o[1]})
+                            *v = DtRad2Deg(*v);
                     }
                     if (request.json) {
                         json.beginObject();
-                        json.key("level"); json.value(static_cast<long long>(level));
-                        json.key("row"); json.value(static_cast<long long>(row));
-                        json.key("col"); json.value(static_cast<long long>(col));
+                        json.key("level");
+                        json.value(static_cast<long long>(level));
+                        json.key("row");
+                        json.value(static_cast<long long>(row));
+                        json.key("col");
+                        json.value(static_cast<long long>(col));
                         json.key("center");
-                        json.beginArray(); for (double v : c) json.value(v); json.endArray();
+                        json.beginArray();
+                        for (double v : c)
+                            json.value(v);
+                        json.endArray();
                         json.key("offset");
-                        json.beginArray(); for (double v : o) json.value(v); json.endArray();
-                        json.key("path"); json.value(path);
+                        json.beginArray();
+                        for (double v : o)
+                            json.value(v);
+                        json.endArray();
+                        json.key("path");
+                        json.value(path);
                         json.endObject();
                         out << '\n';
                     } else {
                         out << level << '\t' << row << '\t' << col;
-                        for (double v : c) out << '\t' << number(v);
-                        for (double v : o) out << '\t' << number(v);
+                        for (double v : c)
+                            out << '\t' << number(v);
+                        for (double v : o)
+                            out << '\t' << number(v);
                         out << '\t' << path << '\n';
                     }
                 }
             }
         }
     } catch (const std::exception& e) {
-        if (open && request.json) json.endArray();
+        if (open && request.json)
+            json.endArray();
         out.flush();
         err << "zorhost: " << request.document << ": " << e.what() << "\n";
         return 1;
@@ -369,10 +459,12 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
-    if (!load(request.document, parser, d, err)) return 1;
+    if (!load(request.document, parser, d, err))
+        return 1;
     const CoordSys from = findSystem(*d.database(), request.from);
     const CoordSys to = findSystem(*d.database(), request.to);
-    for (const auto& [system, key] : {std::make_pair(from, request.from), std::make_pair(to, request.to)}) {
+    for (const auto& [system, key] :
+         {std::make_pair(from, request.from), std::make_pair(to, request.to)}) {
         if (!system) {
             err << "zorhost: " << request.document << ": no coordinate system \"" << key << "\"\n";
             return 1;
@@ -394,5 +486,63 @@ int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& e
         y = DtRad2Deg(y);
     }
     out << number(x) << ' ' << number(y) << ' ' << number(z) << "\n";
+    return 0;
+}
+
+namespace {
+
+// The file's identity, or 0 when there is none: a replaced file has a new inode.
+ino_t identity(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
+}
+
+std::string plural(int count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+}  // namespace
+
+int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& err) {
+    const ino_t before = identity(request.output);
+    std::string error;
+    DtMetaFlightParser::PublishSummary summary;
+    if (!DtMetaFlightParser::publish(request.input, request.merge, request.output, request.medf,
+                                     request.removeVirtualTexture, error, request.setSwitchDistance,
+                                     request.switchDistance, summary)) {
+        while (!error.empty() && error.back() == '\n')
+            error.pop_back();
+        err << "zorhost: " << request.input << ": " << error << "\n";
+        return 1;
+    }
+    const ino_t after = identity(request.output);
+    if (after == 0 || after == before) {
+        err << "zorhost: " << request.output << ": could not be written\n";
+        return 1;
+    }
+    std::vector<std::string> changes;
+    if (!request.merge.empty())
+        changes.push_back(plural(summary.elementsMerged, "element merged", "elements merged"));
+    if (request.removeVirtualTexture) {
+        changes.push_back(plural(summary.virtualTexturesRemoved, "virtual texture removed",
+                                 "virtual textures removed"));
+    }
+    if (request.setSwitchDistance) {
+        changes.push_back(
+            plural(summary.switchDistancesSet, "switch distance", "switch distances") + " set to " +
+            number(request.switchDistance));
+    }
+    if (request.medf) {
+        std::string medf =
+            summary.fileFormatSet ? "file format set to medf" : "file format already medf";
+        medf += summary.patternRewritten ? ", pattern rewritten to .medf" : ", pattern unchanged";
+        changes.push_back(medf);
+    }
+    out << "published " << request.input << " to " << request.output << ": ";
+    if (changes.empty())
+        out << "a cleaned copy";
+    for (size_t i = 0; i < changes.size(); ++i)
+        out << (i ? "; " : "") << changes[i];
+    out << "\n";
     return 0;
 }

@@ -21,6 +21,19 @@ struct ConvertRequest {
     double values[3] = {0.0, 0.0, 0.0};
 };
 
+struct PublishRequest {
+    std::string input;
+    std::string output;
+    std::string merge;
+    bool medf = false;
+    bool removeVirtualTexture = false;
+    bool setSwitchDistance = false;
+    float switchDistance = 0.0f;
+};
+
 int runDescribe(const std::string& document, bool json, std::ostream& out, std::ostream& err);
 int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err);
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err);
+// Prints one line on what changed; a failed publish, or an output that could not be
+// written, gives the message on `err` and 1.
+int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& err);

@@ -13,8 +13,8 @@
 #include "Inspect.h"
 #include "MetaFlightCommands.h"
 #include "PluginLibrary.h"
-#include "zorCore/DtDe.h"
 #include "hxutil/DtString.h"
+#include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
 
 namespace {
@@ -56,6 +56,12 @@ Commands:
       in degrees and altitude in metres; otherwise the system's own numbers
       (UTM easting, northing, height; flat earth east, north, up; geocentric
       X, Y, Z), in metres.
+  publish IN.mft OUT.mft [--merge FILE] [--medf] [--remove-virtual-texture]
+          [--switch-distance D]
+      Rewrite a MetaFlight document into OUT (which may be IN itself): merged,
+      trimmed, with a new largest switch distance, in the "medf" form, as the
+      options say. OUT is replaced only once it is completely written. Prints
+      one line on what changed.
   help
       Print this text.
 
@@ -70,6 +76,15 @@ Options:
   --dataset KEY      The geometry dataset of tiles.
   --level N          One level of tiles (from 0).
   --from CS, --to CS The coordinate systems of convert.
+  --merge FILE       publish: a second document whose top-level elements of tags
+                     the first lacks are taken over.
+  --medf             publish: the first geometry dataset's FileFormat becomes
+                     "medf" and the first ".flt" of its pattern ".medf".
+  --remove-virtual-texture
+                     publish: every VirtualTextureDataset goes.
+  --switch-distance D
+                     publish: the largest switch distance of each substitutive
+                     geometry dataset's table becomes D.
   -h, --help         Print this text.
 
 Problems with a file (no parser for its extension, missing, unreadable, a
@@ -87,6 +102,10 @@ struct Options {
     std::string level;
     std::string from;
     std::string to;
+    std::string merge;
+    std::string switchDistance;
+    bool medf = false;
+    bool removeVirtualTexture = false;
     std::string command;
     bool json = false;
     std::vector<std::string> args;
@@ -159,13 +178,27 @@ int parseArguments(int argc, char** argv, Options& options) {
             if (!needValue(i, options.sampleDir))
                 return usageError("--sample-dir needs a directory");
         } else if (arg == "--dataset") {
-            if (!needValue(i, options.dataset)) return usageError("--dataset needs a key");
+            if (!needValue(i, options.dataset))
+                return usageError("--dataset needs a key");
         } else if (arg == "--level") {
-            if (!needValue(i, options.level)) return usageError("--level needs a number");
+            if (!needValue(i, options.level))
+                return usageError("--level needs a number");
         } else if (arg == "--from") {
-            if (!needValue(i, options.from)) return usageError("--from needs a coordinate system");
+            if (!needValue(i, options.from))
+                return usageError("--from needs a coordinate system");
         } else if (arg == "--to") {
-            if (!needValue(i, options.to)) return usageError("--to needs a coordinate system");
+            if (!needValue(i, options.to))
+                return usageError("--to needs a coordinate system");
+        } else if (arg == "--merge") {
+            if (!needValue(i, options.merge))
+                return usageError("--merge needs a file");
+        } else if (arg == "--switch-distance") {
+            if (!needValue(i, options.switchDistance))
+                return usageError("--switch-distance needs a number");
+        } else if (arg == "--medf") {
+            options.medf = true;
+        } else if (arg == "--remove-virtual-texture") {
+            options.removeVirtualTexture = true;
         } else if (arg == "--json") {
             options.json = true;
         } else if (arg == "--") {
@@ -218,30 +251,56 @@ int listParsers(kelZor::DtDe& de) {
 
 // The MetaFlight commands, which need no plug-in registration.
 int runMetaFlightCommand(const Options& options) {
-    if (options.args.empty()) return usageError(options.command + " needs a MetaFlight document");
+    if (options.args.empty())
+        return usageError(options.command + " needs a MetaFlight document");
     const std::string& document = options.args.front();
     if (options.command == "describe") {
-        if (options.args.size() != 1) return usageError("describe takes one document");
+        if (options.args.size() != 1)
+            return usageError("describe takes one document");
         return runDescribe(document, options.json, std::cout, std::cerr);
     }
+    if (options.command == "publish") {
+        if (options.args.size() != 2)
+            return usageError("publish takes IN.mft and OUT.mft");
+        PublishRequest request;
+        request.input = options.args[0];
+        request.output = options.args[1];
+        request.merge = options.merge;
+        request.medf = options.medf;
+        request.removeVirtualTexture = options.removeVirtualTexture;
+        if (!options.switchDistance.empty()) {
+            bool ok = false;
+            request.switchDistance = DtString(options.switchDistance).toFloat(&ok);
+            if (!ok)
+                return usageError("--switch-distance needs a number");
+            request.setSwitchDistance = true;
+        }
+        return runPublish(request, std::cout, std::cerr);
+    }
     if (options.command == "tiles") {
-        if (options.args.size() != 1) return usageError("tiles takes one document");
-        if (options.dataset.empty()) return usageError("tiles needs --dataset KEY");
+        if (options.args.size() != 1)
+            return usageError("tiles takes one document");
+        if (options.dataset.empty())
+            return usageError("tiles needs --dataset KEY");
         TilesRequest request{document, options.dataset, -1, options.json};
         if (!options.level.empty()) {
             bool ok = false;
             request.level = DtString(options.level).toInt(&ok);
-            if (!ok || request.level < 0) return usageError("--level needs a number from 0");
+            if (!ok || request.level < 0)
+                return usageError("--level needs a number from 0");
         }
         return runTiles(request, std::cout, std::cerr);
     }
-    if (options.args.size() != 4) return usageError("convert takes a document and X Y Z");
-    if (options.from.empty() || options.to.empty()) return usageError("convert needs --from and --to");
+    if (options.args.size() != 4)
+        return usageError("convert takes a document and X Y Z");
+    if (options.from.empty() || options.to.empty())
+        return usageError("convert needs --from and --to");
     ConvertRequest request{document, options.from, options.to, {0, 0, 0}};
     for (int i = 0; i < 3; ++i) {
         bool ok = false;
         request.values[i] = DtString(options.args[static_cast<size_t>(i) + 1]).toDouble(&ok);
-        if (!ok) return usageError("not a number: " + options.args[static_cast<size_t>(i) + 1]);
+        if (!ok)
+            return usageError("not a number: " + options.args[static_cast<size_t>(i) + 1]);
     }
     return runConvert(request, std::cout, std::cerr);
 }
@@ -251,12 +310,14 @@ int runMetaFlightCommand(const Options& options) {
 int main(int argc, char** argv) {
     Options options;
     const int parsed = parseArguments(argc, argv, options);
-    if (parsed >= 0) return parsed;
+    if (parsed >= 0)
+        return parsed;
     if (options.command == "help") {
         std::cout << usageText;
         return 0;
     }
-    if (options.command == "describe" || options.command == "tiles" || options.command == "convert") {
+    if (options.command == "describe" || options.command == "tiles" ||
+        options.command == "convert" || options.command == "publish") {
         return runMetaFlightCommand(options);
     }
     if (options.command != "inspect" && options.command != "parsers") {
@@ -268,11 +329,13 @@ int main(int argc, char** argv) {
 
     // Declared before the DtDe so the library outlives every object whose code it holds.
     PluginLibrary plugin;
-    if (!loadPlugin(options, plugin)) return 1;
+    if (!loadPlugin(options, plugin))
+        return 1;
     kelZor::DtDe de(options.configDir);
     plugin.init()(de);
 
-    if (options.command == "parsers") return listParsers(de);
+    if (options.command == "parsers")
+        return listParsers(de);
     std::vector<std::string> paths = options.args;
     if (paths.empty()) {
         std::string error;

@@ -25,6 +25,17 @@ bool isAngular(const Types::CoordSysType& system) {
     return system.unitsCategory.value == Types::UnitsCategory::ANGULAR_DISTANCE;
 }
 
+// A level's columns or rows: the product of the divisions of levels 0 to `level`, as
+// an unsigned 32-bit product. The level itself is asked first, so a level past the
+// vector fails before any other.
+template <typename Divisions>
+unsigned int productOfDivisions(int level, Divisions divisionsAt) {
+    unsigned int product = divisionsAt(level);
+    for (int above = level - 1; above >= 0; --above)
+        product *= divisionsAt(above);
+    return product;
+}
+
 // ---------------------------------------------------------------- conversion
 
 enum class Kind { Geodetic, Geocentric, Utm, FlatEarth, Unsupported };
@@ -279,18 +290,12 @@ unsigned int DtMetaFlightDescription::geometryGridLevelRowDivisions(const std::s
 
 unsigned int DtMetaFlightDescription::geometryGridLevelColumns(const std::string& name,
                                                                int level) const {
-    unsigned int columns = geometryGridLevelColDivisions(name, level);
-    for (int above = level - 1; above >= 0; --above)
-        columns *= geometryGridLevelColDivisions(name, above);
-    return columns;
+    return productOfDivisions(level, [&](int l) { return geometryGridLevelColDivisions(name, l); });
 }
 
 unsigned int DtMetaFlightDescription::geometryGridLevelRows(const std::string& name,
                                                             int level) const {
-    unsigned int rows = geometryGridLevelRowDivisions(name, level);
-    for (int above = level - 1; above >= 0; --above)
-        rows *= geometryGridLevelRowDivisions(name, above);
-    return rows;
+    return productOfDivisions(level, [&](int l) { return geometryGridLevelRowDivisions(name, l); });
 }
 
 Types::TileType DtMetaFlightDescription::geometryGridLevelTileType(const std::string& name,
@@ -491,19 +496,14 @@ unsigned int DtMetaFlightDescription::virtualTextureGridLevelRowDivisions(const 
 
 unsigned int DtMetaFlightDescription::virtualTextureGridLevelColumns(const std::string& name,
                                                                      int level) const {
-    unsigned int columns = virtualTextureGridLevelColDivisions(name, level);
-    for (int above = level - 1; above >= 0; --above) {
-        columns *= virtualTextureGridLevelColDivisions(name, above);
-    }
-    return columns;
+    return productOfDivisions(level,
+                              [&](int l) { return virtualTextureGridLevelColDivisions(name, l); });
 }
 
 unsigned int DtMetaFlightDescription::virtualTextureGridLevelRows(const std::string& name,
                                                                   int level) const {
-    unsigned int rows = virtualTextureGridLevelRowDivisions(name, level);
-    for (int above = level - 1; above >= 0; --above)
-        rows *= virtualTextureGridLevelRowDivisions(name, above);
-    return rows;
+    return productOfDivisions(level,
+                              [&](int l) { return virtualTextureGridLevelRowDivisions(name, l); });
 }
 
 // ---------------------------------------------------------------- conversion

@@ -44,8 +44,12 @@ public:
             return;
         }
         const double perSecond = itemsPerIteration / (found->second * 1e-9);
-        std::printf("rate %s = %.2f M %s/s (goal: %.0f M/s)\n", name.c_str(), perSecond / 1e6,
-                    items, goal / 1e6);
+        if (goal > 0) {
+            std::printf("rate %s = %.2f M %s/s (goal: %.0f M/s)\n", name.c_str(), perSecond / 1e6,
+                        items, goal / 1e6);
+        } else {
+            std::printf("rate %s = %.2f %s/s\n", name.c_str(), perSecond, items);
+        }
     }
 
 private:

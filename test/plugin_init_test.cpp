@@ -121,6 +121,7 @@ TEST(PluginInit, theFactoryChoosesByExtensionWhateverItsCase) {
     EXPECT_EQ(flt->filePath(), "/x/Tile.FLT");
     EXPECT_EQ(factory.parserNameForPath("a.tiff"), "DtGeoTiffHeaderParser");
     EXPECT_EQ(factory.parserNameForPath("a.MFT"), "DtMetaFlightHeaderParser");
+    EXPECT_EQ(factory.parserNameForPath("a.medf"), "DtWktHeaderParser");
     EXPECT_EQ(factory.parserNameForPath("a.jpeg"), "DtImageHeaderParser");
     EXPECT_EQ(factory.createHeaderParser("/x/noextension"), nullptr);
     EXPECT_EQ(factory.createHeaderParser("/x/model.unknown"), nullptr);

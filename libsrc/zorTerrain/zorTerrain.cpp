@@ -9,6 +9,7 @@
 #include "zorCore/DtHeaderParser.h"
 #include "zorTerrain/DtMetaFlightHeaderParser.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
+#include "zorTerrain/DtWktHeaderParser.h"
 
 namespace kelZor {
 namespace zorTerrain {
@@ -36,6 +37,7 @@ void registerHeaderParsers(DtDe& de) {
                    {"mft"});
     registerParser(factory, "DtGeoTiffHeaderParser", new DtGeoTiffHeaderParserCreator,
                    {"tif", "tiff"});
+    registerParser(factory, "DtWktHeaderParser", new DtWktHeaderParserCreator, {"osg", "ive", "medf"});
     registerParser(factory, "DtImageHeaderParser", new DtImageHeaderParserCreator,
                    {"jpeg", "jpg", "bmp", "png", "gif", "rgb"});
 }

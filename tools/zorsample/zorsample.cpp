@@ -6,6 +6,9 @@
 // projection the OpenFlight parser accepts, with the fields it reads set as a modeller
 // would: format revision 1640, origin, UTM zone, Lambert parallels. Nothing follows the
 // header, as in a database shell before any geometry is added.
+// Model file: bytes of a binary model with the keys "WKT Coordinate System" (ESRI WKT of
+// EPSG:32733, UTM 33 S, as `gdalsrsinfo -o wkt_esri` writes it), "X Origin" and
+// "Y Origin" embedded, as a model writer stores them.
 // GeoTIFF: a 16 x 16 Int16 elevation raster in UTM zone 32 north (EPSG:32632), 30 m
 // posts, written through GDAL.
 #include <gdal_priv.h>
@@ -84,6 +87,24 @@ bool writeGeoTiff(const std::string& path) {
                                                GDT_Int16, 0, 0) == CE_None;
 }
 
+bool writeModel(const std::string& path) {
+    OGRSpatialReference srs;
+    if (srs.importFromEPSG(32733) != OGRERR_NONE) return false;
+    srs.morphToESRI();
+    char* wkt = nullptr;
+    srs.exportToWkt(&wkt);
+    static const char header[] = "\x89OSGB\0\x01\x00model header";
+    std::string bytes(header, sizeof header - 1);
+    bytes += "WKT Coordinate System: ";
+    bytes += wkt ? wkt : "";
+    CPLFree(wkt);
+    bytes += std::string("\0X Origin: 0\0Y Origin: 0\0", 26);
+    bytes += std::string(64, '\x7f');  // stands for the geometry
+    std::ofstream out(path, std::ios::binary);
+    out << bytes;
+    return static_cast<bool>(out);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -102,6 +123,7 @@ int main(int argc, char** argv) {
     for (const FltSample& sample : samples)
         ok = writeFlt(directory, sample) && ok;
     ok = writeGeoTiff(directory + "/elevation_utm32n.tif") && ok;
+    ok = writeModel(directory + "/harbour_utm33s.osg") && ok;
     if (!ok)
         std::cerr << "zorsample: could not write every sample into " << directory << "\n";
     return ok ? 0 : 1;

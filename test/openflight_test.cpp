@@ -76,8 +76,9 @@ TEST(OpenFlightHeaderParser, geocentricCodeSwapsAtRevision1580) {
         const Answer a = parseHeader(f);
         EXPECT_EQ(a.valid, c.valid);
         EXPECT_EQ(a.patches, c.valid ? 1u : 0u);
-        if (c.valid)
+        if (c.valid) {
             EXPECT_EQ(a.type, DtCoordinateConverter::Geocentric);
+        }
     }
 }
 

@@ -342,24 +342,19 @@ unsigned int DtMetaFlightParser::numberOfChildElements() const {
     return count;
 }
 
-bool DtMetaFlightParser::readFirstChildElement() {
-    if (!currentElement_)
+bool DtMetaFlightParser::moveTo(xmlNode* element) {
+    if (!element)
         return false;
-    xmlNode* child = firstElement(currentElement_->children);
-    if (!child)
-        return false;
-    currentElement_ = child;
+    currentElement_ = element;
     return true;
 }
 
+bool DtMetaFlightParser::readFirstChildElement() {
+    return currentElement_ && moveTo(firstElement(currentElement_->children));
+}
+
 bool DtMetaFlightParser::readNextElement() {
-    if (!currentElement_)
-        return false;
-    xmlNode* next = firstElement(currentElement_->next);
-    if (!next)
-        return false;
-    currentElement_ = next;
-    return true;
+    return currentElement_ && moveTo(firstElement(currentElement_->next));
 }
 
 bool DtMetaFlightParser::readPreviousElement() {
@@ -368,17 +363,11 @@ bool DtMetaFlightParser::readPreviousElement() {
     xmlNode* previous = currentElement_->prev;
     while (previous && !isElement(previous))
         previous = previous->prev;
-    if (!previous)
-        return false;
-    currentElement_ = previous;
-    return true;
+    return moveTo(previous);
 }
 
 bool DtMetaFlightParser::readParentElement() {
-    if (!currentElement_ || !isElement(currentElement_->parent))
-        return false;
-    currentElement_ = currentElement_->parent;
-    return true;
+    return currentElement_ && isElement(currentElement_->parent) && moveTo(currentElement_->parent);
 }
 
 xmlDoc* DtMetaFlightParser::createDocument(const std::string& fileName, std::string& errorMessage) {

@@ -118,6 +118,8 @@ protected:
     static void replaceAll(std::string& text, const std::string& from, const std::string& to);
 
 private:
+    // Makes `element` current; false, the cursor unmoved, for null.
+    bool moveTo(xmlNode* element);
     static bool mergeDocument(xmlNode* mainDatabase, const std::string& fileName,
                               std::string& errorMessage);
 

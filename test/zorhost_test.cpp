@@ -34,7 +34,9 @@ std::string slurp(const std::string& path) {
 
 ZorhostRun zorhost(const std::string& arguments) {
     TempDir dir;
-    const std::string command = std::string("'") + ZORHOST_PATH + "' " + arguments + " >'" +
+    // From the repository's root, where the sample description's directories resolve.
+    const std::string command = std::string("cd '") + ZOR_SOURCE_DIR + "' && '" + ZORHOST_PATH + "' " +
+                                arguments + " >'" +
                                 dir.file("out") + "' 2>'" + dir.file("err") + "'";
     const int raw = std::system(command.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir.file("out")), slurp(dir.file("err"))};
@@ -57,7 +59,8 @@ TEST(Zorhost, inspectsTheSampleSetByDefault) {
          {"\"parser\":\"DtOpenFlightHeaderParser\"", "\"coordinateSystem\":\"FlatEarth\"",
           "\"coordinateSystem\":\"Lambert\"", "\"coordinateSystem\":\"Geocentric\"",
           "\"parser\":\"DtGeoTiffHeaderParser\"", "\"schema\":\"Terrain\"",
-          "\"parser\":\"DtMetaFlightHeaderParser\""}) {
+          "\"parser\":\"DtMetaFlightHeaderParser\"", "\"parser\":\"DtSorrelKslHeaderParser\"",
+          "\"filename\":\"data/sample/geocentric.flt\"", "\"parser\":\"DtWktHeaderParser\""}) {
         EXPECT_NE(run.out.find(expected), std::string::npos) << expected;
     }
     EXPECT_EQ(run.out.front(), '[');

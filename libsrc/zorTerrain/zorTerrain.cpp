@@ -9,6 +9,7 @@
 #include "zorCore/DtHeaderParser.h"
 #include "zorTerrain/DtMetaFlightHeaderParser.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
+#include "zorTerrain/DtSorrelKslHeaderParser.h"
 #include "zorTerrain/DtWktHeaderParser.h"
 
 namespace kelZor {
@@ -35,6 +36,8 @@ void registerHeaderParsers(DtDe& de) {
                    {"flt"});
     registerParser(factory, "DtMetaFlightHeaderParser", new DtMetaFlightHeaderParserCreator,
                    {"mft"});
+    registerParser(factory, "DtSorrelKslHeaderParser", new DtSorrelKslHeaderParserCreator,
+                   {"ksl"});
     registerParser(factory, "DtGeoTiffHeaderParser", new DtGeoTiffHeaderParserCreator,
                    {"tif", "tiff"});
     registerParser(factory, "DtWktHeaderParser", new DtWktHeaderParserCreator, {"osg", "ive", "medf"});

@@ -67,7 +67,8 @@ Commands:
 
 Options:
   --plugin PATH      The plug-in library to load. Default: $ZORTERRAIN_PLUGIN,
-                     else the one built beside zorhost, else the installed one.
+                     else the one installed with zorhost (../lib beside it),
+                     else the one of the build tree.
   --config-dir DIR   The engine's configuration directory handed to the plug-in
                      (default: empty).
   --sample-dir DIR   The sample terrain set used when no PATH is given. Default:

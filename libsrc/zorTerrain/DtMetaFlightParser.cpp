@@ -226,6 +226,12 @@ int textToInt(const char* text) {
 DtMetaFlightParser::DtMetaFlightParser() = default;
 DtMetaFlightParser::~DtMetaFlightParser() = default;
 
+xmlNode* DtMetaFlightParser::loadDatabase(const std::string& fileName, DtXmlDocPtr& document,
+                                          std::string& errorMessage) {
+    document.reset(createDocument(fileName, errorMessage));
+    return document ? findDatabaseNode(document.get(), errorMessage) : nullptr;
+}
+
 bool DtMetaFlightParser::openFile(const std::string& fileName,
                                   const std::string& virtualTextureFileName,
                                   std::string& errorMessage) {
@@ -235,10 +241,8 @@ bool DtMetaFlightParser::openFile(const std::string& fileName,
     fileName_ = fileName;
     virtualTextureFileName_ = fileName;
 
-    DtXmlDocPtr document(createDocument(fileName, errorMessage));
-    if (!document)
-        return false;
-    xmlNode* database = findDatabaseNode(document.get(), errorMessage);
+    DtXmlDocPtr document;
+    xmlNode* database = loadDatabase(fileName, document, errorMessage);
     if (!database)
         return false;
     if (!virtualTextureFileName.empty()) {
@@ -254,10 +258,8 @@ bool DtMetaFlightParser::openFile(const std::string& fileName,
 
 bool DtMetaFlightParser::mergeDocument(xmlNode* mainDatabase, const std::string& fileName,
                                        std::string& errorMessage) {
-    DtXmlDocPtr second(createDocument(fileName, errorMessage));
-    if (!second)
-        return false;
-    xmlNode* secondDatabase = findDatabaseNode(second.get(), errorMessage);
+    DtXmlDocPtr second;
+    xmlNode* secondDatabase = loadDatabase(fileName, second, errorMessage);
     if (!secondDatabase)
         return false;
     for (xmlNode* child = secondDatabase->children; child; child = child->next) {
@@ -663,18 +665,14 @@ bool DtMetaFlightParser::publish(const std::string& fileName, const std::string&
                                  bool setSwitchDistance, float switchDistance,
                                  PublishSummary& summary) {
     summary = PublishSummary();
-    DtXmlDocPtr document(createDocument(fileName, errorMessage));
-    if (!document)
-        return false;
-    xmlNode* database = findDatabaseNode(document.get(), errorMessage);
+    DtXmlDocPtr document;
+    xmlNode* database = loadDatabase(fileName, document, errorMessage);
     if (!database)
         return false;
 
     if (!mergeFileName.empty()) {
-        DtXmlDocPtr second(createDocument(mergeFileName, errorMessage));
-        if (!second)
-            return false;
-        xmlNode* secondDatabase = findDatabaseNode(second.get(), errorMessage);
+        DtXmlDocPtr second;
+        xmlNode* secondDatabase = loadDatabase(mergeFileName, second, errorMessage);
         if (!secondDatabase)
             return false;
         mergeByTag(database, secondDatabase, summary);

@@ -120,6 +120,9 @@ protected:
 private:
     // Makes `element` current; false, the cursor unmoved, for null.
     bool moveTo(xmlNode* element);
+    // Reads a file into `document` and answers its "Database"; null with the message.
+    static xmlNode* loadDatabase(const std::string& fileName, DtXmlDocPtr& document,
+                                 std::string& errorMessage);
     static bool mergeDocument(xmlNode* mainDatabase, const std::string& fileName,
                               std::string& errorMessage);
 

@@ -12,7 +12,21 @@
 #include <map>
 #include <vector>
 
+#include <string>
+
 #include "hxutil/DtException.h"
+#include "hxutil/DtFilename.h"
+
+// Throws DtTemplatedException<code>, built where it is thrown as the engine's handlers
+// expect to read it: message prefix + detail, full signature, source file name without
+// its directory, line, no previous exception.
+#define ZOR_THROW(code, prefix, detail)                                                      \
+    throw DtTemplatedException<code>((std::string(prefix) + (detail)).c_str(),               \
+                                     __PRETTY_FUNCTION__,                                    \
+                                     DtFilename::stripPath(DtFilename(__FILE__)).c_str(),    \
+                                     __LINE__, nullptr)
+#define ZOR_THROW_INVALID_INPUT(detail) ZOR_THROW(-1, "DtInvalidInput: ", detail)
+#define ZOR_THROW_CORRUPTED_STATE(detail) ZOR_THROW(-3, "DtCorruptedState: ", detail)
 
 namespace kelZor {
 
@@ -20,7 +34,7 @@ template <typename K, typename V>
 const V& findOrThrow(const std::map<K, V>& map, K key) {
     const auto found = map.find(key);
     if (found == map.end())
-        DtThrowInvalidInput("Unable to find key");
+        ZOR_THROW_INVALID_INPUT("Unable to find key");
     return found->second;
 }
 
@@ -28,7 +42,7 @@ const V& findOrThrow(const std::map<K, V>& map, K key) {
 template <typename K, typename V>
 const V& findByIndexOrThrow(const std::map<K, V>& map, int index) {
     if (index < 0 || static_cast<size_t>(index) >= map.size()) {
-        DtThrowInvalidInput("Index out of range.");
+        ZOR_THROW_INVALID_INPUT("Index out of range.");
     }
     return std::next(map.begin(), index)->second;
 }
@@ -36,7 +50,7 @@ const V& findByIndexOrThrow(const std::map<K, V>& map, int index) {
 template <typename V>
 const V& findByIndexOrThrow(const std::vector<V>& vector, int index) {
     if (index < 0 || static_cast<size_t>(index) >= vector.size()) {
-        DtThrowInvalidInput("Index out of range.");
+        ZOR_THROW_INVALID_INPUT("Index out of range.");
     }
     return vector[static_cast<size_t>(index)];
 }

@@ -323,9 +323,9 @@ void DtMetaFlightDescription::geometryGridTileCenter(const std::string& name, un
     const unsigned int rows = geometryGridLevelRows(name, static_cast<int>(level));
     const unsigned int columns = geometryGridLevelColumns(name, static_cast<int>(level));
     if (row >= rows)
-        DtThrowInvalidInput("Row out of range.");
+        ZOR_THROW_INVALID_INPUT("Row out of range.");
     if (col >= columns)
-        DtThrowInvalidInput("Row out of range.");
+        ZOR_THROW_INVALID_INPUT("Row out of range.");
     const double spacingX = extent.x / columns;
     const double spacingY = extent.y / rows;
     const double centerX = origin.x + spacingX * (col + 1.0) - spacingX / 2.0;
@@ -367,10 +367,10 @@ void DtMetaFlightDescription::geometryGridTileOffset(const std::string& name, un
         --ancestor;
     }
     if (ancestor < 0)
-        DtThrowCorruptedState("Metaflight Corrupt, top level can't be LOCALIZED DEPENDENT");
+        ZOR_THROW_CORRUPTED_STATE("Metaflight Corrupt, top level can't be LOCALIZED DEPENDENT");
     // A level that divides by 0 has no tiles at all.
     if (rowFactor == 0 || colFactor == 0)
-        DtThrowInvalidInput("Row out of range.");
+        ZOR_THROW_INVALID_INPUT("Row out of range.");
     geometryGridTileCenter(name, static_cast<unsigned int>(ancestor), row / rowFactor,
                            col / colFactor, x, y, z);
 }
@@ -515,7 +515,7 @@ void DtMetaFlightDescription::convertPosition(CoordSys source, CoordSys destinat
     const Kind from = kindOf(source, projectedSource);
     const Kind to = kindOf(destination, projectedDestination);
     if (from == Kind::Unsupported || to == Kind::Unsupported) {
-        DtThrowCorruptedState("Unsupported Database Coordinate System");
+        ZOR_THROW_CORRUPTED_STATE("Unsupported Database Coordinate System");
     }
     if (from == to)
         return;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "matrix/DtAngles.h"
+#include "zorTerrain/DtStandardPatchRecord.h"
 #include "zorTerrain/DtMetaFlightDescription.h"
 #include "zorTerrain/DtMetaFlightParser.h"
 #include "zorUtil/DtCoordinateConverter.h"
@@ -32,11 +33,13 @@ enum class Selection { Converter, Refused, NoSystem };
 
 // The converter for a data coordinate system, by its kind.
 Selection selectConverter(const boost::shared_ptr<Types::CoordSysType>& system,
-                          std::unique_ptr<DtCoordinateConverter>& converter) {
+                          std::unique_ptr<DtCoordinateConverter>& converter, const char*& type) {
     if (auto projected = boost::dynamic_pointer_cast<Types::ProjectedCoordSys>(system)) {
         if (projected->uTM) {
+            type = DtCoordinateConverter::UTM;
             converter = utmConverterOf(*projected);
         } else if (projected->flatEarth) {
+            type = DtCoordinateConverter::FlatEarth;
             auto flat = std::make_unique<DtFlatEarthCoordinateConverter>();
             flat->init(DtDeg2Rad(projected->flatEarth->originLatitude),
                        DtDeg2Rad(projected->flatEarth->originLongitude));
@@ -49,6 +52,7 @@ Selection selectConverter(const boost::shared_ptr<Types::CoordSysType>& system,
     if (auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system)) {
         if (nonProjected->geoType.value != Types::GeoType::GEOCENTRIC)
             return Selection::Refused;
+        type = DtCoordinateConverter::Geocentric;
         converter = std::make_unique<DtGeocentricCoordinateConverter>();
         return Selection::Converter;
     }
@@ -76,17 +80,20 @@ bool DtMetaFlightHeaderParser::isValid() {
         return false;
 
     std::unique_ptr<DtCoordinateConverter> converter;
-    switch (selectConverter(description.geometryDatasetDataCoordinateSystem(name), converter)) {
+    const char* type = nullptr;
+    switch (selectConverter(description.geometryDatasetDataCoordinateSystem(name), converter,
+                            type)) {
         case Selection::Refused:
             return false;
         case Selection::Converter:
-            terrainCoordinateSystem_ = converter->type();
+            terrainCoordinateSystem_ = type;
             terrainCoordinateSystemParameters_ = converter->stringRep();
             break;
         case Selection::NoSystem:
             break;
     }
-    addStandardPatchRecord(filePath_);
+    appendStandardPatchRecord(terrainPatchRecords_, filePath_, terrainCoordinateSystem_,
+                              terrainCoordinateSystemParameters_);
     return true;
 }
 

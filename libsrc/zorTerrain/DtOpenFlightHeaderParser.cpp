@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "matrix/DtAngles.h"
+#include "zorTerrain/DtStandardPatchRecord.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace kelZor {
@@ -27,7 +28,8 @@ long clampedZone(int16_t zone) {
     return (zone < 0 || zone > 60) ? 0 : zone;
 }
 
-std::unique_ptr<DtCoordinateConverter> converterFor(const Header& header) {
+// The converter of the header's projection, with the type constant it stands for.
+std::unique_ptr<DtCoordinateConverter> converterFor(const Header& header, const char*& type) {
     const int revision = header.formatRevision;
     const int geocentricCode =
         revision < DtOpenFlightHeaderParser::geocentricCodeSwapRevision ? 5 : 6;
@@ -35,9 +37,12 @@ std::unique_ptr<DtCoordinateConverter> converterFor(const Header& header) {
     const double originLat = header.originLatitude;
     const double originLon = header.originLongitude;
 
-    if (projection == geocentricCode)
+    if (projection == geocentricCode) {
+        type = DtCoordinateConverter::Geocentric;
         return std::make_unique<DtGeocentricCoordinateConverter>();
+    }
     if (projection == DtOpenFlightHeaderParser::Utm) {
+        type = DtCoordinateConverter::UTM;
         auto utm = std::make_unique<DtUtmCoordinateConverter>();
         utm->init(originLat, originLon, clampedZone(header.utmZone), 0);
         return utm;
@@ -45,12 +50,14 @@ std::unique_ptr<DtCoordinateConverter> converterFor(const Header& header) {
     if (projection == DtOpenFlightHeaderParser::Lambert) {
         // Lower before upper: the converter takes its parallels the other way round
         // from the file.
+        type = DtCoordinateConverter::Lambert;
         auto lambert = std::make_unique<DtLambertCoordinateConverter>();
         lambert->init(originLat, originLon, header.lambertLowerLatitude,
                       header.lambertUpperLatitude);
         return lambert;
     }
     if (projection == DtOpenFlightHeaderParser::FlatEarth) {
+        type = DtCoordinateConverter::FlatEarth;
         auto flat = std::make_unique<DtFlatEarthCoordinateConverter>();
         flat->init(DtDeg2Rad(originLat), DtDeg2Rad(originLon));
         return flat;
@@ -81,12 +88,14 @@ bool DtOpenFlightHeaderParser::isValid() {
 }
 
 bool DtOpenFlightHeaderParser::parseOpenFlightHeader(const OpenflightHeader& header) {
-    std::unique_ptr<DtCoordinateConverter> converter = converterFor(header);
+    const char* type = nullptr;
+    std::unique_ptr<DtCoordinateConverter> converter = converterFor(header, type);
     if (!converter)
         return false;
-    terrainCoordinateSystem_ = converter->type();
+    terrainCoordinateSystem_ = type;
     terrainCoordinateSystemParameters_ = converter->stringRep();
-    addStandardPatchRecord(filePath_);
+    appendStandardPatchRecord(terrainPatchRecords_, filePath_, terrainCoordinateSystem_,
+                              terrainCoordinateSystemParameters_);
     return true;
 }
 

@@ -1,6 +1,7 @@
 #include "zorTerrain/DtSorrelKslHeaderParser.h"
 
 #include "zorTerrain/DtSorrelKslFileReader.h"
+#include "zorTerrain/DtStandardPatchRecord.h"
 
 namespace kelZor {
 
@@ -25,7 +26,8 @@ bool DtSorrelKslHeaderParser::isValid() {
 }
 
 void DtSorrelKslHeaderParser::addTerrainPatchRecord(const std::string& patchFile) {
-    addStandardPatchRecord(patchFile);
+    appendStandardPatchRecord(terrainPatchRecords_, patchFile, terrainCoordinateSystem_,
+                              terrainCoordinateSystemParameters_);
 }
 
 DtHeaderParser* DtSorrelKslHeaderParserCreator::create(DtDe&, const std::string& filePath) const {

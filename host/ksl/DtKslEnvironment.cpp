@@ -55,94 +55,113 @@ DtlObjPtr listOf(const std::vector<DtlObjPtr>& items) {
     return list;
 }
 
-// Reads every top-level form of a text without recursion.
-std::vector<Form> readForms(const std::string& text) {
-    struct Open {
-        std::vector<DtlObjPtr> items;
-        int quotes;  // quote marks in front of the list
-        int line;
-    };
-    std::vector<Form> forms;
-    std::vector<Open> open;
-    int quotes = 0;
-    int line = 1;
-    int formLine = 1;
-    auto finish = [&](DtlObjPtr object) {
-        for (; quotes > 0; --quotes)
-            object = listOf({DtlObj::symbol("quote"), object});
-        if (open.empty()) {
-            forms.push_back({object, formLine});
-        } else {
-            open.back().items.push_back(object);
-        }
-    };
-    for (size_t at = 0; at < text.size();) {
-        const char c = text[at];
-        if (c == '\n')
-            ++line;
-        if (std::isspace(static_cast<unsigned char>(c))) {
-            ++at;
-        } else if (c == ';') {
-            while (at < text.size() && text[at] != '\n')
-                ++at;
-        } else if (c == '\'') {
-            if (open.empty() && quotes == 0)
-                formLine = line;
-            ++quotes;
-            ++at;
-        } else if (c == '(') {
-            if (open.size() >= static_cast<size_t>(DtKslEnvironment::maxNesting)) {
-                throw KslError{line, "lists nested deeper than " +
-                                         std::to_string(DtKslEnvironment::maxNesting)};
+// Reads the top-level forms of a text one at a time, without recursion, so a form is
+// evaluated before the next is read, as a Lisp load does: a syntax error further on
+// leaves the bindings of the forms before it in place.
+class FormReader {
+public:
+    explicit FormReader(const std::string& text) : text_(text) {}
+
+    // False at the end of the text; throws KslError on a syntax error.
+    bool next(Form& form) {
+        struct Open {
+            std::vector<DtlObjPtr> items;
+            int quotes;  // quote marks in front of the list
+            int line;
+        };
+        std::vector<Open> open;
+        int quotes = 0;
+        bool done = false;
+        auto finish = [&](DtlObjPtr object) {
+            for (; quotes > 0; --quotes)
+                object = listOf({DtlObj::symbol("quote"), object});
+            if (open.empty()) {
+                form = {object, formLine_};
+                done = true;
+            } else {
+                open.back().items.push_back(object);
             }
+        };
+        auto startsForm = [&] {
             if (open.empty() && quotes == 0)
-                formLine = line;
-            open.push_back({{}, quotes, line});
-            quotes = 0;
-            ++at;
-        } else if (c == ')') {
-            if (open.empty())
-                throw KslError{line, "unbalanced \")\""};
-            if (quotes)
-                throw KslError{line, "quote before \")\""};
-            Open done = std::move(open.back());
-            open.pop_back();
-            quotes = done.quotes;
-            finish(listOf(done.items));
-            ++at;
-        } else if (c == '"') {
-            const int start = line;
-            if (open.empty() && quotes == 0)
-                formLine = line;
-            std::string value;
-            for (++at;; ++at) {
-                if (at >= text.size())
-                    throw KslError{start, "unterminated string"};
-                if (text[at] == '"')
-                    break;
-                if (text[at] == '\n')
-                    ++line;
-                if (text[at] == '\\' && at + 1 < text.size())
-                    ++at;
-                value += text[at];
+                formLine_ = line_;
+        };
+        while (!done && at_ < text_.size()) {
+            const char c = text_[at_];
+            if (c == '\n')
+                ++line_;
+            if (std::isspace(static_cast<unsigned char>(c))) {
+                ++at_;
+            } else if (c == ';') {
+                while (at_ < text_.size() && text_[at_] != '\n')
+                    ++at_;
+            } else if (c == '\'') {
+                startsForm();
+                ++quotes;
+                ++at_;
+            } else if (c == '(') {
+                if (open.size() >= static_cast<size_t>(DtKslEnvironment::maxNesting)) {
+                    throw KslError{line_, "lists nested deeper than " +
+                                              std::to_string(DtKslEnvironment::maxNesting)};
+                }
+                startsForm();
+                open.push_back({{}, quotes, line_});
+                quotes = 0;
+                ++at_;
+            } else if (c == ')') {
+                if (open.empty())
+                    throw KslError{line_, "unbalanced \")\""};
+                if (quotes)
+                    throw KslError{line_, "quote before \")\""};
+                Open closed = std::move(open.back());
+                open.pop_back();
+                quotes = closed.quotes;
+                ++at_;
+                finish(listOf(closed.items));
+            } else if (c == '"') {
+                startsForm();
+                finish(DtlObj::string(readString()));
+            } else {
+                startsForm();
+                const size_t begin = at_;
+                while (at_ < text_.size() && !isDelimiter(text_[at_]))
+                    ++at_;
+                finish(atom(text_.substr(begin, at_ - begin)));
             }
-            ++at;
-            finish(DtlObj::string(value));
-        } else {
-            if (open.empty() && quotes == 0)
-                formLine = line;
-            const size_t begin = at;
-            while (at < text.size() && !isDelimiter(text[at]))
-                ++at;
-            finish(atom(text.substr(begin, at - begin)));
         }
+        if (done)
+            return true;
+        if (!open.empty())
+            throw KslError{open.back().line, "unterminated list"};
+        if (quotes)
+            throw KslError{line_, "quote at the end of the text"};
+        return false;
     }
-    if (!open.empty())
-        throw KslError{open.back().line, "unterminated list"};
-    if (quotes)
-        throw KslError{line, "quote at the end of the text"};
-    return forms;
-}
+
+private:
+    std::string readString() {
+        const int start = line_;
+        std::string value;
+        for (++at_;; ++at_) {
+            if (at_ >= text_.size())
+                throw KslError{start, "unterminated string"};
+            if (text_[at_] == '"')
+                break;
+            if (text_[at_] == '\n')
+                ++line_;
+            if (text_[at_] == '\\' && at_ + 1 < text_.size())
+                ++at_;
+            value += text_[at_];
+        }
+        ++at_;
+        return value;
+    }
+
+    const std::string& text_;
+    size_t at_ = 0;
+    int line_ = 1;
+    int formLine_ = 1;
+};
 
 bool isTrue(const DtlObjPtr& value) {
     return !value.isNull() && value->kind() != DtlObj::Nil;
@@ -173,7 +192,8 @@ public:
 
     DtlObjPtr run(const std::string& text) {
         DtlObjPtr value = DtlObj::nil();
-        for (const Form& form : readForms(text)) {
+        FormReader reader(text);
+        for (Form form; reader.next(form);) {
             line_ = form.line;
             value = eval(form.object, 0);
         }

@@ -24,13 +24,25 @@ DtlObjPtr valueOf(DtKslEnvironment* environment, const char* name,
     return value;
 }
 
-// "%lf,%lf,%lf" with all three numbers; fewer counts as unbound.
+// "%lf,%lf,%lf" with all three numbers, over the text of whatever the symbol is bound
+// to; fewer numbers count as unbound.
 bool threeNumbers(const DtlObjPtr& value, double (&numbers)[3]) {
-    if (value.isNull() || value->kind() != DtlObj::String || value->text().empty())
+    if (value.isNull())
         return false;
-    return std::sscanf(value->text().c_str(), "%lf,%lf,%lf", &numbers[0], &numbers[1],
-                       &numbers[2]) == 3;
+    const char* text = value->string();
+    return *text &&
+           std::sscanf(text, "%lf,%lf,%lf", &numbers[0], &numbers[1], &numbers[2]) == 3;
 }
+
+// The literals a "databaseType" value may begin with, each with the host's constant.
+struct TypePrefix {
+    const char* literal;
+    const char* const* type;
+};
+const TypePrefix typePrefixes[] = {{"UTM", &DtCoordinateConverter::UTM},
+                                   {"Lambert", &DtCoordinateConverter::Lambert},
+                                   {"FlatEarth", &DtCoordinateConverter::FlatEarth},
+                                   {"Geocentric", &DtCoordinateConverter::Geocentric}};
 
 }  // namespace
 
@@ -137,11 +149,10 @@ int DtSorrelKslFileReader::lookupType(DtKslEnvironment* environment) {
     const DtlObjPtr value = valueOf(environment, "databaseType", "DatabaseType");
     if (value.isNull())
         return 0;
-    const std::string text = value->string();
-    for (const char* type : {DtCoordinateConverter::UTM, DtCoordinateConverter::Lambert,
-                             DtCoordinateConverter::FlatEarth, DtCoordinateConverter::Geocentric}) {
-        if (text.compare(0, std::strlen(type), type) == 0) {
-            type_ = DtString(type);
+    const char* text = value->string();
+    for (const TypePrefix& prefix : typePrefixes) {
+        if (std::strncmp(text, prefix.literal, std::strlen(prefix.literal)) == 0) {
+            type_ = DtString(*prefix.type);
             return 1;
         }
     }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "matrix/DtAngles.h"
+#include "zorTerrain/DtStandardPatchRecord.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace kelZor {
@@ -29,9 +30,11 @@ public:
 
     explicit BlockReader(const std::string& path) : file_(std::fopen(path.c_str(), "rb")) {
         if (!file_) return;
-        // A small file needs no whole block; a large one reads a block at a time.
+        // A small file needs no whole block; a large one reads a block at a time. A pipe
+        // or a file whose size the system reports as 0 is read to its end in blocks.
         struct stat info;
-        const bool sized = fstat(fileno(file_.get()), &info) == 0 && info.st_size >= 0;
+        const bool sized = fstat(fileno(file_.get()), &info) == 0 && S_ISREG(info.st_mode) &&
+                           info.st_size > 0;
         capacity_ = sized ? std::min(blockSize, static_cast<size_t>(info.st_size) + 1) : blockSize;
         buffer_.reset(new char[capacity_]);
     }
@@ -116,7 +119,7 @@ double projectionParameter(const OGRSpatialReference& srs, const char* name, dou
     return srs.GetProjParm(name, fallback);
 }
 
-// An origin number is short; more than this is no number a file means.
+// An origin number is short; a longer text is refused rather than cut.
 constexpr size_t longestOrigin = 4096;
 
 }  // namespace
@@ -164,7 +167,9 @@ bool DtWktHeaderParser::getOrigin(const std::string& key, double& value) {
     skipSeparators(reader);
     std::string text;
     for (int c = reader.get(); c > 0 && c != 0x18 && c != 0x19 && c != '"'; c = reader.get()) {
-        if (text.size() < longestOrigin) text += static_cast<char>(c);
+        // Cutting a longer text would read a different number than the file holds.
+        if (text.size() == longestOrigin) return false;
+        text += static_cast<char>(c);
     }
     value = std::strtod(text.c_str(), nullptr);
     return true;
@@ -189,7 +194,10 @@ bool DtWktHeaderParser::parseWktString(const std::string& wkt, double x, double 
     } else if (wkt.find("GEOCCS") != std::string::npos) {
         ok = parseGeocentric(srs, x, y);
     }
-    if (ok) addStandardPatchRecord(filePath_);
+    if (ok) {
+        appendStandardPatchRecord(terrainPatchRecords_, filePath_, terrainCoordinateSystem_,
+                                  terrainCoordinateSystemParameters_);
+    }
     return ok;
 }
 

@@ -24,7 +24,8 @@ protected:
     // The text behind "WKT Coordinate System", up to the bracket that closes its first
     // "[", with backslash escapes undone; false without the key or without a "[".
     virtual bool getWktString(std::string& wkt);
-    // The number behind `key`; a missing file or key is the origin 0.0. Always true.
+    // The number behind `key`; a missing file or key is the origin 0.0. False only for a
+    // text longer than any number (4096 bytes), which is refused rather than cut.
     virtual bool getOrigin(const std::string& key, double& value);
     virtual bool parseWktString(const std::string& wkt, double x, double y);
     virtual bool parseGeocentric(const OGRSpatialReference& srs, double x, double y);

@@ -2,9 +2,9 @@
 # rules are written once.
 set(ZOR_WARNINGS -Wall -Wextra -Wshadow -Wmissing-declarations -Woverloaded-virtual)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # MetaFlight elements have virtual operations and, by design, no virtual destructor:
-  # each is owned through a shared_ptr made from its concrete type, which deletes it as
-  # that type.
+  # MetaFlight elements have virtual operations and no virtual destructor, keeping the
+  # layout engine code compiled against them expects: each is owned through a shared_ptr
+  # made from its concrete type, which deletes it as that type.
   list(APPEND ZOR_WARNINGS -Wno-delete-non-abstract-non-virtual-dtor)
 endif()
 

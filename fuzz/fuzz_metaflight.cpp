@@ -14,7 +14,7 @@
 namespace {
 
 // Every query a caller may make on the first and last tile of every level; their
-// failures are the design's exceptions (an unnamed dataset's name is not its key, so
+// failures are the library's own exceptions (an unnamed dataset's name is not its key, so
 // even the level count may throw).
 void queryGeometry(kelZor::DtMetaFlightDescription& d, const std::string& key) {
     {
@@ -91,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             description.parse(parser);
             query(description);
         } catch (const kelZor::DtMetaFlightTypes::EnumParseErrorException&) {
-            // The design's answer for unknown texts and dangling names.
+            // How the library answers unknown texts and dangling names.
         }
     } else if (error.empty()) {
         __builtin_trap();  // a failure always says why

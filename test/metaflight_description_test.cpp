@@ -257,6 +257,8 @@ TEST(MetaFlightFileNames, thePatternLanguage) {
     v["COL"] = 7;
     v["NEG"] = -5;
     v["LONG"] = std::string(2100, 'x');
+    v["BIG"] = 70000;
+    v["ZERO"] = 0;
     const char* const cases[][2] = {
         {"$(DSNAME)/L%02d$(LEVEL)/tile_%03d$(ROW)_%03d$(COL).$(FILEFORMAT)",
          "terrain/L03/tile_012_007.flt"},
@@ -269,6 +271,17 @@ TEST(MetaFlightFileNames, thePatternLanguage) {
         {"$(ROW)%d tail", "12%d tail"},
         {"%x$(ROW).%-4s$(FILEFORMAT)|", "c.flt |"},
         {"%+d$(NEG)%05u$(ROW)%#o$(COL)", "-50001207"},
+        // Whatever printf defines for an int is taken, as printf formats it.
+        {"%hd$(BIG)", "4464"},
+        {"%hhd$(BIG)", "112"},
+        {"%+u$(ROW)", "12"},
+        {"% x$(ROW)", "c"},
+        {"%.5000s$(DSNAME)", "terrain"},
+        {"%.00005d$(ROW)", "00012"},
+        {"%.2c$(ROW)", "\f"},
+        {"%0s$(DSNAME)", "terrain"},
+        {"%#d$(ROW)", "12"},
+        {"a%cb$(ZERO)tail", "atail"},  // the formatted piece is a C string
         // Unsafe or unfitting formats are refused like a bad pattern.
         {"%n$(ROW)", ""},
         {"%*d$(ROW)", ""},
@@ -276,11 +289,12 @@ TEST(MetaFlightFileNames, thePatternLanguage) {
         {"%s$(ROW)", ""},
         {"%d$(DSNAME)", ""},
         {"%ld$(ROW)", ""},
+        {"%lld$(ROW)", ""},
+        {"%zd$(ROW)", ""},
+        {"%hs$(DSNAME)", ""},
         {"%5000d$(ROW)", ""},
-        {"%.2c$(ROW)", ""},
-        {"%0s$(DSNAME)", ""},
+        {"%.2048d$(ROW)", ""},
         {"%$(ROW)", ""},
-        {"%#d$(ROW)", ""},
         {"$(LONG)", ""},
         {"%2046d$(ROW)", nullptr},
     };

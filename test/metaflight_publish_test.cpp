@@ -32,7 +32,7 @@ struct Publish {
     std::string merge;
 };
 
-// Publishes `input` into a new file; answers the design's result and the output text.
+// Publishes `input` into a new file; answers publish's result and the output text.
 std::pair<bool, std::string> publish(const TempDir& dir, const std::string& input, const Publish& p,
                                      std::string* error = nullptr) {
     const std::string in = dir.write("in.mft", input);

@@ -26,6 +26,9 @@ TEST(TilePathGenerator, givesWhatTheDescriptionGivesForEveryTile) {
         "$(DSNAME)/%n$(ROW)",  // refused: directory only
         "$(DSNAME)/$(ROW",
         "%2040d$(ROW)%2040d$(COL)",
+        // Backslashes in a format that goes through snprintf: "/" like any other.
+        "$(DSNAME)\\$(LEVELNAME)\\tile_%04x$(ROW)_%04x$(COL).$(FILEFORMAT)",
+        "$(DSNAME)/%hd$(ROW)\\% o$(COL)",
     };
     TempDir dir;
     std::filesystem::create_directories(dir.file("terrain"));
@@ -48,6 +51,7 @@ TEST(TilePathGenerator, givesWhatTheDescriptionGivesForEveryTile) {
                     generator.path(row, col, generated);
                     ASSERT_EQ(generated,
                               description.generateGeometryGridTileFilename("D", level, row, col));
+                    ASSERT_EQ(generated.find('\\'), std::string::npos);
                 }
             }
             // Outside the level, and past INT_MAX where the value wraps negative.

@@ -27,11 +27,12 @@ std::string DtZorFilesystem::rootDirectoryOfPath(const std::string& path) {
     return path.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
 }
 
+// What baseName leaves of the last component, with its point: "a.b" gives ".b", and a
+// name ending in "." gives ".", so that the two joined always give the component back.
 std::string DtZorFilesystem::extensionCaseSensitive(std::string path, bool caseSensitive) {
-    const DtString extension = DtFilename(path).extension();
-    if (extension.isEmpty())
-        return "";
-    return "." + (caseSensitive ? extension : extension.toLower()).stdString();
+    const std::string component = DtFilename::stripPath(DtFilename(path)).stdString();
+    const DtString extension(component.substr(baseName(path).size()));
+    return (caseSensitive ? extension : extension.toLower()).stdString();
 }
 
 }  // namespace kelZor

@@ -83,7 +83,7 @@ private:
     size_t size_ = 0;
 };
 
-// The whole file up to its first zero byte, or false with the design's message.
+// The whole file up to its first zero byte, or false with the loader's message.
 bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& errorMessage) {
     FilePtr file(std::fopen(path.c_str(), "rb"));
     if (!file) {
@@ -533,7 +533,8 @@ namespace {
 
 // The `index`-th node inside `start` (itself and its subtree, in document order) that
 // matches. Unlike findChildWithName the search ends with the element it starts from,
-// so a dataset never borrows a child of the one behind it.
+// so a dataset or a table never borrows a child of the one behind it. Searches from the
+// Database walk on into its following siblings, as every search of a document does.
 template <typename Predicate>
 xmlNode* findWithin(xmlNode* start, int index, Predicate matches) {
     if (!start || index < 0)
@@ -557,19 +558,57 @@ xmlNode* findWithin(xmlNode* start, const char* name, int index) {
     return findWithin(start, index, [&](const xmlNode* n) { return hasName(n, wanted); });
 }
 
+// The first node named `name` from the Database on: its subtree, then its following
+// siblings with theirs, as findChildWithName walks.
+xmlNode* findFromDatabase(xmlNode* database, const std::string& name) {
+    return findInWalk(database, 0, [&](const xmlNode* n) { return hasName(n, name); });
+}
+
 struct XmlFreeString {
     void operator()(xmlChar* text) const { xmlFree(text); }
 };
 
-// Writes the document beside `target` and renames it over the target once it is
-// complete and on disk: a failed or interrupted write leaves the target as it was.
-bool writeAtomically(xmlDoc* document, const std::string& target) {
+// The file a chain of symbolic links ends at (the path itself when it is no link), so
+// that publishing onto a link replaces what the link points to and keeps the link.
+std::string linkTarget(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat info;
+        if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode))
+            return path;
+        std::string target(static_cast<size_t>(PATH_MAX), '\0');
+        const ssize_t length = ::readlink(path.c_str(), &target[0], target.size());
+        if (length <= 0 || static_cast<size_t>(length) >= target.size())
+            return path;
+        target.resize(static_cast<size_t>(length));
+        const size_t slash = path.rfind('/');
+        path = target[0] == '/' || slash == std::string::npos ? target
+                                                               : path.substr(0, slash + 1) + target;
+    }
+    return path;
+}
+
+bool writeAll(FILE* file, const xmlChar* text, int size) {
+    return std::fwrite(text, 1, static_cast<size_t>(size), file) == static_cast<size_t>(size) &&
+           std::fflush(file) == 0;
+}
+
+// Writes the document so that a failed or interrupted write leaves the output as it
+// was: beside the file (the end of its links) under a temporary name, renamed over it
+// once complete and on disk. An output that is no regular file (a pipe, a terminal,
+// /dev/stdout) cannot be replaced and is written directly.
+bool writeAtomically(xmlDoc* document, const std::string& output) {
     xmlChar* raw = nullptr;
     int size = 0;
     xmlDocDumpMemory(document, &raw, &size);
     std::unique_ptr<xmlChar, XmlFreeString> text(raw);
     if (!text || size < 0)
         return false;
+    struct stat existing;
+    if (::stat(output.c_str(), &existing) == 0 && !S_ISREG(existing.st_mode)) {
+        FilePtr file(std::fopen(output.c_str(), "wb"));
+        return file && writeAll(file.get(), text.get(), size);
+    }
+    const std::string target = linkTarget(output);
     static unsigned counter = 0;
     const std::string temporary =
         target + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
@@ -577,10 +616,7 @@ bool writeAtomically(xmlDoc* document, const std::string& target) {
     {
         FilePtr file(std::fopen(temporary.c_str(), "wb"));
         if (file) {
-            written = std::fwrite(text.get(), 1, static_cast<size_t>(size), file.get()) ==
-                          static_cast<size_t>(size) &&
-                      std::fflush(file.get()) == 0 && fsync(fileno(file.get())) == 0;
-            struct stat existing;
+            written = writeAll(file.get(), text.get(), size) && fsync(fileno(file.get())) == 0;
             if (written && ::stat(target.c_str(), &existing) == 0) {
                 fchmod(fileno(file.get()), existing.st_mode & 07777);
             }
@@ -596,7 +632,7 @@ void mergeByTag(xmlNode* mainDatabase, xmlNode* secondDatabase,
                 DtMetaFlightParser::PublishSummary& summary) {
     for (xmlNode* child = secondDatabase->children; child; child = child->next) {
         if (!isElement(child) ||
-            findWithin(mainDatabase, reinterpret_cast<const char*>(child->name), 0)) {
+            findFromDatabase(mainDatabase, reinterpret_cast<const char*>(child->name))) {
             continue;
         }
         xmlNode* copy = xmlDocCopyNode(child, mainDatabase->doc, 1);
@@ -609,7 +645,7 @@ void mergeByTag(xmlNode* mainDatabase, xmlNode* secondDatabase,
 }
 
 void removeVirtualTextures(xmlNode* database, DtMetaFlightParser::PublishSummary& summary) {
-    while (xmlNode* dataset = findWithin(database, "VirtualTextureDataset", 0)) {
+    while (xmlNode* dataset = findFromDatabase(database, "VirtualTextureDataset")) {
         xmlUnlinkNode(dataset);
         xmlFreeNode(dataset);
         ++summary.virtualTexturesRemoved;
@@ -682,7 +718,7 @@ bool DtMetaFlightParser::publish(const std::string& fileName, const std::string&
 
     if (setSwitchDistance) {
         for (int n = 0;; ++n) {
-            xmlNode* dataset = findWithin(database, "GeometryGridDataset", n);
+            xmlNode* dataset = findChildWithName(database, "GeometryGridDataset", n);
             if (!dataset)
                 break;
             xmlNode* hierarchy = findWithin(dataset, "HierarchyType", 0);
@@ -703,12 +739,8 @@ bool DtMetaFlightParser::publish(const std::string& fileName, const std::string&
                 return false;
             }
             const std::string tableName(refTo);
-            xmlNode* table = findWithin(database, 0, [&](xmlNode* candidate) {
-                const char* name = isElement(candidate) && hasName(candidate, "SwitchDistanceTable")
-                                       ? attribute(candidate, "name")
-                                       : nullptr;
-                return name && tableName == name;
-            });
+            xmlNode* table =
+                findChildWithAttribute(database, "SwitchDistanceTable", "name", tableName);
             if (!table) {
                 errorMessage =
                     "Invalid refTo attribute: corresponding SwitchDistanceTable not found";
@@ -720,7 +752,7 @@ bool DtMetaFlightParser::publish(const std::string& fileName, const std::string&
     }
 
     if (useMedfGeometry) {
-        if (xmlNode* dataset = findWithin(database, "GeometryGridDataset", 0)) {
+        if (xmlNode* dataset = findChildWithName(database, "GeometryGridDataset", 0)) {
             xmlNode* format = findWithin(dataset, "FileFormat", 0);
             if (!format)
                 format = xmlNewChild(dataset, nullptr,
@@ -738,8 +770,8 @@ bool DtMetaFlightParser::publish(const std::string& fileName, const std::string&
         }
     }
 
-    // The answer is the design's: true once the write was attempted. A failed write
-    // leaves the target untouched; callers that must know check the target.
+    // True once the write was attempted, as engine tools expect of publish. A failed
+    // write leaves the target untouched; callers that must know check the target.
     writeAtomically(document.get(), outputFileName);
     return true;
 }

@@ -1,7 +1,5 @@
 #include "zorTerrain/DtMetaFlightTypes.h"
 
-#include <strings.h>
-
 #include <type_traits>
 
 #include "zorTerrain/DtMetaFlightParser.h"
@@ -11,6 +9,20 @@ namespace kelZor {
 using T = DtMetaFlightTypes;
 
 namespace {
+
+// Names and enumeration texts compare ASCII letters without case and every other byte
+// exactly, whatever locale the host has set.
+char asciiLower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+bool equalsIgnoringAsciiCase(const char* a, const char* b) {
+    for (; *a && *b; ++a, ++b) {
+        if (asciiLower(*a) != asciiLower(*b))
+            return false;
+    }
+    return *a == *b;
+}
+
 
 // Fills the member whose child name matches the cursor's element, by the member's kind.
 // Each call answers whether it matched, so a class's table reads as one chain:
@@ -84,7 +96,7 @@ public:
     }
 
 private:
-    bool is(const char* name) const { return type_ && strcasecmp(type_, name) == 0; }
+    bool is(const char* name) const { return type_ && equalsIgnoringAsciiCase(type_, name); }
 
     // Owned before it parses, so an exception out of parse loses nothing.
     template <typename Element>
@@ -110,7 +122,7 @@ template <typename Value, size_t N>
 void enumFromText(const char* const (&texts)[N], const std::string& text, Value& value,
                   const char* className) {
     for (size_t i = 0; i < N; ++i) {
-        if (strcasecmp(texts[i], text.c_str()) == 0 &&
+        if (equalsIgnoringAsciiCase(texts[i], text.c_str()) &&
             text.size() == std::char_traits<char>::length(texts[i])) {
             value = static_cast<Value>(i);
             return;

@@ -20,60 +20,45 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// A width or precision of at most four digits, below the expansion limit.
-bool readBoundedNumber(const std::string& text, size_t& at, int& value) {
-    size_t digits = 0;
+// A width or precision. Leading zeros count for nothing; a value that reaches the
+// expansion limit is `limit` (a width or integer precision that large cannot fit).
+void readNumber(const std::string& text, size_t& at, int& value) {
+    constexpr int limit = static_cast<int>(DtTilePathGenerator::maxExpansion);
     value = 0;
-    while (at < text.size() && isDigit(text[at])) {
-        value = value * 10 + (text[at] - '0');
-        if (++digits > 4)
-            return false;
-        ++at;
-    }
-    return value < static_cast<int>(DtTilePathGenerator::maxExpansion);
+    for (; at < text.size() && isDigit(text[at]); ++at)
+        value = std::min(limit, value * 10 + (text[at] - '0'));
 }
 
-// The flags each conversion may carry; the others are undefined for it in C.
-const char* allowedFlags(char conversion) {
-    switch (conversion) {
-        case 'd':
-        case 'i':
-            return "-+ 0";
-        case 'u':
-            return "-0";
-        case 'x':
-        case 'X':
-        case 'o':
-            return "-0#";
-        case 's':
-        case 'c':
-            return "-";
-        default:
-            return nullptr;
-    }
-}
-
-// Reads one conversion behind its '%'; `at` ends behind it.
+// Reads one conversion behind its '%'; `at` ends behind it. Any flag C or glibc defines
+// is taken; what a flag means for a conversion is printf's. Refused: a conversion that
+// does not fit the value, `*`, %n, a length modifier whose argument is not an int, and a
+// width, or a precision of a number, that alone reaches the expansion limit.
 bool readConversion(const std::string& text, size_t& at, bool textValue,
                     DtTilePathGenerator::Format& format) {
     while (at < text.size() && isFlag(text[at]))
         format.flags += text[at++];
-    if (!readBoundedNumber(text, at, format.width))
+    readNumber(text, at, format.width);
+    if (format.width >= static_cast<int>(DtTilePathGenerator::maxExpansion))
         return false;
     if (at < text.size() && text[at] == '.') {
         ++at;
-        if (!readBoundedNumber(text, at, format.precision))
-            return false;
+        readNumber(text, at, format.precision);
     }
+    // 'h' and "hh" narrow an int argument, so they fit it; no other length does.
+    size_t lengthBegin = at;
+    while (at < text.size() && text[at] == 'h' && at - lengthBegin < 2)
+        ++at;
+    format.shortLength = at != lengthBegin;
     if (at >= text.size())
         return false;  // incomplete
     const char conversion = text[at++];
     const bool fits = textValue ? conversion == 's' : std::strchr("diuxXoc", conversion) != nullptr;
-    const char* allowed = allowedFlags(conversion);
-    if (!fits || !allowed || (format.precision >= 0 && conversion == 'c'))
+    if (!fits || (format.shortLength && (conversion == 'c' || conversion == 's')))
         return false;
-    if (format.flags.find_first_not_of(allowed) != std::string::npos)
+    if (conversion != 's' && conversion != 'c' &&
+        format.precision >= static_cast<int>(DtTilePathGenerator::maxExpansion)) {
         return false;
+    }
     format.hasConversion = true;
     format.conversion = conversion;
     return true;
@@ -107,7 +92,7 @@ void appendInteger(std::string& out, const DtTilePathGenerator::Format& f, int32
 }
 
 void appendText(std::string& out, const DtTilePathGenerator::Format& f, const std::string& text) {
-    const bool left = !f.flags.empty();  // '-' is the only flag %s may carry
+    const bool left = f.leftAlign;
     if (!left)
         pad(out, text.size(), f.width, ' ');
     out += text;
@@ -147,9 +132,11 @@ bool DtTilePathGenerator::parseFormat(const std::string& formatting, bool textVa
     format.printfFormat = formatting;
     format.leftAlign = format.flags.find('-') != std::string::npos;
     format.zeroPad = !format.leftAlign && format.flags.find('0') != std::string::npos;
-    const bool simpleFlags = format.flags.find_first_not_of("-0") == std::string::npos;
+    const char* nativeFlags = format.conversion == 's' ? "-" : "-0";
+    const bool simpleFlags = format.flags.find_first_not_of(nativeFlags) == std::string::npos;
     format.native = !format.hasConversion ||
-                    (format.precision < 0 && simpleFlags && std::strchr("dius", format.conversion));
+                    (format.precision < 0 && !format.shortLength && simpleFlags &&
+                     std::strchr("dius", format.conversion));
     return true;
 }
 
@@ -178,7 +165,8 @@ bool DtTilePathGenerator::append(std::string& out, const Format& format, const S
             : std::snprintf(buffer, sizeof buffer, format.printfFormat.c_str(), value.number);
     if (written < 0 || static_cast<size_t>(written) >= sizeof buffer)
         return false;
-    out.append(buffer, static_cast<size_t>(written));
+    // The piece is a C string: a %c of the value 0 ends it.
+    out.append(buffer, ::strnlen(buffer, static_cast<size_t>(written)));
     return true;
 }
 
@@ -317,9 +305,15 @@ bool DtTilePathGenerator::expand(unsigned int row, unsigned int col, std::string
         const int32_t value = static_cast<int32_t>(segment.variable == Variable::Row ? row : col);
         if (segment.merged) {
             appendInteger(out, segment.format, value);
-        } else if (!append(out, segment.format, StringOrInt(value))) {
-            return false;
+            continue;
         }
+        const size_t start = out.size();
+        if (!append(out, segment.format, StringOrInt(value)))
+            return false;
+        // The fast road turned the pattern's own backslashes into "/" once; those that
+        // a format's literal text brings through snprintf are turned here.
+        if (fast_)
+            std::replace(out.begin() + static_cast<std::ptrdiff_t>(start), out.end(), '\\', '/');
     }
     out += tail_;
     return true;

@@ -35,6 +35,7 @@ public:
         std::string flags;
         int width = 0;
         int precision = -1;
+        bool shortLength = false;  // 'h' or "hh"
         std::string printfFormat;  // the whole format, as printf would be given it
         bool native = false;       // formatted here rather than by snprintf
         bool leftAlign = false;    // '-': pad with spaces behind

@@ -7,6 +7,7 @@ packages=(
   cmake ninja-build g++ make pkg-config
   clang libclang-rt-14-dev clang-format
   libxml2-dev libgdal-dev gdal-bin libboost-dev
+  nlohmann-json3-dev libcli11-dev libeigen3-dev
   libgeographiclib-dev geographiclib-tools
   googletest libgtest-dev libgmock-dev libbenchmark-dev
 )

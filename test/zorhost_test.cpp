@@ -98,9 +98,17 @@ TEST(Zorhost, usageAndPluginProblems) {
     EXPECT_EQ(zorhost("inspect --plugin").status, 2);
     const ZorhostRun help = zorhost("--help");
     EXPECT_EQ(help.status, 0);
-    for (const char* word : {"inspect", "--json", "--plugin", "ZORTERRAIN_PLUGIN", "parsers"}) {
+    for (const char* word : {"inspect", "--plugin", "ZORTERRAIN_PLUGIN", "parsers", "publish"}) {
         EXPECT_NE(help.out.find(word), std::string::npos) << word;
     }
+    const ZorhostRun commandHelp = zorhost("tiles --help");
+    EXPECT_EQ(commandHelp.status, 0);
+    for (const char* word : {"--dataset", "--level", "--json"})
+        EXPECT_NE(commandHelp.out.find(word), std::string::npos) << word;
+    const ZorhostRun missingOption = zorhost("tiles doc.mft");
+    EXPECT_EQ(missingOption.status, 2);
+    EXPECT_NE(missingOption.err.find("--dataset is required"), std::string::npos)
+        << missingOption.err;
     const ZorhostRun badPlugin = zorhost("--plugin /nonexistent/lib.so inspect");
     EXPECT_EQ(badPlugin.status, 1);
     EXPECT_NE(badPlugin.err.find("/nonexistent/lib.so"), std::string::npos);
@@ -171,8 +179,8 @@ TEST(ZorhostMetaFlight, tilesStreamOneRecordPerTile) {
     EXPECT_EQ(countLines(all.out), 1u + 8u + 32u);  // header, 4 x 2, then 8 x 4
     const ZorhostRun one = zorhost("tiles '" + quad + "' --dataset Terrain --level 1 --json");
     EXPECT_EQ(one.status, 0);
-    EXPECT_NE(one.out.find("{\"level\":1,\"row\":3,\"col\":7,\"center\":[537500,5017500,0],"
-                           "\"offset\":[537500,5017500,0],\"path\":\"" +
+    EXPECT_NE(one.out.find("{\"level\":1,\"row\":3,\"col\":7,\"center\":[537500.0,5017500.0,"
+                           "0.0],\"offset\":[537500.0,5017500.0,0.0],\"path\":\"" +
                            std::string(ZOR_SAMPLE_DIR) + "/Terrain/L1/tile_003_007.medf\"}"),
               std::string::npos)
         << one.out.substr(0, 300);

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "JsonWriter.h"
+#include "JsonOutput.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtFilename.h"
 #include "zorCore/DtDe.h"
@@ -82,41 +82,22 @@ void printText(const InspectResult& r, std::ostream& out) {
     }
 }
 
-void writeJson(const InspectResult& r, JsonWriter& json) {
-    json.beginObject();
-    json.key("path");
-    json.value(r.path);
-    json.key("parser");
-    if (r.parser.empty()) {
-        json.null();
-    } else {
-        json.value(r.parser);
-    }
-    json.key("valid");
-    json.value(r.valid);
-    json.key("coordinateSystem");
-    json.value(r.coordinateSystem);
-    json.key("parameters");
-    json.value(r.parameters);
-    json.key("patches");
-    json.beginArray();
+Json toJson(const InspectResult& r) {
+    Json patches = Json::array();
     for (const kelArchives::DtTerrainPatchRecord& patch : r.patches) {
         const kelArchives::DtModelDefinitionRecord& d = patch.terrainPatchDefinitionRecord();
-        json.beginObject();
-        json.key("name");
-        json.value(d.name());
-        json.key("filename");
-        json.value(d.filename());
-        json.key("coordinateSystem");
-        json.value(d.coordinateSystem());
-        json.key("parameters");
-        json.value(d.coordinateSystemParameters());
-        json.key("schema");
-        json.value(d.schema());
-        json.endObject();
+        patches.push_back({{"name", d.name()},
+                           {"filename", d.filename()},
+                           {"coordinateSystem", d.coordinateSystem()},
+                           {"parameters", d.coordinateSystemParameters()},
+                           {"schema", d.schema()}});
     }
-    json.endArray();
-    json.endObject();
+    return {{"path", r.path},
+            {"parser", r.parser.empty() ? Json() : Json(r.parser)},
+            {"valid", r.valid},
+            {"coordinateSystem", r.coordinateSystem},
+            {"parameters", r.parameters},
+            {"patches", std::move(patches)}};
 }
 
 }  // namespace
@@ -145,24 +126,22 @@ InspectResult inspectPath(DtDe& de, const std::string& path) {
 int runInspect(DtDe& de, const std::vector<std::string>& paths, bool json, std::ostream& out,
                std::ostream& err) {
     bool allValid = true;
-    JsonWriter writer(out);
+    std::unique_ptr<JsonArrayStream> records;
     if (json)
-        writer.beginArray();
+        records = std::make_unique<JsonArrayStream>(out);
     for (const std::string& path : paths) {
         const InspectResult result = inspectPath(de, path);
         if (!result.valid) {
             allValid = false;
             err << "zorhost: " << path << ": " << result.problem << "\n";
         }
-        if (json) {
-            writeJson(result, writer);
+        if (records) {
+            records->add(toJson(result));
         } else {
             printText(result, out);
         }
     }
-    if (json) {
-        writer.endArray();
-        out << "\n";
-    }
+    if (records)
+        records->close();
     return allValid ? 0 : 1;
 }

@@ -4,9 +4,10 @@
 #include <boost/pointer_cast.hpp>
 
 #include <functional>
+#include <memory>
 #include <sstream>
 
-#include "JsonWriter.h"
+#include "JsonOutput.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtString.h"
 #include "matrix/DtAngles.h"
@@ -159,154 +160,78 @@ void describeVirtualTextureText(const DtMetaFlightDescription& d, const std::str
 
 // ---------------------------------------------------------------- describe, as JSON
 
-void describeGeometryJson(const DtMetaFlightDescription& d, const std::string& key,
-                          JsonWriter& json) {
-    json.beginObject();
-    json.key("key");
-    json.value(key);
-    json.key("datasetName");
-    json.value(d.geometryDatasetName(key));
-    json.key("title");
-    json.value(d.geometryDatasetTitle(key));
-    json.key("fileFormat");
-    json.value(d.geometryDatasetFileFormat(key));
-    json.key("pattern");
-    json.value(d.geometryDatasetFileNamePattern(key));
-    json.key("hierarchyType");
-    json.value(d.geometryDatasetGridHierarchyType(key).toString());
-    json.key("dataCoordinateSystem");
-    json.value(systemText(d.geometryDatasetDataCoordinateSystem(key)));
-    json.key("gridCoordinateSystem");
-    json.value(systemText(d.geometryDatasetGridCoordinateSystem(key)));
-    double radius = 0.0;
-    bool haveRadius = true;
+// The value a query gives, or null when it throws.
+template <typename Query>
+Json orNull(Query query) {
     try {
-        radius = d.geometryDatasetRadius(key);
+        return Json(query());
     } catch (const std::exception&) {
-        haveRadius = false;
+        return Json();
     }
-    json.key("radius");
-    if (haveRadius)
-        json.value(radius);
-    else
-        json.null();
-    json.key("levels");
-    json.beginArray();
-    for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level) {
-        const int l = static_cast<int>(level);
-        const Types::GeometryGridLevel& g =
-            *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
-        json.beginObject();
-        json.key("level");
-        json.value(static_cast<long long>(level));
-        std::string name;
-        unsigned cd = 0, rd = 0, columns = 0, rows = 0;
-        bool grid = true;
-        try {
-            name = d.geometryGridLevelName(key, l);
-            cd = d.geometryGridLevelColDivisions(key, l);
-            rd = d.geometryGridLevelRowDivisions(key, l);
-            columns = d.geometryGridLevelColumns(key, l);
-            rows = d.geometryGridLevelRows(key, l);
-        } catch (const std::exception&) {
-            grid = false;
-        }
-        json.key("name");
-        if (grid)
-            json.value(name);
-        else
-            json.null();
-        json.key("colDivisions");
-        if (grid)
-            json.value(static_cast<long long>(cd));
-        else
-            json.null();
-        json.key("rowDivisions");
-        if (grid)
-            json.value(static_cast<long long>(rd));
-        else
-            json.null();
-        json.key("columns");
-        if (grid)
-            json.value(static_cast<long long>(columns));
-        else
-            json.null();
-        json.key("rows");
-        if (grid)
-            json.value(static_cast<long long>(rows));
-        else
-            json.null();
-        json.key("tileType");
-        json.value(g.tileType.toString());
-        json.key("localizedType");
-        json.value(g.localizedType.toString());
-        json.key("switchIn");
-        json.value(d.geometryGridLevelSwitchIn(key, l));
-        json.key("switchOut");
-        json.value(d.geometryGridLevelSwitchOut(key, l));
-        json.endObject();
-    }
-    json.endArray();
-    json.endObject();
 }
 
-void describeVirtualTextureJson(const DtMetaFlightDescription& d, const std::string& key,
-                                JsonWriter& json) {
+Json geometryLevelJson(const DtMetaFlightDescription& d, const std::string& key, unsigned level) {
+    const int l = static_cast<int>(level);
+    const Types::GeometryGridLevel& g =
+        *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
+    return {{"level", level},
+            {"name", orNull([&] { return d.geometryGridLevelName(key, l); })},
+            {"colDivisions", orNull([&] { return d.geometryGridLevelColDivisions(key, l); })},
+            {"rowDivisions", orNull([&] { return d.geometryGridLevelRowDivisions(key, l); })},
+            {"columns", orNull([&] { return d.geometryGridLevelColumns(key, l); })},
+            {"rows", orNull([&] { return d.geometryGridLevelRows(key, l); })},
+            {"tileType", g.tileType.toString()},
+            {"localizedType", g.localizedType.toString()},
+            {"switchIn", d.geometryGridLevelSwitchIn(key, l)},
+            {"switchOut", d.geometryGridLevelSwitchOut(key, l)}};
+}
+
+Json describeGeometryJson(const DtMetaFlightDescription& d, const std::string& key) {
+    Json levels = Json::array();
+    for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level)
+        levels.push_back(geometryLevelJson(d, key, level));
+    return {{"key", key},
+            {"datasetName", d.geometryDatasetName(key)},
+            {"title", d.geometryDatasetTitle(key)},
+            {"fileFormat", d.geometryDatasetFileFormat(key)},
+            {"pattern", d.geometryDatasetFileNamePattern(key)},
+            {"hierarchyType", d.geometryDatasetGridHierarchyType(key).toString()},
+            {"dataCoordinateSystem", systemText(d.geometryDatasetDataCoordinateSystem(key))},
+            {"gridCoordinateSystem", systemText(d.geometryDatasetGridCoordinateSystem(key))},
+            {"radius", orNull([&] { return d.geometryDatasetRadius(key); })},
+            {"levels", std::move(levels)}};
+}
+
+Json virtualTextureLevelJson(const DtMetaFlightDescription& d, const std::string& key,
+                             unsigned level) {
+    const int l = static_cast<int>(level);
+    try {
+        return {{"level", level},
+                {"name", d.virtualTextureGridLevelName(key, l)},
+                {"colDivisions", d.virtualTextureGridLevelColDivisions(key, l)},
+                {"rowDivisions", d.virtualTextureGridLevelRowDivisions(key, l)},
+                {"columns", d.virtualTextureGridLevelColumns(key, l)},
+                {"rows", d.virtualTextureGridLevelRows(key, l)}};
+    } catch (const std::exception&) {
+        return {{"level", level}, {"error", "level not in the grid structure"}};
+    }
+}
+
+Json describeVirtualTextureJson(const DtMetaFlightDescription& d, const std::string& key) {
     const CoordSys own = d.virtualTextureCoordinateSystem(key);
-    json.beginObject();
-    json.key("key");
-    json.value(key);
-    json.key("title");
-    json.value(d.virtualTextureDatasetTitle(key));
-    json.key("fileFormat");
-    json.value(d.virtualTextureDatasetFileFormat(key));
-    json.key("pattern");
-    json.value(d.virtualTextureDatasetFileNamePattern(key));
-    json.key("coordinateSystem");
-    json.value(systemText(own));
-    json.key("tileTexels");
-    json.value(static_cast<long long>(d.virtualTextureDatasetTileTexels(key)));
-    for (const char* which : {"origin", "extent"}) {
-        json.key(which);
-        try {
-            const Types::Position2D p = std::string(which) == "origin"
-                                            ? d.virtualTextureDatasetOrigin(key, own)
-                                            : d.virtualTextureDatasetExtent(key, own);
-            json.beginArray();
-            json.value(p.x);
-            json.value(p.y);
-            json.endArray();
-        } catch (const std::exception&) {
-            json.null();
-        }
-    }
-    json.key("levels");
-    json.beginArray();
-    for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level) {
-        const int l = static_cast<int>(level);
-        json.beginObject();
-        json.key("level");
-        json.value(static_cast<long long>(level));
-        try {
-            const std::string name = d.virtualTextureGridLevelName(key, l);
-            json.key("name");
-            json.value(name);
-            json.key("colDivisions");
-            json.value(static_cast<long long>(d.virtualTextureGridLevelColDivisions(key, l)));
-            json.key("rowDivisions");
-            json.value(static_cast<long long>(d.virtualTextureGridLevelRowDivisions(key, l)));
-            json.key("columns");
-            json.value(static_cast<long long>(d.virtualTextureGridLevelColumns(key, l)));
-            json.key("rows");
-            json.value(static_cast<long long>(d.virtualTextureGridLevelRows(key, l)));
-        } catch (const std::exception&) {
-            json.key("error");
-            json.value("level not in the grid structure");
-        }
-        json.endObject();
-    }
-    json.endArray();
-    json.endObject();
+    auto position = [](const Types::Position2D& p) { return Json::array({p.x, p.y}); };
+    Json levels = Json::array();
+    for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level)
+        levels.push_back(virtualTextureLevelJson(d, key, level));
+    return {{"key", key},
+            {"title", d.virtualTextureDatasetTitle(key)},
+            {"fileFormat", d.virtualTextureDatasetFileFormat(key)},
+            {"pattern", d.virtualTextureDatasetFileNamePattern(key)},
+            {"coordinateSystem", systemText(own)},
+            {"tileTexels", d.virtualTextureDatasetTileTexels(key)},
+            {"origin", orNull([&] { return position(d.virtualTextureDatasetOrigin(key, own)); })},
+            {"extent", orNull([&] { return position(d.virtualTextureDatasetExtent(key, own)); })},
+            {"levels", std::move(levels)}};
 }
 
 // ---------------------------------------------------------------- convert
@@ -341,24 +266,18 @@ int runDescribe(const std::string& document, bool json, std::ostream& out, std::
     if (!load(document, parser, d, err))
         return 1;
     if (json) {
-        JsonWriter writer(out);
-        writer.beginObject();
-        writer.key("path");
-        writer.value(document);
-        writer.key("geometryDatasets");
-        writer.beginArray();
-        for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
-            describeGeometryJson(d, d.geometryDatasetName(static_cast<int>(i)), writer);
-        }
-        writer.endArray();
-        writer.key("virtualTextureDatasets");
-        writer.beginArray();
+        Json geometry = Json::array();
+        for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i)
+            geometry.push_back(describeGeometryJson(d, d.geometryDatasetName(static_cast<int>(i))));
+        Json textures = Json::array();
         for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
-            describeVirtualTextureJson(d, d.virtualTextureDatasetName(static_cast<int>(i)), writer);
+            textures.push_back(
+                describeVirtualTextureJson(d, d.virtualTextureDatasetName(static_cast<int>(i))));
         }
-        writer.endArray();
-        writer.endObject();
-        out << "\n";
+        out << jsonText({{"path", document},
+                         {"geometryDatasets", std::move(geometry)},
+                         {"virtualTextureDatasets", std::move(textures)}})
+            << "\n";
         return 0;
     }
     out << document << "\n"
@@ -378,8 +297,7 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
     DtMetaFlightDescription d;
     if (!load(request.document, parser, d, err))
         return 1;
-    JsonWriter json(out);
-    bool open = false;
+    std::unique_ptr<JsonArrayStream> records;
     try {
         const unsigned levels = d.numberOfGeometryGridLevels(request.dataset);
         if (request.level >= 0 && static_cast<unsigned>(request.level) >= levels) {
@@ -390,12 +308,11 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
         const unsigned first = request.level >= 0 ? static_cast<unsigned>(request.level) : 0;
         const unsigned last = request.level >= 0 ? first : (levels ? levels - 1 : 0);
         if (request.json) {
-            json.beginArray();
+            records = std::make_unique<JsonArrayStream>(out);
         } else {
             out << "level\trow\tcol\tcenter_x\tcenter_y\tcenter_z\toffset_x\toffset_y\toffset_"
                    "z\tpath\n";
         }
-        open = true;
         std::string path;
         for (unsigned level = first; levels && level <= last; ++level) {
             const kelZor::DtTilePathGenerator names(d, request.dataset, static_cast<int>(level));
@@ -409,28 +326,13 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
                         for (double* v : {&c[0], &c[1], &o[0], &o[1]})
                             *v = DtRad2Deg(*v);
                     }
-                    if (request.json) {
-                        json.beginObject();
-                        json.key("level");
-                        json.value(static_cast<long long>(level));
-                        json.key("row");
-                        json.value(static_cast<long long>(row));
-                        json.key("col");
-                        json.value(static_cast<long long>(col));
-                        json.key("center");
-                        json.beginArray();
-                        for (double v : c)
-                            json.value(v);
-                        json.endArray();
-                        json.key("offset");
-                        json.beginArray();
-                        for (double v : o)
-                            json.value(v);
-                        json.endArray();
-                        json.key("path");
-                        json.value(path);
-                        json.endObject();
-                        out << '\n';
+                    if (records) {
+                        records->add({{"level", level},
+                                      {"row", row},
+                                      {"col", col},
+                                      {"center", {c[0], c[1], c[2]}},
+                                      {"offset", {o[0], o[1], o[2]}},
+                                      {"path", path}});
                     } else {
                         out << level << '\t' << row << '\t' << col;
                         for (double v : c)
@@ -443,16 +345,14 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
             }
         }
     } catch (const std::exception& e) {
-        if (open && request.json)
-            json.endArray();
+        if (records)
+            records->close();
         out.flush();
         err << "zorhost: " << request.document << ": " << e.what() << "\n";
         return 1;
     }
-    if (request.json) {
-        json.endArray();
-        out << "\n";
-    }
+    if (records)
+        records->close();
     return 0;
 }
 
@@ -497,6 +397,12 @@ ino_t identity(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
 }
 
+// A pipe, a terminal or /dev/stdout: written in place, so its identity tells nothing.
+bool isSpecialFile(const std::string& path) {
+    struct stat info;
+    return ::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
+}
+
 std::string plural(int count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
@@ -516,7 +422,7 @@ int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& e
         return 1;
     }
     const ino_t after = identity(request.output);
-    if (after == 0 || after == before) {
+    if (!isSpecialFile(request.output) && (after == 0 || after == before)) {
         err << "zorhost: " << request.output << ": could not be written\n";
         return 1;
     }
@@ -545,4 +451,9 @@ int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& e
         out << (i ? "; " : "") << changes[i];
     out << "\n";
     return 0;
+}
+
+extern "C" ZORHOST_MODULE_EXPORT const MetaFlightCommands* zorhostMetaFlightCommands() {
+    static const MetaFlightCommands commands{&runDescribe, &runTiles, &runConvert, &runPublish};
+    return &commands;
 }

@@ -1,5 +1,6 @@
 // Loads the terrain plug-in as the engine does: dlopen of the shared library, the entry
-// function found by its exported (mangled C++) name.
+// function found by its exported (mangled C++) name. zorhost itself does not link the
+// plug-in, so every piece of plug-in code it runs comes from the library loaded here.
 #pragma once
 
 #include <string>
@@ -8,6 +9,27 @@
 namespace kelZor {
 class DtDe;
 }
+struct MetaFlightCommands;
+
+// A dlopen handle, closed with its owner.
+class SharedObject {
+public:
+    SharedObject() = default;
+    ~SharedObject();
+    SharedObject(const SharedObject&) = delete;
+    SharedObject& operator=(const SharedObject&) = delete;
+    SharedObject& operator=(SharedObject&& other) noexcept;
+
+    // False with a message naming the path and dlerror's reason.
+    bool open(const std::string& path, std::string& error);
+    // The symbol in the object or the libraries it needs, or null.
+    void* symbol(const char* name) const;
+    const std::string& path() const { return path_; }
+
+private:
+    void* handle_ = nullptr;
+    std::string path_;
+};
 
 class PluginLibrary {
 public:
@@ -15,22 +37,31 @@ public:
     // The exported name of kelZor::zorTerrain::init(kelZor::DtDe&).
     static const char* const initSymbol;
 
-    PluginLibrary() = default;
-    ~PluginLibrary();
-    PluginLibrary(const PluginLibrary&) = delete;
-    PluginLibrary& operator=(const PluginLibrary&) = delete;
-
-    // False with a message naming the path and dlerror's reason.
     bool load(const std::string& path, std::string& error);
     InitFunction init() const { return init_; }
-    const std::string& path() const { return path_; }
+    const std::string& path() const { return library_.path(); }
 
     // Where to look when no path is given: $ZORTERRAIN_PLUGIN, else the library installed
     // beside this program, the build tree's, then the loader's own search.
     static std::vector<std::string> defaultCandidates();
 
 private:
-    void* handle_ = nullptr;
+    SharedObject library_;
     InitFunction init_ = nullptr;
-    std::string path_;
+};
+
+// zorhost-metaflight.so, the MetaFlight commands. It links the plug-in by its soname,
+// so loaded after the plug-in it binds to that copy; a plug-in of another soname would
+// make the loader bring a second copy, which load() refuses.
+class MetaFlightModule {
+public:
+    bool load(const PluginLibrary& plugin, std::string& error);
+    const MetaFlightCommands& commands() const { return *commands_; }
+
+    // Installed beside the plug-in directory of this program, else the build tree's.
+    static std::vector<std::string> defaultCandidates();
+
+private:
+    SharedObject module_;
+    const MetaFlightCommands* commands_ = nullptr;
 };

@@ -7,6 +7,7 @@
 #include "TempDir.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtFilename.h"
+#include "zorUtil/DtZorFilesystem.h"
 #include "hxutil/DtList.h"
 #include "hxutil/DtNet.h"
 #include "hxutil/DtString.h"
@@ -95,6 +96,19 @@ TEST(DtFilename, extensionAndCutsFollowTheLastComponent) {
     EXPECT_EQ(DtFilename("dir/").append("/f"), "dir/f");
     EXPECT_EQ(DtFilename("f").prepend("dir"), "dir/f");
     EXPECT_TRUE(DtFilename::nullFilename().isEmpty());
+}
+
+TEST(DtZorFilesystem, baseNameAndExtensionGiveTheComponentBack) {
+    for (const char* path : {"/data/terrain.v2/", "/data/terrain.v2", "dir/name.", "dir/.hidden",
+                             "plain", "/a.b/c.D", "x/..", "ends.with.dots.."}) {
+        SCOPED_TRACE(path);
+        const std::string component = DtFilename::stripPath(DtFilename(path)).stdString();
+        EXPECT_EQ(kelZor::DtZorFilesystem::baseName(path) +
+                      kelZor::DtZorFilesystem::extensionCaseSensitive(path, true),
+                  component);
+    }
+    EXPECT_EQ(kelZor::DtZorFilesystem::extensionCaseSensitive("a/B.TIF", false), ".tif");
+    EXPECT_EQ(kelZor::DtZorFilesystem::extensionCaseSensitive("a/name.", true), ".");
 }
 
 TEST(DtFilename, fileQuestionsAndAlternatePaths) {

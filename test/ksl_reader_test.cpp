@@ -8,6 +8,7 @@
 #include "TempDir.h"
 #include "hxutil/DtNotify.h"
 #include "ksl/DtKslEnvironment.h"
+#include "matrix/DtAngles.h"
 #include "zorTerrain/DtSorrelKslFileReader.h"
 #include "zorTerrain/DtSorrelKslHeaderParser.h"
 #include "zorUtil/DtCoordinateConverter.h"
@@ -102,6 +103,29 @@ TEST(KslReader, unboundAndOddValuesLeaveTheDefaults) {
     EXPECT_EQ(reader.startOrientation(), nullptr);
     EXPECT_EQ(*reader.startAltitude(), 0.0);
     EXPECT_TRUE(names(reader).empty());
+
+    // The start values are read from the text of whatever is bound, of any kind; the type
+    // from its own literals, by their lengths.
+    ASSERT_TRUE(reader.load(
+        t.describe("(setq databaseType \"UTMish\" startPosition '1,2,3 startOrientation '90,0,0)")
+            .c_str()));
+    EXPECT_EQ(reader.type(), DtCoordinateConverter::UTM);
+    ASSERT_NE(reader.startPosition(), nullptr);
+    EXPECT_EQ(reader.startPosition()->y(), 2.0);
+    ASSERT_NE(reader.startOrientation(), nullptr);
+    EXPECT_DOUBLE_EQ(reader.startOrientation()->psi(), DtDeg2Rad(90.0));
+    const std::pair<const char*, const char*> types[] = {
+        {"FlatEarth", DtCoordinateConverter::FlatEarth},
+        {"Geocentric centred", DtCoordinateConverter::Geocentric},
+        {"Geocentri", DtCoordinateConverter::UTM},  // shorter than its literal
+        {"Flat", DtCoordinateConverter::UTM}};
+    for (const auto& [value, type] : types) {
+        SCOPED_TRACE(value);
+        DtSorrelKslFileReader typed;
+        ASSERT_TRUE(
+            typed.load(t.describe(std::string("(setq databaseType \"") + value + "\")").c_str()));
+        EXPECT_EQ(typed.type(), type);
+    }
 
     DtSorrelKslFileReader fresh;
     ASSERT_TRUE(fresh.load(t.describe("; nothing bound").c_str()));

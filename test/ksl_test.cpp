@@ -75,6 +75,15 @@ TEST(Ksl, anErrorStopsTheFileWithOneLineAndKeepsWhatWasBound) {
     EXPECT_EQ(environment.symbolValue("a")->fixnum(), 1);
     EXPECT_TRUE(environment.symbolValue("c").isNull());
 
+    // Read one form at a time: a syntax error at the end keeps every binding before it.
+    WarnCapture late;
+    DtKslEnvironment loading;
+    loading.evaluateText("(setq a 1)\n(setq b \"two\")\n(setq c '(1 2", "late.ksl", 1);
+    EXPECT_EQ(late.text.str(), "late.ksl:3: unterminated list\n");
+    EXPECT_EQ(loading.symbolValue("a")->fixnum(), 1);
+    EXPECT_STREQ(loading.symbolValue("b")->string(), "two");
+    EXPECT_TRUE(loading.symbolValue("c").isNull());
+
     const std::pair<std::string, std::string> broken[] = {
         {std::string(100000, '('), "lists nested deeper than 1000"},
         {"(setq s \"no end", "unterminated string"},

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "TempDir.h"
 #include "zorTerrain/DtMetaFlightDescription.h"
@@ -85,6 +88,45 @@ TEST(MetaFlightPublish, mergeByTagAndRemoveVirtualTextures) {
     EXPECT_EQ(occurrences(out, "VirtualTextureDataset"), 0u);     // merged ones and nested ones too
     EXPECT_EQ(occurrences(out, "GeometryGridDataset name"), 1u);  // by tag: "new" is not taken
     EXPECT_NE(out.find("<Extra/></Database>"), std::string::npos) << out;
+}
+
+TEST(MetaFlightPublish, searchesFromTheDatabaseWalkOnIntoItsFollowingSiblings) {
+    TempDir dir;
+    Publish p;
+    p.removeVirtualTexture = true;
+    p.merge = doc("<Sibling/><Extra/>");
+    const auto [ok, out] = publish(dir,
+                                   "<MetaFlightRoot><Database><GeometryGridDataset/></Database>"
+                                   "<VirtualTextureDataset name=\"beside\"/><Sibling/>"
+                                   "</MetaFlightRoot>",
+                                   p);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(occurrences(out, "VirtualTextureDataset"), 0u) << out;
+    EXPECT_EQ(occurrences(out, "<Sibling/>"), 1u) << out;  // already there, beside the Database
+    EXPECT_NE(out.find("<Extra/></Database>"), std::string::npos) << out;
+}
+
+TEST(MetaFlightPublish, aLinkIsFollowedAndAPipeWrittenInPlace) {
+    TempDir dir;
+    const std::string in = dir.write("in.mft", doc("<Kept/>"));
+    std::string error;
+    // Onto a symbolic link: the file it points to is replaced, the link stays a link.
+    const std::string target = dir.write("target.mft", "old");
+    const std::string link = dir.file("link.mft");
+    std::filesystem::create_symlink("target.mft", link);
+    ASSERT_TRUE(DtMetaFlightParser::publish(in, "", link, false, false, error, false, 0.0f));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_NE(slurp(target).find("<Kept/>"), std::string::npos);
+
+    // A pipe cannot be replaced: the document goes into it.
+    const std::string fifo = dir.file("out.fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::string received;
+    std::thread reader([&] { received = slurp(fifo); });
+    ASSERT_TRUE(DtMetaFlightParser::publish(in, "", fifo, false, false, error, false, 0.0f));
+    reader.join();
+    EXPECT_NE(received.find("<Kept/>"), std::string::npos) << received;
+    EXPECT_EQ(std::filesystem::status(fifo).type(), std::filesystem::file_type::fifo);
 }
 
 TEST(MetaFlightPublish, theLargestSwitchDistanceOfSubstitutiveDatasets) {

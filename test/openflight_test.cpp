@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -25,19 +26,43 @@ struct HeaderFields {
     int zone = 0;
 };
 
+// Big-endian writes at the record's own offsets, kept here apart from the parser's
+// struct so that a field at a wrong offset there fails these tests.
+enum Offset : size_t {
+    recordOpcode = 0,
+    recordLength = 2,
+    formatRevision = 12,
+    projectionType = 92,
+    originLatitude = 220,
+    originLongitude = 228,
+    lambertUpperLatitude = 236,
+    lambertLowerLatitude = 244,
+    utmZone = 276,
+    headerSize = 324,
+};
+
+void putBigEndian(std::string& bytes, size_t offset, uint64_t value, size_t size) {
+    for (size_t i = 0; i < size; ++i)
+        bytes[offset + i] = static_cast<char>(value >> (8 * (size - 1 - i)));
+}
+void putDouble(std::string& bytes, size_t offset, double value) {
+    uint64_t bits = 0;
+    std::memcpy(&bits, &value, sizeof bits);
+    putBigEndian(bytes, offset, bits, 8);
+}
+
 std::string headerBytes(const HeaderFields& f) {
-    DtOpenFlightHeaderParser::OpenflightHeader h;
-    std::memset(&h, 0, sizeof h);
-    h.recordOpcode = int16_t{1};
-    h.recordLength = uint16_t{324};
-    h.formatRevision = int32_t(f.revision);
-    h.projectionType = int32_t(f.projection);
-    h.originLatitude = f.originLat;
-    h.originLongitude = f.originLon;
-    h.lambertUpperLatitude = f.lambertUpper;
-    h.lambertLowerLatitude = f.lambertLower;
-    h.utmZone = int16_t(f.zone);
-    return std::string(reinterpret_cast<const char*>(&h), sizeof h);
+    std::string bytes(headerSize, '\0');
+    putBigEndian(bytes, recordOpcode, 1, 2);
+    putBigEndian(bytes, recordLength, headerSize, 2);
+    putBigEndian(bytes, formatRevision, static_cast<uint32_t>(f.revision), 4);
+    putBigEndian(bytes, projectionType, static_cast<uint32_t>(f.projection), 4);
+    putDouble(bytes, originLatitude, f.originLat);
+    putDouble(bytes, originLongitude, f.originLon);
+    putDouble(bytes, lambertUpperLatitude, f.lambertUpper);
+    putDouble(bytes, lambertLowerLatitude, f.lambertLower);
+    putBigEndian(bytes, utmZone, static_cast<uint16_t>(f.zone), 2);
+    return bytes;
 }
 
 struct Answer {

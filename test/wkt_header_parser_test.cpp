@@ -5,7 +5,15 @@
 
 #include <ogr_spatialref.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <thread>
 #include <string>
 
 #include "TempDir.h"
@@ -142,6 +150,12 @@ TEST(WktHeaderParser, keysAreSearchedByteByByte) {
     Steps missing(dir.file("none.osg"));
     EXPECT_TRUE(missing.getOrigin("X Origin", value));
     EXPECT_EQ(value, 0.0);
+    // Too long for any number: refused, never cut into another number.
+    Steps padded(dir.write("long.osg", "X Origin: " + std::string(5000, '0') + "500000\""));
+    EXPECT_FALSE(padded.getOrigin("X Origin", value));
+    const std::string utm = modelFile(wktOf(32633, true), "X Origin: " + std::string(5000, '0') +
+                                                              "500000\" Y Origin: 0\"");
+    EXPECT_FALSE(ask(utm).valid);
 
     std::string wkt;
     Steps escapes(dir.write("c.osg", "WKT Coordinate System:: A[\\\"q\\\",\\\\,B[C]]tail]"));
@@ -153,6 +167,32 @@ TEST(WktHeaderParser, keysAreSearchedByteByByte) {
     Steps trailing(dir.write("e.osg", "WKT Coordinate System:\\"));
     EXPECT_FALSE(trailing.getWktString(wkt));
     EXPECT_EQ(wkt, "");
+}
+
+TEST(WktHeaderParser, aPipeIsReadToItsEnd) {
+    TempDir dir;
+    const std::string fifo = dir.file("model.osg");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const std::string bytes = modelFile(wktOf(32633, true), "X Origin: 500000\" Y Origin: 0\"");
+    // The parser opens the file once for each key: the writer serves each open until the
+    // parser is done, and an open read end lets a last waiting writer go.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        while (!done) {
+            if (FILE* out = std::fopen(fifo.c_str(), "wb")) {
+                std::fwrite(bytes.data(), 1, bytes.size(), out);
+                std::fclose(out);
+            }
+        }
+    });
+    DtWktHeaderParser parser(fifo);
+    EXPECT_TRUE(parser.isValid());
+    EXPECT_EQ(parser.terrainCoordinateSystem(), "UTM");
+    done = true;
+    const int release = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    writer.join();
+    ::close(release);
 }
 
 TEST(WktHeaderParser, keysSplitOverBlockBoundaries) {

@@ -5,10 +5,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Inspect.h"
 #include "TempDir.h"
@@ -16,6 +18,7 @@
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
 #include "zorTerrain/zorTerrain.h"
+#include "zorUtil/templateUtil.h"
 
 namespace {
 
@@ -32,10 +35,11 @@ std::string slurp(const std::string& path) {
     return text.str();
 }
 
-ZorhostRun zorhost(const std::string& arguments) {
+ZorhostRun zorhost(const std::string& arguments, const std::string& environment = "") {
     TempDir dir;
     // From the repository's root, where the sample description's directories resolve.
-    const std::string command = std::string("cd '") + ZOR_SOURCE_DIR + "' && '" + ZORHOST_PATH + "' " +
+    const std::string command = std::string("cd '") + ZOR_SOURCE_DIR + "' && " + environment +
+                                " '" + ZORHOST_PATH + "' " +
                                 arguments + " >'" +
                                 dir.file("out") + "' 2>'" + dir.file("err") + "'";
     const int raw = std::system(command.c_str());
@@ -118,11 +122,36 @@ TEST(Zorhost, usageAndPluginProblems) {
     EXPECT_NE(parsers.out.find("DtOpenFlightHeaderParser: flt"), std::string::npos);
 }
 
+// zorhost knows the plug-in only through the library it is told to load: with a copy
+// elsewhere, that copy alone is loaded, for the parser road and the MetaFlight module.
+TEST(Zorhost, loadsThePluginItNamesAndNoOther) {
+    TempDir dir;
+    const std::string copy = dir.file("libzorTerrain.so");
+    std::filesystem::copy_file(ZOR_PLUGIN_PATH, copy);
+    for (const std::string& command :
+         {std::string("inspect '") + ZOR_SAMPLE_DIR + "/utm_zone32n.flt'",
+          std::string("describe '") + ZOR_SAMPLE_DIR + "/zone33_quad.mft'"}) {
+        SCOPED_TRACE(command);
+        const ZorhostRun run = zorhost("--plugin '" + copy + "' " + command, "LD_DEBUG=files");
+        EXPECT_EQ(run.status, 0);
+        std::istringstream lines(run.err);
+        std::vector<std::string> loaded;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find("calling init:") != std::string::npos &&
+                line.find("libzorTerrain") != std::string::npos) {
+                loaded.push_back(line.substr(line.find('/')));
+            }
+        }
+        ASSERT_EQ(loaded.size(), 1u) << run.err.substr(0, 2000);
+        EXPECT_EQ(loaded[0], copy);
+    }
+}
+
 namespace {
 class ThrowingParser : public kelZor::DtHeaderParser {
 public:
     using DtHeaderParser::DtHeaderParser;
-    bool isValid() override { DtThrowCorruptedState("Unsupported Database Coordinate System"); }
+    bool isValid() override { ZOR_THROW_CORRUPTED_STATE("Unsupported Database Coordinate System"); }
 };
 class ThrowingCreator : public kelZor::DtHeaderParserCreator {
 public:

@@ -66,13 +66,17 @@ TEST(DtString, cutsAndSearchesStayInBounds) {
     EXPECT_EQ(path.section('/', 5), "");
 
     DtString front(path);
-    EXPECT_TRUE(front.snipFront('/', true));
+    EXPECT_TRUE(front.snipFront('/', false));
     EXPECT_EQ(front, "b/c.flt");
+    EXPECT_TRUE(front.snipFront('/', true));
+    EXPECT_EQ(front, "/c.flt");
     DtString back(path);
+    EXPECT_TRUE(back.snipBack('/', true));
+    EXPECT_EQ(back, "a/b/");
     EXPECT_TRUE(back.snipBack('/', false));
-    EXPECT_EQ(back, "a/b/");
+    EXPECT_EQ(back, "a/b");
     EXPECT_FALSE(back.snipBack('#', true));
-    EXPECT_EQ(back, "a/b/");
+    EXPECT_EQ(back, "a/b");
 
     std::vector<DtString> tokens;
     EXPECT_EQ(DtString("::x::y:").tokenize(':', tokens), 2);
@@ -89,7 +93,9 @@ TEST(DtFilename, extensionAndCutsFollowTheLastComponent) {
     EXPECT_EQ(DtFilename("/data/v1.2/tile").extension(), "");
     EXPECT_EQ(DtFilename("/home/.profile").extension(), "");
     EXPECT_EQ(DtFilename::stripPath(tile), "tile_012.FLT");
-    EXPECT_EQ(DtFilename(tile).stripFilename(), "/data/v1.2");
+    EXPECT_EQ(DtFilename(tile).stripFilename(), "/data/v1.2/");
+    EXPECT_TRUE(tile.absolute());
+    EXPECT_FALSE(DtFilename("data/x").absolute());
     EXPECT_EQ(DtFilename("/x").stripFilename(), "/");
     EXPECT_EQ(DtFilename("x").stripFilename(), "");
     EXPECT_EQ(DtFilename(tile).setExtension(".mft"), "/data/v1.2/tile_012.mft");

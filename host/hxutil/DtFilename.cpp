@@ -43,7 +43,11 @@ std::string joined(const std::string& head, const std::string& tail) {
 DtFilename::DtFilename(const char* path) : DtString(path) {}
 DtFilename::DtFilename(const std::string& path) : DtString(path) {}
 
-DtFilename DtFilename::absolute() const {
+bool DtFilename::absolute() const {
+    return !text_.empty() && text_[0] == '/';
+}
+
+DtFilename DtFilename::absolutePath() const {
     std::error_code error;
     const fs::path result = fs::absolute(fs::path(text_), error);
     if (error)
@@ -56,7 +60,7 @@ DtFilename DtFilename::relative() const {
     const fs::path base = fs::current_path(error);
     if (error)
         return *this;
-    return DtFilename(fs::path(absolute().stdString()).lexically_relative(base).string());
+    return DtFilename(fs::path(absolutePath().stdString()).lexically_relative(base).string());
 }
 
 bool DtFilename::exists() const {
@@ -105,13 +109,10 @@ DtFilename& DtFilename::stripPath() {
     return *this;
 }
 
+// Keeps the separator, so that a name can be put behind the directory as plain text.
 DtFilename& DtFilename::stripFilename() {
     const size_t slash = text_.rfind('/');
-    if (slash == std::string::npos) {
-        text_.clear();
-    } else {
-        text_.erase(slash == 0 ? 1 : slash);
-    }
+    text_.erase(slash == std::string::npos ? 0 : slash + 1);
     return *this;
 }
 

@@ -17,8 +17,10 @@ public:
     DtFilename& operator=(const DtFilename&) = default;
     ~DtFilename() override = default;
 
+    // Whether the path is absolute (begins with '/').
+    virtual bool absolute() const;
     // The path made absolute against the working directory and normalised lexically.
-    virtual DtFilename absolute() const;
+    DtFilename absolutePath() const;
     // The path relative to the working directory.
     virtual DtFilename relative() const;
     virtual bool exists() const;

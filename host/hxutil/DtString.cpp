@@ -124,19 +124,19 @@ char DtString::operator[](int index) const {
     return text_[static_cast<size_t>(index)];
 }
 
-bool DtString::snipFront(char c, bool inclusive) {
+bool DtString::snipFront(char c, bool keepChar) {
     const size_t at = text_.find(c);
     if (at == std::string::npos)
         return false;
-    text_.erase(0, inclusive ? at + 1 : at);
+    text_.erase(0, keepChar ? at : at + 1);
     return true;
 }
 
-bool DtString::snipBack(char c, bool inclusive) {
+bool DtString::snipBack(char c, bool keepChar) {
     const size_t at = text_.rfind(c);
     if (at == std::string::npos)
         return false;
-    text_.erase(inclusive ? at : at + 1);
+    text_.erase(keepChar ? at + 1 : at);
     return true;
 }
 

@@ -47,11 +47,11 @@ public:
     // The character at index, or '\0' out of range.
     char operator[](int index) const;
 
-    // Removes the text before the first `c`, and the `c` too when `inclusive`.
+    // Removes the text before the first `c`, and the `c` too unless `keepChar`.
     // Answers false, changing nothing, when `c` does not occur.
-    bool snipFront(char c, bool inclusive);
-    // Removes the text after the last `c`, and the `c` too when `inclusive`.
-    bool snipBack(char c, bool inclusive);
+    bool snipFront(char c, bool keepChar);
+    // Removes the text after the last `c`, and the `c` too unless `keepChar`.
+    bool snipBack(char c, bool keepChar);
     // Remove leading or trailing white space.
     DtString& chompFront();
     DtString& chompBack();

@@ -96,7 +96,8 @@ std::unique_ptr<DtCoordinateConverter> DtCoordinateConverter::create(const std::
         return std::make_unique<DtGeocentricCoordinateConverter>();
     if (type == Cartesian)
         return std::make_unique<DtCartesianCoordinateConverter>();
-    if (type == FlatEarth)
+    // A DTED cell is reported as "Flat Earth" with its origin: the flat-earth text.
+    if (type == FlatEarth || type == "Flat Earth")
         return DtFlatEarthCoordinateConverter::fromStringRep(rep);
     if (type == UTM)
         return DtUtmCoordinateConverter::fromStringRep(rep);

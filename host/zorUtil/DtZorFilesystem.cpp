@@ -15,8 +15,10 @@ std::string DtZorFilesystem::baseName(const std::string& path) {
 std::string DtZorFilesystem::directoryOfPath(const std::string& path) {
     if (path.find('/') == std::string::npos)
         return ".";
-    DtFilename directory(path);
-    return directory.stripFilename().stdString();
+    std::string directory = DtFilename(path).stripFilename().stdString();
+    if (directory.size() > 1)
+        directory.pop_back();  // the separator stripFilename keeps
+    return directory;
 }
 
 std::string DtZorFilesystem::rootDirectoryOfPath(const std::string& path) {

@@ -10,6 +10,8 @@
 #include "zorTerrain/DtMetaFlightHeaderParser.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
 #include "zorTerrain/DtSorrelKslHeaderParser.h"
+#include "zorTerrain/DtTerrainProjectHeaderParser.h"
+#include "zorTerrain/DtTerrainToolkitHeaderParser.h"
 #include "zorTerrain/DtWktHeaderParser.h"
 
 namespace kelZor {
@@ -32,12 +34,16 @@ void setVectorConfigDirectory(DtDe& de) {
 // Registration order is part of the contract: hosts list parsers in this order.
 void registerHeaderParsers(DtDe& de) {
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
+    registerParser(factory, "DtTerrainToolkitHeaderParser", new DtTerrainToolkitHeaderParserCreator,
+                   {"gdb", "dt0", "dt1", "dt2", "c4b", "c7b", "c7l", "shp", "dfd"});
     registerParser(factory, "DtOpenFlightHeaderParser", new DtOpenFlightHeaderParserCreator,
                    {"flt"});
     registerParser(factory, "DtMetaFlightHeaderParser", new DtMetaFlightHeaderParserCreator,
                    {"mft"});
     registerParser(factory, "DtSorrelKslHeaderParser", new DtSorrelKslHeaderParserCreator,
                    {"ksl"});
+    registerParser(factory, "DtTerrainProjectHeaderParser",
+                   new DtTerrainProjectHeaderParserCreator, {});
     registerParser(factory, "DtGeoTiffHeaderParser", new DtGeoTiffHeaderParserCreator,
                    {"tif", "tiff"});
     registerParser(factory, "DtWktHeaderParser", new DtWktHeaderParserCreator, {"osg", "ive", "medf"});

@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -19,6 +21,10 @@ using kelZor::DtHeaderParserFactory;
 
 namespace {
 
+const std::pair<const char*, const char*> namedParserKinds[] = {
+    {"meta", "DtMetaFileHeaderParser"}, {"tproj", "DtTerrainProjectHeaderParser"}};
+const char* const projectParser = "DtTerrainProjectHeaderParser";
+
 // A reason the file cannot be asked at all, or "".
 std::string fileProblem(const std::string& path) {
     struct stat info;
@@ -26,13 +32,37 @@ std::string fileProblem(const std::string& path) {
         return errno == ENOENT ? "no such file"
                                : std::string("cannot be read: ") + std::strerror(errno);
     }
-    if (S_ISDIR(info.st_mode))
+    // A File Geodatabase is a directory, asked like a file.
+    const bool geodatabase = DtFilename(path).extension().toLower() == "gdb";
+    if (S_ISDIR(info.st_mode) && !geodatabase)
         return "is a directory, not a terrain file";
     if (::access(path.c_str(), R_OK) != 0) {
         return std::string("cannot be read: ") + std::strerror(errno);
     }
     return "";
 }
+
+// Changes the working directory for its lifetime and goes back on every path.
+class WorkingDirectory {
+public:
+    explicit WorkingDirectory(const DtString& directory) : previous_(getcwd(nullptr, 0)) {
+        if (previous_ && ::chdir(directory.c_str()) != 0) {
+            std::free(previous_);
+            previous_ = nullptr;
+        }
+    }
+    ~WorkingDirectory() {
+        if (previous_ && ::chdir(previous_) != 0) {
+            // Nothing more can be done; later relative paths are the user's to check.
+        }
+        std::free(previous_);
+    }
+    WorkingDirectory(const WorkingDirectory&) = delete;
+    WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+private:
+    char* previous_;
+};
 
 std::string noParserProblem(const std::string& path) {
     const std::string extension = DtFilename(path).extension().stdString();
@@ -102,11 +132,25 @@ Json toJson(const InspectResult& r) {
 
 }  // namespace
 
-InspectResult inspectPath(DtDe& de, const std::string& path) {
+std::string parserNameFor(DtDe& de, const std::string& path) {
+    DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
+    const std::string byExtension = factory.parserNameForPath(path);
+    if (!byExtension.empty())
+        return byExtension;
+    const std::string extension = DtFilename(path).extension().toLower().stdString();
+    const std::vector<std::string>& names = factory.registeredNames();
+    for (const auto& [kind, name] : namedParserKinds) {
+        if (extension == kind && std::find(names.begin(), names.end(), name) != names.end())
+            return name;
+    }
+    return "";
+}
+
+InspectResult inspectPath(DtDe& de, const std::string& path, const std::string& parserName) {
     InspectResult result;
     result.path = path;
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
-    result.parser = factory.parserNameForPath(path);
+    result.parser = parserName.empty() ? parserNameFor(de, path) : parserName;
     if (result.parser.empty()) {
         result.problem = noParserProblem(path);
         return result;
@@ -114,9 +158,19 @@ InspectResult inspectPath(DtDe& de, const std::string& path) {
     result.problem = fileProblem(path);
     if (!result.problem.empty())
         return result;
-    std::unique_ptr<DtHeaderParser> parser(factory.createHeaderParser(path));
+    // A project names its terrain relative to the folder it is opened in: its own.
+    std::string asked = path;
+    std::unique_ptr<WorkingDirectory> projectFolder;
+    if (result.parser == projectParser) {
+        asked = DtFilename(path).absolutePath().stdString();
+        projectFolder = std::make_unique<WorkingDirectory>(DtFilename(asked).stripFilename());
+    }
+    std::unique_ptr<DtHeaderParser> parser(factory.createHeaderParserByName(result.parser, asked));
     if (!parser) {
-        result.problem = "the creator of " + result.parser + " made no parser";
+        const std::vector<std::string>& names = factory.registeredNames();
+        result.problem = std::find(names.begin(), names.end(), result.parser) == names.end()
+                             ? "no parser is registered under the name " + result.parser
+                             : "the creator of " + result.parser + " made no parser";
         return result;
     }
     askParser(*parser, result);
@@ -124,13 +178,13 @@ InspectResult inspectPath(DtDe& de, const std::string& path) {
 }
 
 int runInspect(DtDe& de, const std::vector<std::string>& paths, bool json, std::ostream& out,
-               std::ostream& err) {
+               std::ostream& err, const std::string& parserName) {
     bool allValid = true;
     std::unique_ptr<JsonArrayStream> records;
     if (json)
         records = std::make_unique<JsonArrayStream>(out);
     for (const std::string& path : paths) {
-        const InspectResult result = inspectPath(de, path);
+        const InspectResult result = inspectPath(de, path, parserName);
         if (!result.valid) {
             allValid = false;
             err << "zorhost: " << path << ": " << result.problem << "\n";

@@ -24,11 +24,20 @@ struct InspectResult {
     std::string problem;  // why it is not valid, for a person; empty when valid
 };
 
-// Walks DtHeaderParserFactory::createHeaderParser, isValid and the accessors for one
-// path. Never throws: an exception from isValid becomes the result's problem.
-InspectResult inspectPath(kelZor::DtDe& de, const std::string& path);
+// The registered name of the parser zorhost asks for `path`: by its extension, else, for
+// the file kinds zorhost knows them by, a parser the engine reaches by name only (".meta"
+// the metafile parser, ".tproj" the terrain project parser, when registered); "" when
+// none fits.
+std::string parserNameFor(kelZor::DtDe& de, const std::string& path);
+
+// Walks createHeaderParser (or, with `parserName`, the parser registered under that
+// name), isValid and the accessors for one path. A terrain project is asked from its own
+// directory, as a terrain tool opens a project. Never throws: an exception from isValid
+// becomes the result's problem.
+InspectResult inspectPath(kelZor::DtDe& de, const std::string& path,
+                          const std::string& parserName = "");
 
 // Inspects every path, prints the results to `out` (text or one JSON array) and one
 // line per problem to `err`. Answers 0 when every path was valid, else 1.
 int runInspect(kelZor::DtDe& de, const std::vector<std::string>& paths, bool json,
-               std::ostream& out, std::ostream& err);
+               std::ostream& out, std::ostream& err, const std::string& parserName = "");

@@ -452,8 +452,3 @@ int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& e
     out << "\n";
     return 0;
 }
-
-extern "C" ZORHOST_MODULE_EXPORT const MetaFlightCommands* zorhostMetaFlightCommands() {
-    static const MetaFlightCommands commands{&runDescribe, &runTiles, &runConvert, &runPublish};
-    return &commands;
-}

@@ -1,10 +1,8 @@
 // The zorhost commands that answer questions about MetaFlight documents: describe,
 // tiles, convert and publish. They use the plug-in's exported MetaFlight classes
 // directly, as an engine that links the library would, and so live in a module of their
-// own (zorhost-metaflight.so) that links the plug-in by its soname: zorhost loads the
-// plug-in it was told to first, and the module then binds to that very copy. Each
-// command answers an exit status: 0 on success, 1 when the document or a query fails
-// (the message goes to `err`).
+// own (zorhost-library.so, see LibraryModule.h). Each command answers an exit status:
+// 0 on success, 1 when the document or a query fails (the message goes to `err`).
 #pragma once
 
 #include <ostream>
@@ -40,14 +38,3 @@ int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& e
 // Prints one line on what changed; a failed publish, or an output that could not be
 // written, gives the message on `err` and 1.
 int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& err);
-
-// The module's one entry, found by zorhost with dlsym.
-struct MetaFlightCommands {
-    int (*describe)(const std::string& document, bool json, std::ostream& out, std::ostream& err);
-    int (*tiles)(const TilesRequest& request, std::ostream& out, std::ostream& err);
-    int (*convert)(const ConvertRequest& request, std::ostream& out, std::ostream& err);
-    int (*publish)(const PublishRequest& request, std::ostream& out, std::ostream& err);
-};
-#define ZORHOST_MODULE_EXPORT __attribute__((visibility("default")))
-#define ZORHOST_METAFLIGHT_ENTRY "zorhostMetaFlightCommands"
-extern "C" ZORHOST_MODULE_EXPORT const MetaFlightCommands* zorhostMetaFlightCommands();

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "MetaFlightCommands.h"
+#include "LibraryModule.h"
 
 const char* const PluginLibrary::initSymbol = "_ZN6kelZor10zorTerrain4initERNS_4DtDeE";
 
@@ -86,7 +86,7 @@ std::vector<std::string> PluginLibrary::defaultCandidates() {
     return candidates;
 }
 
-bool MetaFlightModule::load(const PluginLibrary& plugin, std::string& error) {
+bool LibraryModule::load(const PluginLibrary& plugin, std::string& error) {
     for (const std::string& candidate : defaultCandidates()) {
         if (module_.open(candidate, error))
             break;
@@ -95,21 +95,21 @@ bool MetaFlightModule::load(const PluginLibrary& plugin, std::string& error) {
         return false;
     // The module's plug-in must be the one zorhost loaded, not a second copy.
     if (module_.symbol(PluginLibrary::initSymbol) != reinterpret_cast<void*>(plugin.init())) {
-        error = "the MetaFlight commands need the zorTerrain library; the plug-in " +
+        error = "this command needs the zorTerrain library; the plug-in " +
                 plugin.path() + " is not it (its soname differs)";
         return false;
     }
-    auto entry = reinterpret_cast<const MetaFlightCommands* (*)()>(
-        module_.symbol(ZORHOST_METAFLIGHT_ENTRY));
+    auto entry = reinterpret_cast<const LibraryCommands* (*)()>(
+        module_.symbol(ZORHOST_LIBRARY_ENTRY));
     if (!entry) {
-        error = module_.path() + " has no entry " ZORHOST_METAFLIGHT_ENTRY;
+        error = module_.path() + " has no entry " ZORHOST_LIBRARY_ENTRY;
         return false;
     }
     commands_ = entry();
     return true;
 }
 
-std::vector<std::string> MetaFlightModule::defaultCandidates() {
+std::vector<std::string> LibraryModule::defaultCandidates() {
     std::vector<std::string> candidates;
     const std::string directory = executableDirectory();
     if (!directory.empty())

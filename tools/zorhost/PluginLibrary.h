@@ -9,7 +9,7 @@
 namespace kelZor {
 class DtDe;
 }
-struct MetaFlightCommands;
+struct LibraryCommands;
 
 // A dlopen handle, closed with its owner.
 class SharedObject {
@@ -50,18 +50,18 @@ private:
     InitFunction init_ = nullptr;
 };
 
-// zorhost-metaflight.so, the MetaFlight commands. It links the plug-in by its soname,
-// so loaded after the plug-in it binds to that copy; a plug-in of another soname would
-// make the loader bring a second copy, which load() refuses.
-class MetaFlightModule {
+// zorhost-library.so (LibraryModule.h). It links the plug-in by its soname, so loaded
+// after the plug-in it binds to that copy; a plug-in of another soname would make the
+// loader bring a second copy, which load() refuses.
+class LibraryModule {
 public:
     bool load(const PluginLibrary& plugin, std::string& error);
-    const MetaFlightCommands& commands() const { return *commands_; }
+    const LibraryCommands& commands() const { return *commands_; }
 
     // Installed beside the plug-in directory of this program, else the build tree's.
     static std::vector<std::string> defaultCandidates();
 
 private:
     SharedObject module_;
-    const MetaFlightCommands* commands_ = nullptr;
+    const LibraryCommands* commands_ = nullptr;
 };

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "Inspect.h"
-#include "MetaFlightCommands.h"
+#include "LibraryModule.h"
 #include "PluginLibrary.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
@@ -56,19 +56,28 @@ std::string sampleDirectory(const GlobalOptions& options) {
     return ZORHOST_INSTALLED_SAMPLE_DIR;
 }
 
-// The terrain files of the sample set, sorted, so the output is stable. A ".gdb"
-// directory is a File Geodatabase and is asked like a file.
-std::vector<std::string> sampleFiles(const std::string& directory, std::string& error) {
+// The terrain files of the sample set that a registered parser answers, sorted, so the
+// output is stable: those at its top (a ".gdb" directory is a File Geodatabase, asked
+// like a file) and the terrain project in project/, which lives a level down so that
+// its terrain can lie in ../data/terrain as a project lays it out.
+std::vector<std::string> sampleFiles(kelZor::DtDe& de, const std::string& directory,
+                                     std::string& error) {
     std::vector<std::string> files;
     std::error_code code;
-    for (const auto& entry : std::filesystem::directory_iterator(directory, code)) {
-        const std::string name = entry.path().filename().string();
-        const bool geodatabase = entry.is_directory(code) && entry.path().extension() == ".gdb";
-        if ((entry.is_regular_file(code) && name != "README.md") || geodatabase)
-            files.push_back(entry.path().string());
+    for (const char* folder : {"", "/project"}) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory + folder, code)) {
+            const std::string path = entry.path().string();
+            const bool geodatabase =
+                entry.is_directory(code) && entry.path().extension() == ".gdb";
+            if ((entry.is_regular_file(code) || geodatabase) && !parserNameFor(de, path).empty())
+                files.push_back(path);
+        }
+        if (code) {
+            error = "cannot list the sample directory " + directory + folder + ": " +
+                    code.message();
+            break;
+        }
     }
-    if (code)
-        error = "cannot list the sample directory " + directory + ": " + code.message();
     std::sort(files.begin(), files.end());
     return files;
 }
@@ -103,6 +112,7 @@ int listParsers(kelZor::DtDe& de) {
 struct Request {
     GlobalOptions global;
     bool json = false;
+    std::string parser;
     std::vector<std::string> paths;
     std::string document;
     TilesRequest tiles;
@@ -123,6 +133,9 @@ void addInspect(CLI::App& app, Request& request) {
                       "One JSON array of objects with the keys path, parser (null when no "
                       "parser fits), valid, coordinateSystem, parameters and patches (each: "
                       "name, filename, coordinateSystem, parameters, schema)");
+    inspect->add_option("--parser", request.parser,
+                        "Ask the parser registered under NAME whatever the extension (for "
+                        "example DtTerrainProjectHeaderParser, which no extension leads to)");
     inspect->add_option("PATH", request.paths, "Terrain files");
 }
 
@@ -179,14 +192,7 @@ void addMetaFlight(CLI::App& app, Request& request) {
                         "becomes D");
 }
 
-int runMetaFlight(const CLI::App& command, Request& request, const PluginLibrary& plugin) {
-    MetaFlightModule module;
-    std::string error;
-    if (!module.load(plugin, error)) {
-        std::cerr << "zorhost: " << error << "\n";
-        return 1;
-    }
-    const MetaFlightCommands& commands = module.commands();
+int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
     const std::string name = command.get_name();
     if (name == "describe")
         return commands.describe(request.document, request.json, std::cout, std::cerr);
@@ -206,24 +212,36 @@ int runCommand(const CLI::App& command, Request& request) {
     PluginLibrary plugin;
     if (!loadPlugin(request.global, plugin))
         return 1;
+    // What zorhost does with the plug-in's classes directly. Inspect and parsers go on
+    // without it (a stub plug-in has no such classes); the MetaFlight commands cannot.
+    LibraryModule library;
+    std::string libraryError;
+    const bool haveLibrary = library.load(plugin, libraryError);
     kelZor::DtDe de(request.global.configDir);
     plugin.init()(de);
+    if (haveLibrary)
+        library.commands().registerMetaFileParser(de);
 
     const std::string name = command.get_name();
     if (name == "parsers")
         return listParsers(de);
-    if (name != "inspect")
-        return runMetaFlight(command, request, plugin);
+    if (name != "inspect") {
+        if (!haveLibrary) {
+            std::cerr << "zorhost: " << libraryError << "\n";
+            return 1;
+        }
+        return runMetaFlight(command, request, library.commands());
+    }
     std::vector<std::string> paths = request.paths;
     if (paths.empty()) {
         std::string error;
-        paths = sampleFiles(sampleDirectory(request.global), error);
+        paths = sampleFiles(de, sampleDirectory(request.global), error);
         if (!error.empty()) {
             std::cerr << "zorhost: " << error << "\n";
             return 1;
         }
     }
-    return runInspect(de, paths, request.json, std::cout, std::cerr);
+    return runInspect(de, paths, request.json, std::cout, std::cerr, request.parser);
 }
 
 }  // namespace

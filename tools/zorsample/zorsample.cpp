@@ -11,11 +11,20 @@
 // "Y Origin" embedded, as a model writer stores them.
 // GeoTIFF: a 16 x 16 Int16 elevation raster in UTM zone 32 north (EPSG:32632), 30 m
 // posts, written through GDAL.
+// DTED: the level-0 cell N45 E009 (121 x 121 posts of 30"), a smooth valley, written by
+// GDAL's DTED driver; a copy lies under project/../data/terrain for the project.
+// Vector set, in UTM zone 32 north around 500200 E 5039800 N (inside both rasters),
+// written through OGR: valley_points.shp (free points) and valley.gdb (File
+// Geodatabase: points, roads meeting at a junction, areas with a hole), with the common
+// feature-attribute fields ECC, WID, LEN, HGT, AOO and a name.
+// Metafile and project: INI text naming a terrain file (see the README).
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
+#include <ogrsf_frmts.h>
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <string>
@@ -105,6 +114,139 @@ bool writeModel(const std::string& path) {
     return static_cast<bool>(out);
 }
 
+bool writeDted(const std::string& path) {
+    constexpr int posts = 121;
+    GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDriver* dted = GetGDALDriverManager()->GetDriverByName("DTED");
+    if (!memory || !dted)
+        return false;
+    GDALDatasetUniquePtr cell(memory->Create("", posts, posts, 1, GDT_Int16, nullptr));
+    const double step = 1.0 / 120.0;
+    double transform[6] = {9.0 - step / 2, step, 0.0, 46.0 + step / 2, 0.0, -step};
+    cell->SetGeoTransform(transform);
+    OGRSpatialReference srs;
+    srs.SetWellKnownGeogCS("WGS84");
+    cell->SetSpatialRef(&srs);
+    std::vector<int16_t> heights(posts * posts);
+    for (int row = 0; row < posts; ++row) {
+        for (int col = 0; col < posts; ++col) {
+            const double across = (col - 60) / 60.0;  // a valley running north-south
+            heights[row * posts + col] = int16_t(400 + 900 * across * across + 2 * row);
+        }
+    }
+    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts,
+                                         posts, GDT_Int16, 0, 0) != CE_None) {
+        return false;
+    }
+    GDALDatasetUniquePtr copy(dted->CreateCopy(path.c_str(), cell.get(), FALSE, nullptr, nullptr,
+                                               nullptr));
+    return copy != nullptr;
+}
+
+struct Field {
+    const char* name;
+    OGRFieldType type;
+};
+const Field fields[] = {{"ECC", OFTString}, {"NAM", OFTString}, {"WID", OFTReal},
+                        {"LEN", OFTReal},   {"HGT", OFTReal},   {"AOO", OFTReal}};
+
+// One feature's values, in the order of `fields`; null leaves the field unset.
+struct Values {
+    const char* ecc;
+    const char* name;
+    const double* width;
+    const double* length;
+    const double* height;
+    const double* orientation;
+};
+
+OGRLayer* createLayer(GDALDataset& dataset, const char* name, OGRwkbGeometryType type) {
+    OGRSpatialReference srs;
+    srs.importFromEPSG(32632);
+    OGRLayer* layer = dataset.CreateLayer(name, &srs, type, nullptr);
+    for (const Field& field : fields) {
+        OGRFieldDefn definition(field.name, field.type);
+        if (!layer || layer->CreateField(&definition) != OGRERR_NONE)
+            return nullptr;
+    }
+    return layer;
+}
+
+bool addFeature(OGRLayer& layer, const char* wkt, const Values& v) {
+    OGRFeatureUniquePtr feature(OGRFeature::CreateFeature(layer.GetLayerDefn()));
+    OGRGeometry* geometry = nullptr;
+    if (OGRGeometryFactory::createFromWkt(wkt, nullptr, &geometry) != OGRERR_NONE)
+        return false;
+    feature->SetGeometryDirectly(geometry);
+    if (v.ecc)
+        feature->SetField("ECC", v.ecc);
+    if (v.name)
+        feature->SetField("NAM", v.name);
+    const std::pair<const char*, const double*> numbers[] = {
+        {"WID", v.width}, {"LEN", v.length}, {"HGT", v.height}, {"AOO", v.orientation}};
+    for (const auto& [name, value] : numbers) {
+        if (value)
+            feature->SetField(name, *value);
+    }
+    return layer.CreateFeature(feature.get()) == OGRERR_NONE;
+}
+
+bool addPoints(OGRLayer& layer) {
+    static const double width = 12, length = 20, height = 9, heading = 30, tall = 15;
+    return addFeature(layer, "POINT (500100 5039900)",
+                      {"AL015", "farm house", &width, &length, &height, &heading}) &&
+           addFeature(layer, "POINT (500160 5039880)", {"AL15", "barn", &width, nullptr, &tall,
+                                                        nullptr}) &&
+           addFeature(layer, "POINT (500220 5039700)", {"EC030", "oak", nullptr, nullptr, &tall,
+                                                        nullptr}) &&
+           addFeature(layer, "POINT (500260 5039720)", {"EC030", "beech", nullptr, nullptr,
+                                                        nullptr, nullptr}) &&
+           addFeature(layer, "POINT (500300 5039650)", {nullptr, "survey mark", nullptr, nullptr,
+                                                        nullptr, nullptr});
+}
+
+bool writePointsShapefile(const std::string& path) {
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("ESRI Shapefile");
+    if (!driver)
+        return false;
+    GDALDatasetUniquePtr dataset(driver->Create(path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
+    OGRLayer* layer = dataset ? createLayer(*dataset, "valley_points", wkbPoint) : nullptr;
+    return layer && addPoints(*layer);
+}
+
+bool writeGeodatabase(const std::string& path) {
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("OpenFileGDB");
+    if (!driver)
+        return false;
+    GDALDatasetUniquePtr dataset(driver->Create(path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
+    if (!dataset)
+        return false;
+    OGRLayer* points = createLayer(*dataset, "sites", wkbPoint);
+    OGRLayer* roads = createLayer(*dataset, "roads", wkbLineString);
+    OGRLayer* areas = createLayer(*dataset, "areas", wkbPolygon);
+    if (!points || !roads || !areas || !addPoints(*points))
+        return false;
+    static const double roadWidth = 6;
+    const Values road{"AP030", "valley road", &roadWidth, nullptr, nullptr, nullptr};
+    return addFeature(*roads, "LINESTRING (500000 5039600,500150 5039800,500200 5040000)", road) &&
+           addFeature(*roads, "LINESTRING (500150 5039800,500400 5039850)",
+                      {"AP030", "farm track", nullptr, nullptr, nullptr, nullptr}) &&
+           addFeature(*areas,
+                      "POLYGON ((500300 5039900,500450 5039900,500450 5040000,500300 5040000,"
+                      "500300 5039900),(500350 5039930,500400 5039930,500400 5039970,"
+                      "500350 5039930))",
+                      {"BH080", "pond with an island", nullptr, nullptr, nullptr, nullptr}) &&
+           addFeature(*areas,
+                      "POLYGON ((500050 5039650,500120 5039650,500120 5039720,500050 5039650))",
+                      {"EC015", "wood", nullptr, nullptr, nullptr, nullptr});
+}
+
+bool writeText(const std::string& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+    return static_cast<bool>(out);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -113,6 +255,15 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string directory = argv[1];
+    GDALAllRegister();
+    std::error_code ignored;
+    for (const char* folder : {"/project", "/data/terrain"})
+        std::filesystem::create_directories(directory + folder, ignored);
+    // The vector writers do not replace what is there.
+    for (const char* old : {"/valley_points.shp", "/valley_points.shx", "/valley_points.dbf",
+                            "/valley_points.prj", "/valley_points.cpg", "/valley.gdb"}) {
+        std::filesystem::remove_all(directory + old, ignored);
+    }
     const FltSample samples[] = {
         {"flat_earth.flt", 0, 45.5, 10.0, 0, 0.0, 0.0},
         {"utm_zone32n.flt", 4, 45.5, 10.0, 32, 0.0, 0.0},
@@ -124,6 +275,19 @@ int main(int argc, char** argv) {
         ok = writeFlt(directory, sample) && ok;
     ok = writeGeoTiff(directory + "/elevation_utm32n.tif") && ok;
     ok = writeModel(directory + "/harbour_utm33s.osg") && ok;
+    ok = writeDted(directory + "/n45_e009.dt0") && ok;
+    ok = writePointsShapefile(directory + "/valley_points.shp") && ok;
+    ok = writeGeodatabase(directory + "/valley.gdb") && ok;
+    ok = writeText(directory + "/valley.meta",
+                   "; A metafile: the terrain a 3-D view shows, relative to this file.\n"
+                   "[3DView]\nterrain = valley_points.shp\n") &&
+         ok;
+    // A project is opened from its own folder; its terrain lies in ../data/terrain.
+    ok = writeText(directory + "/project/valley.tproj",
+                   "; A terrain project: its 3-D view shows the DTED cell.\n"
+                   "[3DView]\nterrain = ./n45_e009.dt0\n") &&
+         ok;
+    ok = writeDted(directory + "/data/terrain/n45_e009.dt0") && ok;
     if (!ok)
         std::cerr << "zorsample: could not write every sample into " << directory << "\n";
     return ok ? 0 : 1;

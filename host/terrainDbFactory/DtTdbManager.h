@@ -1,0 +1,58 @@
+// The terrain database loader, on GDAL/OGR. It answers which coordinate system a terrain
+// source file has, and loads a file into a given coordinate system as a terrain
+// database: a vector source (shapefile, File Geodatabase, any vector format OGR reads)
+// becomes a DtVectorNetwork, an elevation source (DTED, GeoTIFF) a database without one.
+//
+//   DtTdbManager manager;
+//   DtString error;
+//   if (manager.loadFor3DVisualization(DtFilename("roads.shp"), cs, &error))
+//       walk(*manager.terrainDatabase()->vectorNetwork());
+//
+// While DtNotifyLevel is 0 neither the loader nor GDAL writes anything; the reason of a
+// failure is in the error text either way.
+#pragma once
+
+#include <memory>
+
+#include "gdb/DtVectorNetwork.h"
+#include "hxutil/DtFilename.h"
+#include "hxutil/DtString.h"
+#include "terrainCS/Coordinate_System.h"
+
+class DtTerrainDatabase {
+public:
+    explicit DtTerrainDatabase(std::unique_ptr<DtVectorNetwork> network)
+        : network_(std::move(network)) {}
+    // Null for an elevation source.
+    DtVectorNetwork* vectorNetwork() const { return network_.get(); }
+
+private:
+    std::unique_ptr<DtVectorNetwork> network_;
+};
+
+class DtTdbManager {
+public:
+    DtTdbManager();
+    virtual ~DtTdbManager();
+    DtTdbManager(const DtTdbManager&) = delete;
+    DtTdbManager& operator=(const DtTdbManager&) = delete;
+
+    // A new coordinate system read from the file's header, .prj or layer definition
+    // (never from its features), owned by the caller; null when the file has none or
+    // cannot be read, with a sentence in `error` when it is given. `second` is unused.
+    virtual Coordinate_System* coordinateSystemFrom(const DtFilename& file,
+                                                    const DtFilename& second, DtString* error);
+
+    // Loads the file with every coordinate in `cs` (which the caller keeps owning):
+    // from the layer's system to WGS84 with OGR, then through the host's converter of
+    // that kind. False with one line naming the file and the reason in `error`; a
+    // failed load leaves no database.
+    virtual bool loadFor3DVisualization(const DtFilename& file, Coordinate_System* cs,
+                                        DtString* error);
+
+    // The database of the last load that worked, or null.
+    virtual DtTerrainDatabase* terrainDatabase() const { return database_.get(); }
+
+private:
+    std::unique_ptr<DtTerrainDatabase> database_;
+};

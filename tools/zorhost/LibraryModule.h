@@ -1,0 +1,26 @@
+// zorhost-library.so: what zorhost does with the plug-in's exported classes directly, as
+// an engine that links the library may: the MetaFlight commands, and registering the
+// metafile parser, which the plug-in's init leaves to the host. The module links the
+// plug-in by its soname; zorhost loads it only after the plug-in, so it binds to the copy
+// zorhost loaded and never brings a second one.
+#pragma once
+
+#include "MetaFlightCommands.h"
+
+namespace kelZor {
+class DtDe;
+}
+
+struct LibraryCommands {
+    int (*describe)(const std::string& document, bool json, std::ostream& out, std::ostream& err);
+    int (*tiles)(const TilesRequest& request, std::ostream& out, std::ostream& err);
+    int (*convert)(const ConvertRequest& request, std::ostream& out, std::ostream& err);
+    int (*publish)(const PublishRequest& request, std::ostream& out, std::ostream& err);
+    // Registers DtMetaFileHeaderParser under its class name, with no extension.
+    void (*registerMetaFileParser)(kelZor::DtDe& de);
+};
+
+#define ZORHOST_MODULE_EXPORT __attribute__((visibility("default")))
+#define ZORHOST_LIBRARY_ENTRY "zorhostLibraryCommands"
+// The module's one entry, found by zorhost with dlsym.
+extern "C" ZORHOST_MODULE_EXPORT const LibraryCommands* zorhostLibraryCommands();

@@ -98,6 +98,7 @@ TEST(DtFilename, extensionAndCutsFollowTheLastComponent) {
     EXPECT_FALSE(DtFilename("data/x").absolute());
     EXPECT_EQ(DtFilename("/x").stripFilename(), "/");
     EXPECT_EQ(DtFilename("x").stripFilename(), "");
+    EXPECT_EQ(DtFilename("..\\data\\t.shp").stripFilename(), "..\\data\\");
     EXPECT_EQ(DtFilename(tile).setExtension(".mft"), "/data/v1.2/tile_012.mft");
     EXPECT_EQ(DtFilename("dir/").append("/f"), "dir/f");
     EXPECT_EQ(DtFilename("f").prepend("dir"), "dir/f");

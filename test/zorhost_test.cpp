@@ -64,7 +64,13 @@ TEST(Zorhost, inspectsTheSampleSetByDefault) {
           "\"coordinateSystem\":\"Lambert\"", "\"coordinateSystem\":\"Geocentric\"",
           "\"parser\":\"DtGeoTiffHeaderParser\"", "\"schema\":\"Terrain\"",
           "\"parser\":\"DtMetaFlightHeaderParser\"", "\"parser\":\"DtSorrelKslHeaderParser\"",
-          "\"filename\":\"data/sample/geocentric.flt\"", "\"parser\":\"DtWktHeaderParser\""}) {
+          "\"filename\":\"data/sample/geocentric.flt\"", "\"parser\":\"DtWktHeaderParser\"",
+          // the terrain database loader's files, a metafile and a project
+          "\"coordinateSystem\":\"Flat Earth\",\"parameters\":\"45.5,9.5\"",
+          "valley.gdb\",\"parser\":\"DtTerrainToolkitHeaderParser\"",
+          "valley_points.shp\",\"parser\":\"DtTerrainToolkitHeaderParser\"",
+          "\"parser\":\"DtMetaFileHeaderParser\"", "\"filename\":\"../data/terrain/n45_e009.dt0\"",
+          "\"parser\":\"DtTerrainProjectHeaderParser\""}) {
         EXPECT_NE(run.out.find(expected), std::string::npos) << expected;
     }
     EXPECT_EQ(run.out.front(), '[');
@@ -93,6 +99,18 @@ TEST(Zorhost, eachProblemIsOneLineNamingThePath) {
     }
     EXPECT_NE(run.out.find("\"parser\":null"), std::string::npos);
     EXPECT_NE(run.out.find("\"valid\":true"), std::string::npos);
+}
+
+TEST(Zorhost, aParserAskedByItsName) {
+    const std::string dted = std::string(ZOR_SAMPLE_DIR) + "/data/terrain/n45_e009.dt0";
+    const ZorhostRun run = zorhost("inspect --parser DtTerrainToolkitHeaderParser '" + dted + "'");
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_NE(run.out.find("coordinate system: Flat Earth"), std::string::npos) << run.out;
+    const ZorhostRun unknown = zorhost("inspect --parser NoSuchParser '" + dted + "'");
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_NE(unknown.err.find("no parser is registered under the name NoSuchParser"),
+              std::string::npos)
+        << unknown.err;
 }
 
 TEST(Zorhost, usageAndPluginProblems) {

@@ -109,9 +109,10 @@ DtFilename& DtFilename::stripPath() {
     return *this;
 }
 
-// Keeps the separator, so that a name can be put behind the directory as plain text.
+// Keeps the separator, so that a name can be put behind the directory as plain text. A
+// backslash separates too: paths in terrain projects may come from either kind of system.
 DtFilename& DtFilename::stripFilename() {
-    const size_t slash = text_.rfind('/');
+    const size_t slash = text_.find_last_of("/\\");
     text_.erase(slash == std::string::npos ? 0 : slash + 1);
     return *this;
 }

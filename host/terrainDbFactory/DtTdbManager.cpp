@@ -118,8 +118,11 @@ Coordinate_System* dtedSystem(const DtFilename& file, std::string& problem) {
     }
     const double w = dataset->GetRasterXSize() / 2.0;
     const double h = dataset->GetRasterYSize() / 2.0;
-    const double lon = geo[0] + geo[1] * w + geo[2] * h;
-    const double lat = geo[3] + geo[4] * w + geo[5] * h;
+    // Cells lie on whole arc seconds: the centre is rounded to 1e-9 degree (0.1 mm), so
+    // that the sums of the transform do not show as 40.49999999999999.
+    auto rounded = [](double degrees) { return std::round(degrees * 1e9) / 1e9; };
+    const double lon = rounded(geo[0] + geo[1] * w + geo[2] * h);
+    const double lat = rounded(geo[3] + geo[4] * w + geo[5] * h);
     if (!(std::fabs(lat) <= 90.0) || !(std::fabs(lon) <= 180.0)) {
         problem = "a DTED cell outside the earth";
         return nullptr;
@@ -553,9 +556,13 @@ bool DtTdbManager::loadFor3DVisualization(const DtFilename& file, Coordinate_Sys
         setError(error, file, problem);
         return false;
     }
-    if (dataset->GetLayerCount() == 0 && dataset->GetRasterCount() > 0) {
-        database_ = std::make_unique<DtTerrainDatabase>(nullptr);  // an elevation source
-        return true;
+    if (dataset->GetLayerCount() == 0) {
+        if (dataset->GetRasterCount() > 0) {
+            database_ = std::make_unique<DtTerrainDatabase>(nullptr);  // an elevation source
+            return true;
+        }
+        setError(error, file, "no layer");
+        return false;
     }
     auto network = std::make_unique<DtVectorNetwork>();
     NetworkBuilder builder(cs, *network);

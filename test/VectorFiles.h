@@ -1,0 +1,118 @@
+// Vector and DTED test data written with GDAL/OGR in the test's own directory.
+//
+//   TestFeature tree{"POINT (500100 4649900)"};
+//   tree.text["ECC"] = "EC030";
+//   writeVector(dir.file("trees.shp"), utm18n(), {tree});
+#pragma once
+
+#include <gdal_priv.h>
+#include <ogr_spatialref.h>
+#include <ogrsf_frmts.h>
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+struct TestFeature {
+    std::string wkt;
+    std::map<std::string, std::string> text;
+    std::map<std::string, int> integers;
+    std::map<std::string, double> reals;
+};
+
+inline std::shared_ptr<OGRSpatialReference> srsFromEpsg(int epsg) {
+    auto srs = std::make_shared<OGRSpatialReference>();
+    srs->importFromEPSG(epsg);
+    return srs;
+}
+
+// One layer per call (a new file or a new layer of a File Geodatabase, whose path is
+// the .gdb directory); the fields are those the features use. Null `srs`: none.
+inline bool writeVector(const std::string& path, const OGRSpatialReference* srs,
+                        const std::vector<TestFeature>& features,
+                        const char* driverName = "ESRI Shapefile", const char* layerName = "layer",
+                        OGRwkbGeometryType type = wkbUnknown) {
+    GDALAllRegister();
+    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driverName);
+    if (!driver)
+        return false;
+    GDALDatasetUniquePtr dataset(
+        static_cast<GDALDataset*>(GDALOpenEx(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE,
+                                             nullptr, nullptr, nullptr)));
+    if (!dataset)
+        dataset.reset(driver->Create(path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
+    if (!dataset)
+        return false;
+    if (type == wkbUnknown && !features.empty()) {
+        OGRGeometry* first = nullptr;
+        OGRGeometryFactory::createFromWkt(features.front().wkt.c_str(), nullptr, &first);
+        type = first ? first->getGeometryType() : wkbUnknown;
+        OGRGeometryFactory::destroyGeometry(first);
+    }
+    // CreateLayer takes a non-const system in GDAL 3.6 but only reads it.
+    OGRLayer* layer =
+        dataset->CreateLayer(layerName, const_cast<OGRSpatialReference*>(srs), type, nullptr);
+    if (!layer)
+        return false;
+    std::set<std::string> created;
+    auto field = [&](const std::string& name, OGRFieldType fieldType) {
+        if (created.insert(name).second) {
+            OGRFieldDefn definition(name.c_str(), fieldType);
+            layer->CreateField(&definition);
+        }
+    };
+    for (const TestFeature& f : features) {
+        for (const auto& [name, value] : f.text)
+            field(name, OFTString);
+        for (const auto& [name, value] : f.integers)
+            field(name, OFTInteger);
+        for (const auto& [name, value] : f.reals)
+            field(name, OFTReal);
+    }
+    for (const TestFeature& f : features) {
+        OGRFeatureUniquePtr feature(OGRFeature::CreateFeature(layer->GetLayerDefn()));
+        OGRGeometry* geometry = nullptr;
+        if (OGRGeometryFactory::createFromWkt(f.wkt.c_str(), nullptr, &geometry) != OGRERR_NONE)
+            return false;
+        feature->SetGeometryDirectly(geometry);
+        for (const auto& [name, value] : f.text)
+            feature->SetField(name.c_str(), value.c_str());
+        for (const auto& [name, value] : f.integers)
+            feature->SetField(name.c_str(), value);
+        for (const auto& [name, value] : f.reals)
+            feature->SetField(name.c_str(), value);
+        if (layer->CreateFeature(feature.get()) != OGRERR_NONE)
+            return false;
+    }
+    return true;
+}
+
+// A level-0 DTED cell whose south-west corner is (lat, lon), heights from `height`.
+template <typename Height>
+bool writeDted(const std::string& path, int lat, int lon, Height height) {
+    GDALAllRegister();
+    constexpr int posts = 121;
+    GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDriver* dted = GetGDALDriverManager()->GetDriverByName("DTED");
+    GDALDatasetUniquePtr cell(memory->Create("", posts, posts, 1, GDT_Int16, nullptr));
+    const double step = 1.0 / 120.0;
+    double transform[6] = {lon - step / 2, step, 0.0, lat + 1 + step / 2, 0.0, -step};
+    cell->SetGeoTransform(transform);
+    OGRSpatialReference srs;
+    srs.SetWellKnownGeogCS("WGS84");
+    cell->SetSpatialRef(&srs);
+    std::vector<int16_t> heights(posts * posts);
+    for (int row = 0; row < posts; ++row) {
+        for (int col = 0; col < posts; ++col)
+            heights[row * posts + col] = static_cast<int16_t>(height(row, col));
+    }
+    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts,
+                                         posts, GDT_Int16, 0, 0) != CE_None) {
+        return false;
+    }
+    GDALDatasetUniquePtr copy(
+        dted->CreateCopy(path.c_str(), cell.get(), FALSE, nullptr, nullptr, nullptr));
+    return copy != nullptr;
+}

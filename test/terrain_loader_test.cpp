@@ -1,0 +1,259 @@
+// The terrain database loader on real files written here with GDAL/OGR; positions are
+// checked against GeographicLib's own UTMUPS and LocalCartesian.
+#include <gtest/gtest.h>
+
+#include <GeographicLib/LocalCartesian.hpp>
+#include <GeographicLib/UTMUPS.hpp>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "TempDir.h"
+#include "VectorFiles.h"
+#include "hxutil/DtNotify.h"
+#include "terrainDbFactory/DtTdbManager.h"
+
+namespace {
+
+std::unique_ptr<Coordinate_System> systemOf(const std::string& path, DtString* error = nullptr) {
+    DtTdbManager manager;
+    return std::unique_ptr<Coordinate_System>(
+        manager.coordinateSystemFrom(DtFilename(path), DtFilename::nullFilename(), error));
+}
+
+std::vector<TestFeature> pointsAt(std::initializer_list<const char*> wkts) {
+    std::vector<TestFeature> features;
+    for (const char* wkt : wkts)
+        features.push_back({wkt, {}, {}, {}});
+    return features;
+}
+
+}  // namespace
+
+TEST(TerrainLoader, coordinateSystemsOfRealFiles) {
+    TempDir dir;
+    ASSERT_TRUE(writeDted(dir.file("n40_w075.dt1"), 40, -75, [](int, int) { return 10; }));
+    const auto dted = systemOf(dir.file("n40_w075.dt1"));
+    ASSERT_NE(dynamic_cast<const DtUtmCS*>(dted.get()), nullptr);
+    EXPECT_EQ(static_cast<const DtUtmCS&>(*dted).zone(), 18);
+    EXPECT_NEAR(dted->originLatitudeDegrees(), 40.5, 1e-9);
+    EXPECT_NEAR(dted->originLongitudeDegrees(), -74.5, 1e-9);
+
+    ASSERT_TRUE(writeVector(dir.file("utm18n.shp"), srsFromEpsg(32618).get(),
+                            pointsAt({"POINT (580000 4480000)", "POINT (600000 4500000)"})));
+    const auto utm = systemOf(dir.file("utm18n.shp"));
+    ASSERT_NE(dynamic_cast<const DtUtmCS*>(utm.get()), nullptr);
+    EXPECT_EQ(utm->kind(), 2);
+    EXPECT_EQ(static_cast<const DtUtmCS&>(*utm).zone(), 18);
+    EXPECT_EQ(static_cast<const DtUtmCS&>(*utm).hemisphere(), 'N');
+    double lat = 0, lon = 0;
+    GeographicLib::UTMUPS::Reverse(18, true, 590000, 4490000, lat, lon);  // the extent's centre
+    EXPECT_NEAR(utm->originLatitudeDegrees(), lat, 1e-7);
+    EXPECT_NEAR(utm->originLongitudeDegrees(), lon, 1e-7);
+
+    ASSERT_TRUE(writeVector(dir.file("utm33s.shp"), srsFromEpsg(32733).get(),
+                            pointsAt({"POINT (500000 6000000)"})));
+    EXPECT_EQ(static_cast<const DtUtmCS&>(*systemOf(dir.file("utm33s.shp"))).hemisphere(), 'S');
+
+    // NAD83 / North Carolina in US survey feet: Lambert 2SP, angles in degrees whatever
+    // the linear unit.
+    ASSERT_TRUE(writeVector(dir.file("lcc.shp"), srsFromEpsg(2264).get(),
+                            pointsAt({"POINT (2000000 600000)"})));
+    const auto lcc = systemOf(dir.file("lcc.shp"));
+    const auto* lambert = dynamic_cast<const DtLambertConformalCS*>(lcc.get());
+    ASSERT_NE(lambert, nullptr);
+    EXPECT_NEAR(lambert->originLatitudeDegrees(), 33.75, 1e-9);
+    EXPECT_NEAR(lambert->originLongitudeDegrees(), -79.0, 1e-9);
+    EXPECT_NEAR(DtRad2Deg(lambert->parallel1()), 36.16666666666666, 1e-9);
+    EXPECT_NEAR(DtRad2Deg(lambert->parallel2()), 34.33333333333334, 1e-9);
+
+    const std::pair<int, std::pair<int, const char*>> others[] = {
+        {4326, {3, "Geographic"}},
+        {4087, {6, "FlatEarth"}},  // equirectangular
+        {3857, {0, "WGS 84 / Pseudo-Mercator"}},
+    };
+    for (const auto& [epsg, expected] : others) {
+        SCOPED_TRACE(epsg);
+        const std::string path = dir.file("epsg" + std::to_string(epsg) + ".shp");
+        ASSERT_TRUE(writeVector(path, srsFromEpsg(epsg).get(), pointsAt({"POINT (1 2)"})));
+        const auto system = systemOf(path);
+        ASSERT_NE(system, nullptr);
+        EXPECT_EQ(system->kind(), expected.first);
+        EXPECT_EQ(system->typeName(), expected.second);
+    }
+}
+
+TEST(TerrainLoader, filesWithoutASystemAnswerNullWithAReason) {
+    DtNotifyLevelGuard quiet(0);
+    TempDir dir;
+    ASSERT_TRUE(writeVector(dir.file("bare.shp"), nullptr, pointsAt({"POINT (1 2)"})));
+    ASSERT_TRUE(writeVector(dir.file("garbage.shp"), nullptr, pointsAt({"POINT (1 2)"})));
+    dir.write("garbage.prj", "PROJCS[\"nothing\" \x01\x02 not wkt");
+    dir.write("cell.c7b", "x");
+    std::filesystem::create_directories(dir.file("folder.dt1"));
+    std::filesystem::create_directories(dir.file("empty.gdb"));
+    const std::pair<std::string, std::string> cases[] = {
+        {"bare.shp", "no layer with a coordinate system"},
+        {"garbage.shp", "no layer with a coordinate system"},
+        {"cell.c7b", "the \"c7b\" format is not read by this loader"},
+        {"missing.shp", "no such file"},
+        {"folder.dt1", "not a terrain source this loader reads"},
+        {"empty.gdb", "not a terrain source this loader reads"},
+    };
+    for (const auto& [name, reason] : cases) {
+        SCOPED_TRACE(name);
+        DtString error;
+        EXPECT_EQ(systemOf(dir.file(name), &error), nullptr);
+        EXPECT_EQ(error.stdString(), dir.file(name) + ": " + reason);
+        DtTdbManager manager;
+        Coordinate_System geocentric(false, 0.0);
+        EXPECT_FALSE(manager.loadFor3DVisualization(DtFilename(dir.file(name)), &geocentric,
+                                                    &error));
+        EXPECT_EQ(error.stdString().rfind(dir.file(name) + ": ", 0), 0u) << error.stdString();
+        EXPECT_EQ(manager.terrainDatabase(), nullptr);
+    }
+}
+
+TEST(TerrainLoader, pointsLandWhereGeographicLibPutsThem) {
+    TempDir dir;
+    const double points[][2] = {{-74.0, 40.7}, {-75.2, 39.9}, {-73.1, 41.6}};  // lon, lat
+    std::vector<TestFeature> features;
+    for (const auto& p : points) {
+        features.push_back({"POINT (" + std::to_string(p[0]) + " " + std::to_string(p[1]) + ")",
+                            {}, {}, {}});
+    }
+    ASSERT_TRUE(writeVector(dir.file("wgs84.shp"), srsFromEpsg(4326).get(), features));
+    const DtFilename file(dir.file("wgs84.shp"));
+
+    DtUtmCS utm(DtDegMinSec::fromLatitude(40.5), DtDegMinSec::fromLongitude(-74.5), 0, 18, false,
+                0.0, 0.9996);
+    DtTdbManager utmLoad;
+    DtString error;
+    ASSERT_TRUE(utmLoad.loadFor3DVisualization(file, &utm, &error)) << error.stdString();
+    const DtVectorNetwork& network = *utmLoad.terrainDatabase()->vectorNetwork();
+    ASSERT_EQ(network.numNodes(), 3);
+    EXPECT_EQ(network.numEdges(), 0);
+
+    DtFlatEarthCS flat(DtDeg2Rad(40.5), DtDeg2Rad(-74.5), false, 0.0);
+    DtTdbManager flatLoad;
+    ASSERT_TRUE(flatLoad.loadFor3DVisualization(file, &flat, &error));
+    const GeographicLib::LocalCartesian plane(40.5, -74.5, 0.0);
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(i);
+        const double lon = std::stod(std::to_string(points[i][0]));
+        const double lat = std::stod(std::to_string(points[i][1]));
+        int zone = 0;
+        bool north = true;
+        double x = 0, y = 0;
+        GeographicLib::UTMUPS::Forward(lat, lon, zone, north, x, y, 18);
+        const DtPoint& p = network.node(i)->location();
+        EXPECT_NEAR(p.x(), x, 1e-3);
+        EXPECT_NEAR(p.y(), y, 1e-3);
+        EXPECT_NEAR(p.z(), 0.0, 1e-3);
+        EXPECT_EQ(network.node(i)->numConnectedEdges(), 0);
+        double e = 0, n = 0, u = 0;
+        plane.Forward(lat, lon, 0.0, e, n, u);
+        const DtPoint& q = flatLoad.terrainDatabase()->vectorNetwork()->node(i)->location();
+        EXPECT_NEAR(q.x(), e, 1e-3);
+        EXPECT_NEAR(q.y(), n, 1e-3);
+        EXPECT_NEAR(q.z(), u, 1e-3);
+    }
+}
+
+TEST(TerrainLoader, theNetworkOfAGeodatabase) {
+    TempDir dir;
+    const std::string gdb = dir.file("set.gdb");
+    TestFeature point{"POINT (500100 4649900)", {{"F_CODE", "AL015"}, {"NAM", "house"}},
+                      {{"SCORE", 7}}, {{"WID", 12.5}, {"LEN", 20}, {"HGT", 9}, {"AOO", 44.6}}};
+    TestFeature bare{"MULTIPOINT ((500200 4649900),(500300 4649900))", {}, {}, {}};
+    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(), {point}, "OpenFileGDB", "sites",
+                            wkbPoint));
+    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(), {bare}, "OpenFileGDB", "marks",
+                            wkbMultiPoint));
+    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(),
+                            {{"LINESTRING (500000 4650000,500100 4650100)", {{"ECC", "AP030"}}, {}, {}},
+                             {"LINESTRING (500100 4650100,500200 4650000,500300 4650050)", {}, {}, {}}},
+                            "OpenFileGDB", "roads", wkbLineString));
+    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(),
+                            {{"POLYGON ((500000 4649000,500010 4649000,500010 4649010,500000 4649000),"
+                              "(500002 4649001,500003 4649001,500003 4649002,500002 4649001))",
+                              {}, {}, {}}},
+                            "OpenFileGDB", "areas", wkbPolygon));
+
+    DtUtmCS scene(DtDegMinSec::fromLatitude(42.0), DtDegMinSec::fromLongitude(-75.0), 0, 18,
+                  false, 0.0, 0.9996);
+    DtTdbManager manager;
+    DtString error;
+    ASSERT_TRUE(manager.loadFor3DVisualization(DtFilename(gdb), &scene, &error))
+        << error.stdString();
+    const DtVectorNetwork& network = *manager.terrainDatabase()->vectorNetwork();
+    // Layers in order: one point, two marks, then three junctions of the two roads.
+    ASSERT_EQ(network.numNodes(), 6);
+    ASSERT_EQ(network.numEdges(), 3);
+    const DtNetworkAttributes& house = network.node(0)->attributes();
+    int type = -1, fid = -1, score = 0, heading = 0;
+    double width = 0, length = 0, height = 0;
+    DtString ecc, name;
+    EXPECT_TRUE(house.getInt(DtString("DtFeatureType"), type));
+    EXPECT_EQ(type, 0);
+    EXPECT_TRUE(house.getInt(DtString("DtFidCode"), fid));
+    EXPECT_EQ(fid, 1);
+    EXPECT_TRUE(house.getString(DtString("ECC"), ecc));
+    EXPECT_EQ(ecc, "AL015");
+    EXPECT_TRUE(house.getString(DtString("NAM"), name));
+    EXPECT_TRUE(house.getInt(DtString("SCORE"), score));
+    EXPECT_EQ(score, 7);
+    EXPECT_TRUE(house.getDouble(DtString("GDB_Width"), width));
+    EXPECT_TRUE(house.getDouble(DtString("GDB_Length"), length));
+    EXPECT_TRUE(house.getDouble(DtString("DtHeight"), height));
+    EXPECT_EQ(width, 12.5);
+    EXPECT_EQ(length, 20.0);
+    EXPECT_EQ(height, 9.0);
+    EXPECT_TRUE(house.getInt(DtString("DtOrientation"), heading));
+    EXPECT_EQ(heading, 45);
+    EXPECT_FALSE(network.node(1)->attributes().getString(DtString("ECC"), ecc));
+
+    // The junction both roads share.
+    EXPECT_EQ(network.node(4)->numConnectedEdges(), 2);
+    EXPECT_EQ(network.node(3)->numConnectedEdges(), 1);
+    EXPECT_EQ(network.edge(1)->numPoints(), 3);
+    EXPECT_TRUE(network.edge(1)->point(0) == network.node(4)->location());
+    // The area: its exterior ring as stored, the hole left out.
+    const DtNetworkEdge& area = *network.edge(2);
+    EXPECT_EQ(area.numPoints(), 4);
+    EXPECT_TRUE(area.attributes().getInt(DtString("DtFeatureType"), type));
+    EXPECT_EQ(type, 2);
+    EXPECT_EQ(network.node(6), nullptr);
+    EXPECT_EQ(network.edge(-1), nullptr);
+}
+
+TEST(TerrainLoader, brokenFilesGiveALineAndNoDatabase) {
+    TempDir dir;
+    std::vector<TestFeature> features;
+    for (int i = 0; i < 50; ++i)
+        features.push_back({"LINESTRING (0 0,1 1,2 2,3 3)", {{"ECC", "AP030"}}, {}, {}});
+    ASSERT_TRUE(writeVector(dir.file("roads.shp"), srsFromEpsg(4326).get(), features));
+    for (const char* part : {"shp", "dbf", "shx"}) {
+        SCOPED_TRACE(part);
+        TempDir broken;
+        for (const char* name : {"roads.shp", "roads.dbf", "roads.shx", "roads.prj"})
+            std::filesystem::copy_file(dir.file(name), broken.file(name));
+        const std::string cut = broken.file(std::string("roads.") + part);
+        std::filesystem::resize_file(cut, std::filesystem::file_size(cut) / 2);
+        DtNotifyLevelGuard quiet(0);
+        DtTdbManager manager;
+        Coordinate_System geocentric(false, 0.0);
+        DtString error;
+        const bool loaded =
+            manager.loadFor3DVisualization(DtFilename(broken.file("roads.shp")), &geocentric,
+                                           &error);
+        // Either the reader refuses, or it gives what it could read whole: never more.
+        if (loaded) {
+            EXPECT_LE(manager.terrainDatabase()->vectorNetwork()->numEdges(), 50);
+        } else {
+            EXPECT_EQ(error.stdString().rfind(broken.file("roads.shp") + ": ", 0), 0u);
+            EXPECT_EQ(manager.terrainDatabase(), nullptr);
+        }
+    }
+}

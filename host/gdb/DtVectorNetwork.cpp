@@ -1,26 +1,21 @@
 #include "gdb/DtVectorNetwork.h"
 
-DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, const std::string& value)
+DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, const std::string* value)
     : name_(name), type_(String), text_(value) {}
 DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, int value)
     : name_(name), type_(Integer), integer_(value) {}
 DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, double value)
     : name_(name), type_(Double), real_(value) {}
 
-DtNetworkAttribute::Value::operator DtString() const {
-    return attribute_.type_ == String ? DtString(attribute_.text_) : DtString();
-}
-DtNetworkAttribute::Value::operator int() const {
-    return attribute_.intValue();
-}
-DtNetworkAttribute::Value::operator double() const {
-    return attribute_.doubleValue();
+const std::string& DtNetworkAttribute::stringValue() const {
+    static const std::string empty;
+    return type_ == String && text_ ? *text_ : empty;
 }
 
 const DtNetworkAttribute* DtNetworkAttributes::find(const DtString& name, int type) const {
-    for (const DtNetworkAttribute& attribute : attributes_) {
-        if (attribute.type() == type && attribute.name().string() == name.stdString())
-            return &attribute;
+    for (const DtNetworkAttribute* a = begin(); a != end(); ++a) {
+        if (a->type() == type && a->name().string() == name.stdString())
+            return a;
     }
     return nullptr;
 }
@@ -48,8 +43,8 @@ bool DtNetworkAttributes::getString(const DtString& name, DtString& out) const {
 
 DtList DtNetworkAttributes::attributeList() const {
     DtList list;
-    for (const DtNetworkAttribute& attribute : attributes_)
-        list.add(const_cast<DtNetworkAttribute*>(&attribute));  // DtList holds void*
+    for (const DtNetworkAttribute* a = begin(); a != end(); ++a)
+        list.add(const_cast<DtNetworkAttribute*>(a));  // DtList holds void*
     return list;
 }
 
@@ -79,4 +74,20 @@ DtNetworkNode& DtVectorNetwork::addNode(const DtPoint& location) {
 DtNetworkEdge& DtVectorNetwork::addEdge() {
     edges_.emplace_back(nextId_++);
     return edges_.back();
+}
+
+const std::string* DtVectorNetwork::internText(const std::string& text) {
+    return &*texts_.insert(text).first;
+}
+
+DtNetworkAttributes DtVectorNetwork::storeAttributes(const DtNetworkAttribute* first,
+                                                     size_t count) {
+    const auto begin = static_cast<uint32_t>(attributeStore_.size());
+    attributeStore_.insert(attributeStore_.end(), first, first + count);
+    return DtNetworkAttributes(&attributeStore_, begin, static_cast<uint32_t>(count));
+}
+
+void DtVectorNetwork::reserve(size_t nodes, size_t attributes) {
+    nodes_.reserve(nodes_.size() + nodes);
+    attributeStore_.reserve(attributeStore_.size() + nodes * attributes);
 }

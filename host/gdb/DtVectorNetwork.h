@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "geometry/DtPoint.h"
@@ -21,7 +22,8 @@ public:
     // Type codes.
     enum Type { String = 3, Integer = 7, Double = 8 };
 
-    DtNetworkAttribute(const DtSymbolString& name, const std::string& value);
+    // `value` is the network's own copy of the text (DtVectorNetwork::internText).
+    DtNetworkAttribute(const DtSymbolString& name, const std::string* value);
     DtNetworkAttribute(const DtSymbolString& name, int value);
     DtNetworkAttribute(const DtSymbolString& name, double value);
 
@@ -34,30 +36,37 @@ public:
     class Value {
     public:
         explicit Value(const DtNetworkAttribute& attribute) : attribute_(attribute) {}
-        operator DtString() const;
-        operator int() const;
-        operator double() const;
+        operator DtString() const { return DtString(attribute_.stringValue()); }
+        operator int() const { return attribute_.intValue(); }
+        operator double() const { return attribute_.doubleValue(); }
 
     private:
         const DtNetworkAttribute& attribute_;
     };
     Value value() const { return Value(*this); }
 
-    const std::string& stringValue() const { return text_; }
+    const std::string& stringValue() const;
     int intValue() const { return type_ == Integer ? integer_ : 0; }
     double doubleValue() const { return type_ == Double ? real_ : 0.0; }
 
 private:
+    // 24 bytes: a million objects with a few attributes each stay small.
     DtSymbolString name_;
     int type_;
-    int integer_ = 0;
-    double real_ = 0.0;
-    std::string text_;
+    union {
+        int integer_;
+        double real_;
+        const std::string* text_;
+    };
 };
 
+// The attributes of one node or edge: a range of the network's attribute store.
 class DtNetworkAttributes {
 public:
-    void add(DtNetworkAttribute attribute) { attributes_.push_back(std::move(attribute)); }
+    DtNetworkAttributes() = default;
+    DtNetworkAttributes(const std::vector<DtNetworkAttribute>* store, uint32_t begin,
+                        uint32_t count)
+        : store_(store), begin_(begin), count_(count) {}
 
     // True and the value of the first attribute of that name and type; false, leaving
     // `out` as it was, when there is none.
@@ -67,11 +76,15 @@ public:
 
     // The attributes in the order they were added; items are const DtNetworkAttribute*.
     DtList attributeList() const;
-    const std::vector<DtNetworkAttribute>& attributes() const { return attributes_; }
+    const DtNetworkAttribute* begin() const { return store_ ? store_->data() + begin_ : nullptr; }
+    const DtNetworkAttribute* end() const { return begin() + (store_ ? count_ : 0); }
+    int size() const { return static_cast<int>(count_); }
 
 private:
     const DtNetworkAttribute* find(const DtString& name, int type) const;
-    std::vector<DtNetworkAttribute> attributes_;
+    const std::vector<DtNetworkAttribute>* store_ = nullptr;
+    uint32_t begin_ = 0;
+    uint32_t count_ = 0;
 };
 
 class DtNetworkNode {
@@ -86,7 +99,7 @@ public:
     const std::vector<int>& connectedEdges() const { return connectedEdges_; }
     const DtNetworkAttributes& attributes() const { return attributes_; }
 
-    DtNetworkAttributes& attributes() { return attributes_; }
+    void setAttributes(const DtNetworkAttributes& attributes) { attributes_ = attributes; }
     void connectEdge(int edge) { connectedEdges_.push_back(edge); }
     void setValid(bool valid) { valid_ = valid; }
 
@@ -109,7 +122,7 @@ public:
     DtPoint point(int index) const;
     const DtNetworkAttributes& attributes() const { return attributes_; }
 
-    DtNetworkAttributes& attributes() { return attributes_; }
+    void setAttributes(const DtNetworkAttributes& attributes) { attributes_ = attributes; }
     std::vector<DtPoint>& points() { return points_; }
     void setValid(bool valid) { valid_ = valid; }
 
@@ -122,6 +135,11 @@ private:
 
 class DtVectorNetwork {
 public:
+    DtVectorNetwork() = default;
+    // Objects refer to the network's stores: it is not copied or moved.
+    DtVectorNetwork(const DtVectorNetwork&) = delete;
+    DtVectorNetwork& operator=(const DtVectorNetwork&) = delete;
+
     int numNodes() const { return static_cast<int>(nodes_.size()); }
     int numEdges() const { return static_cast<int>(edges_.size()); }
     // Null outside 0 .. count - 1.
@@ -132,10 +150,17 @@ public:
     DtNetworkNode& addNode(const DtPoint& location);
     DtNetworkEdge& addEdge();
     DtNetworkNode& nodeAt(int index) { return nodes_[static_cast<size_t>(index)]; }
-    void reserveNodes(size_t count) { nodes_.reserve(count); }
+    // Room for `nodes` more nodes of `attributes` attributes each, when known up front.
+    void reserve(size_t nodes, size_t attributes);
+    // The network's copy of a text value, shared by every attribute of that text.
+    const std::string* internText(const std::string& text);
+    // Stores the attributes of one object and answers them as its range.
+    DtNetworkAttributes storeAttributes(const DtNetworkAttribute* first, size_t count);
 
 private:
     uint32_t nextId_ = 1;
+    std::vector<DtNetworkAttribute> attributeStore_;
+    std::unordered_set<std::string> texts_;
     std::vector<DtNetworkNode> nodes_;
     std::vector<DtNetworkEdge> edges_;
 };

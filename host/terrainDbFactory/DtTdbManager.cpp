@@ -260,7 +260,7 @@ private:
     bool addLine(const OGRLineString& line, std::string& problem);
     bool addArea(const OGRPolygon& polygon, std::string& problem);
     int junction(const DtPoint& point);
-    void attach(DtNetworkAttributes& attributes, FeatureType type) const;
+    DtNetworkAttributes attributesOf(FeatureType type);
 
     std::unique_ptr<DtCoordinateConverter> converter_;
     DtVectorNetwork& network_;
@@ -345,12 +345,13 @@ void NetworkBuilder::readAttributes(OGRFeature& feature) {
                 featureAttributes_.emplace_back(name, feature.GetFieldAsDouble(i));
                 break;
             default:
-                featureAttributes_.emplace_back(name, std::string(feature.GetFieldAsString(i)));
+                featureAttributes_.emplace_back(name,
+                                                network_.internText(feature.GetFieldAsString(i)));
         }
     }
     if (eccField_ >= 0 && feature.IsFieldSetAndNotNull(eccField_))
         featureAttributes_.emplace_back(derived().ecc,
-                                        std::string(feature.GetFieldAsString(eccField_)));
+                                        network_.internText(feature.GetFieldAsString(eccField_)));
     const std::pair<int, const DtSymbolString*> dimensions[] = {{widthField_, &derived().width},
                                                                {lengthField_, &derived().length},
                                                                {heightField_, &derived().height}};
@@ -365,11 +366,16 @@ void NetworkBuilder::readAttributes(OGRFeature& feature) {
     }
 }
 
-void NetworkBuilder::attach(DtNetworkAttributes& attributes, FeatureType type) const {
-    for (const DtNetworkAttribute& attribute : featureAttributes_)
-        attributes.add(attribute);
-    attributes.add(DtNetworkAttribute(derived().featureType, static_cast<int>(type)));
-    attributes.add(DtNetworkAttribute(derived().fid, static_cast<int>(fid_)));
+// The feature's attributes and the two every object carries, stored in the network.
+DtNetworkAttributes NetworkBuilder::attributesOf(FeatureType type) {
+    const size_t fields = featureAttributes_.size();
+    featureAttributes_.emplace_back(derived().featureType, static_cast<int>(type));
+    featureAttributes_.emplace_back(derived().fid, static_cast<int>(fid_));
+    const DtNetworkAttributes stored =
+        network_.storeAttributes(featureAttributes_.data(), featureAttributes_.size());
+    featureAttributes_.erase(featureAttributes_.begin() + static_cast<std::ptrdiff_t>(fields),
+                             featureAttributes_.end());
+    return stored;
 }
 
 // Source coordinates to the scene, in place of the three arrays.
@@ -418,7 +424,7 @@ bool NetworkBuilder::addPoints(const OGRGeometry& geometry, std::string& problem
         return false;
     }
     for (const DtPoint& point : points_)
-        attach(network_.addNode(point).attributes(), Point);
+        network_.addNode(point).setAttributes(attributesOf(Point));
     return true;
 }
 
@@ -444,7 +450,7 @@ bool NetworkBuilder::addLine(const OGRLineString& line, std::string& problem) {
     }
     DtNetworkEdge& edge = network_.addEdge();
     edge.points() = points_;
-    attach(edge.attributes(), Linear);
+    edge.setAttributes(attributesOf(Linear));
     if (!points_.empty()) {
         const int edgeIndex = network_.numEdges() - 1;
         const int first = junction(points_.front());
@@ -473,7 +479,7 @@ bool NetworkBuilder::addArea(const OGRPolygon& polygon, std::string& problem) {
     }
     DtNetworkEdge& edge = network_.addEdge();
     edge.points() = points_;
-    attach(edge.attributes(), Areal);
+    edge.setAttributes(attributesOf(Areal));
     return true;
 }
 
@@ -506,6 +512,10 @@ bool NetworkBuilder::addGeometry(const OGRGeometry& geometry, std::string& probl
 bool NetworkBuilder::addLayer(OGRLayer& layer, std::string& problem) {
     if (!prepareLayer(layer, problem))
         return false;
+    // A point layer whose header tells its size is stored without regrowing.
+    const GIntBig count = layer.GetFeatureCount(FALSE);
+    if (count > 0 && wkbFlatten(layer.GetGeomType()) == wkbPoint)
+        network_.reserve(static_cast<size_t>(count), fieldNames_.size() + 7);
     layer.ResetReading();
     for (OGRFeatureUniquePtr feature(layer.GetNextFeature()); feature;
          feature.reset(layer.GetNextFeature())) {

@@ -7,13 +7,13 @@
 // Peak memory of each load is measured in a child process of its own.
 #include <benchmark/benchmark.h>
 
-#include <GeographicLib/Geocentric.hpp>
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <GeographicLib/Geocentric.hpp>
 
 #include <cstdio>
 #include <cstdlib>

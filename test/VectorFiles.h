@@ -38,9 +38,8 @@ inline bool writeVector(const std::string& path, const OGRSpatialReference* srs,
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName(driverName);
     if (!driver)
         return false;
-    GDALDatasetUniquePtr dataset(
-        static_cast<GDALDataset*>(GDALOpenEx(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE,
-                                             nullptr, nullptr, nullptr)));
+    GDALDatasetUniquePtr dataset(static_cast<GDALDataset*>(
+        GDALOpenEx(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_UPDATE, nullptr, nullptr, nullptr)));
     if (!dataset)
         dataset.reset(driver->Create(path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
     if (!dataset)
@@ -108,8 +107,8 @@ bool writeDted(const std::string& path, int lat, int lon, Height height) {
         for (int col = 0; col < posts; ++col)
             heights[row * posts + col] = static_cast<int16_t>(height(row, col));
     }
-    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts,
-                                         posts, GDT_Int16, 0, 0) != CE_None) {
+    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts, posts,
+                                         GDT_Int16, 0, 0) != CE_None) {
         return false;
     }
     GDALDatasetUniquePtr copy(

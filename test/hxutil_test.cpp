@@ -7,10 +7,10 @@
 #include "TempDir.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtFilename.h"
-#include "zorUtil/DtZorFilesystem.h"
 #include "hxutil/DtList.h"
 #include "hxutil/DtNet.h"
 #include "hxutil/DtString.h"
+#include "zorUtil/DtZorFilesystem.h"
 
 TEST(DtString, doubleTextIsShortestAndReadsBack) {
     EXPECT_EQ(DtString(45.5), "45.5");

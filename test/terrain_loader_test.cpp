@@ -108,8 +108,8 @@ TEST(TerrainLoader, filesWithoutASystemAnswerNullWithAReason) {
         EXPECT_EQ(error.stdString(), dir.file(name) + ": " + reason);
         DtTdbManager manager;
         Coordinate_System geocentric(false, 0.0);
-        EXPECT_FALSE(manager.loadFor3DVisualization(DtFilename(dir.file(name)), &geocentric,
-                                                    &error));
+        EXPECT_FALSE(
+            manager.loadFor3DVisualization(DtFilename(dir.file(name)), &geocentric, &error));
         EXPECT_EQ(error.stdString().rfind(dir.file(name) + ": ", 0), 0u) << error.stdString();
         EXPECT_EQ(manager.terrainDatabase(), nullptr);
     }
@@ -120,8 +120,8 @@ TEST(TerrainLoader, pointsLandWhereGeographicLibPutsThem) {
     const double points[][2] = {{-74.0, 40.7}, {-75.2, 39.9}, {-73.1, 41.6}};  // lon, lat
     std::vector<TestFeature> features;
     for (const auto& p : points) {
-        features.push_back({"POINT (" + std::to_string(p[0]) + " " + std::to_string(p[1]) + ")",
-                            {}, {}, {}});
+        features.push_back(
+            {"POINT (" + std::to_string(p[0]) + " " + std::to_string(p[1]) + ")", {}, {}, {}});
     }
     ASSERT_TRUE(writeVector(dir.file("wgs84.shp"), srsFromEpsg(4326).get(), features));
     const DtFilename file(dir.file("wgs84.shp"));
@@ -164,25 +164,31 @@ TEST(TerrainLoader, pointsLandWhereGeographicLibPutsThem) {
 TEST(TerrainLoader, theNetworkOfAGeodatabase) {
     TempDir dir;
     const std::string gdb = dir.file("set.gdb");
-    TestFeature point{"POINT (500100 4649900)", {{"F_CODE", "AL015"}, {"NAM", "house"}},
-                      {{"SCORE", 7}}, {{"WID", 12.5}, {"LEN", 20}, {"HGT", 9}, {"AOO", 44.6}}};
+    TestFeature point{"POINT (500100 4649900)",
+                      {{"F_CODE", "AL015"}, {"NAM", "house"}},
+                      {{"SCORE", 7}},
+                      {{"WID", 12.5}, {"LEN", 20}, {"HGT", 9}, {"AOO", 44.6}}};
     TestFeature bare{"MULTIPOINT ((500200 4649900),(500300 4649900))", {}, {}, {}};
-    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(), {point}, "OpenFileGDB", "sites",
-                            wkbPoint));
-    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(), {bare}, "OpenFileGDB", "marks",
-                            wkbMultiPoint));
-    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(),
-                            {{"LINESTRING (500000 4650000,500100 4650100)", {{"ECC", "AP030"}}, {}, {}},
-                             {"LINESTRING (500100 4650100,500200 4650000,500300 4650050)", {}, {}, {}}},
-                            "OpenFileGDB", "roads", wkbLineString));
-    ASSERT_TRUE(writeVector(gdb, srsFromEpsg(32618).get(),
-                            {{"POLYGON ((500000 4649000,500010 4649000,500010 4649010,500000 4649000),"
-                              "(500002 4649001,500003 4649001,500003 4649002,500002 4649001))",
-                              {}, {}, {}}},
-                            "OpenFileGDB", "areas", wkbPolygon));
+    ASSERT_TRUE(
+        writeVector(gdb, srsFromEpsg(32618).get(), {point}, "OpenFileGDB", "sites", wkbPoint));
+    ASSERT_TRUE(
+        writeVector(gdb, srsFromEpsg(32618).get(), {bare}, "OpenFileGDB", "marks", wkbMultiPoint));
+    ASSERT_TRUE(
+        writeVector(gdb, srsFromEpsg(32618).get(),
+                    {{"LINESTRING (500000 4650000,500100 4650100)", {{"ECC", "AP030"}}, {}, {}},
+                     {"LINESTRING (500100 4650100,500200 4650000,500300 4650050)", {}, {}, {}}},
+                    "OpenFileGDB", "roads", wkbLineString));
+    ASSERT_TRUE(
+        writeVector(gdb, srsFromEpsg(32618).get(),
+                    {{"POLYGON ((500000 4649000,500010 4649000,500010 4649010,500000 4649000),"
+                      "(500002 4649001,500003 4649001,500003 4649002,500002 4649001))",
+                      {},
+                      {},
+                      {}}},
+                    "OpenFileGDB", "areas", wkbPolygon));
 
-    DtUtmCS scene(DtDegMinSec::fromLatitude(42.0), DtDegMinSec::fromLongitude(-75.0), 0, 18,
-                  false, 0.0, 0.9996);
+    DtUtmCS scene(DtDegMinSec::fromLatitude(42.0), DtDegMinSec::fromLongitude(-75.0), 0, 18, false,
+                  0.0, 0.9996);
     DtTdbManager manager;
     DtString error;
     ASSERT_TRUE(manager.loadFor3DVisualization(DtFilename(gdb), &scene, &error))
@@ -245,9 +251,8 @@ TEST(TerrainLoader, brokenFilesGiveALineAndNoDatabase) {
         DtTdbManager manager;
         Coordinate_System geocentric(false, 0.0);
         DtString error;
-        const bool loaded =
-            manager.loadFor3DVisualization(DtFilename(broken.file("roads.shp")), &geocentric,
-                                           &error);
+        const bool loaded = manager.loadFor3DVisualization(DtFilename(broken.file("roads.shp")),
+                                                           &geocentric, &error);
         // Either the reader refuses, or it gives what it could read whole: never more.
         if (loaded) {
             EXPECT_LE(manager.terrainDatabase()->vectorNetwork()->numEdges(), 50);

@@ -71,13 +71,15 @@ TEST(TerrainToolkitHeaderParser, eachKindInTheHostsWords) {
     EXPECT_NEAR(lambert.lambertConverter()->parallel1(), 36.1666666666667, 1e-9);
     EXPECT_NEAR(lambert.lambertConverter()->parallel2(), 34.3333333333333, 1e-9);
 
-    ASSERT_TRUE(writeVector(dir.file("geo.shp"), srsFromEpsg(4326).get(), {{"POINT (1 2)", {}, {}, {}}}));
+    ASSERT_TRUE(
+        writeVector(dir.file("geo.shp"), srsFromEpsg(4326).get(), {{"POINT (1 2)", {}, {}, {}}}));
     const Answer geographic = toolkit(dir.file("geo.shp"));
     EXPECT_TRUE(geographic.valid);
     EXPECT_EQ(geographic.type, "Geographic");
     EXPECT_EQ(geographic.parameters, "");
 
-    ASSERT_TRUE(writeVector(dir.file("plate.shp"), srsFromEpsg(4087).get(), {{"POINT (1 2)", {}, {}, {}}}));
+    ASSERT_TRUE(
+        writeVector(dir.file("plate.shp"), srsFromEpsg(4087).get(), {{"POINT (1 2)", {}, {}, {}}}));
     EXPECT_EQ(toolkit(dir.file("plate.shp")).type, DtCoordinateConverter::FlatEarth);
 
     ASSERT_TRUE(writeVector(dir.file("bare.shp"), nullptr, {{"POINT (1 2)", {}, {}, {}}}));

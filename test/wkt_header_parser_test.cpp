@@ -13,8 +13,8 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <thread>
 #include <string>
+#include <thread>
 
 #include "TempDir.h"
 #include "matrix/DtAngles.h"
@@ -28,7 +28,8 @@ namespace {
 std::string wktOf(int epsg, bool esri) {
     OGRSpatialReference srs;
     srs.importFromEPSG(epsg);
-    if (esri) srs.morphToESRI();
+    if (esri)
+        srs.morphToESRI();
     char* text = nullptr;
     srs.exportToWkt(&text);
     std::string wkt = text ? text : "";
@@ -93,10 +94,13 @@ TEST(WktHeaderParser, otherKindsAndRefusals) {
     EXPECT_EQ(a.type, DtCoordinateConverter::Geocentric);
 
     const std::string plate =
-        "PROJCS[\"Plate\",GEOGCS[\"GCS_WGS_1984\",DATUM[\"D_WGS_1984\",SPHEROID[\"WGS_1984\",6378137.0,"
+        "PROJCS[\"Plate\",GEOGCS[\"GCS_WGS_1984\",DATUM[\"D_WGS_1984\",SPHEROID[\"WGS_1984\","
+        "6378137.0,"
         "298.257223563]],PRIMEM[\"Greenwich\",0.0],UNIT[\"Degree\",0.0174532925199433]],"
-        "PROJECTION[\"Equirectangular\"],PARAMETER[\"False_Easting\",0.0],PARAMETER[\"False_Northing\",0.0],"
-        "PARAMETER[\"Central_Meridian\",10.0],PARAMETER[\"Standard_Parallel_1\",45.0],UNIT[\"Meter\",1.0]]";
+        "PROJECTION[\"Equirectangular\"],PARAMETER[\"False_Easting\",0.0],PARAMETER[\"False_"
+        "Northing\",0.0],"
+        "PARAMETER[\"Central_Meridian\",10.0],PARAMETER[\"Standard_Parallel_1\",45.0],UNIT["
+        "\"Meter\",1.0]]";
     a = ask(modelFile(plate));
     ASSERT_TRUE(a.valid);
     EXPECT_EQ(a.type, DtCoordinateConverter::FlatEarth);
@@ -153,8 +157,8 @@ TEST(WktHeaderParser, keysAreSearchedByteByByte) {
     // Too long for any number: refused, never cut into another number.
     Steps padded(dir.write("long.osg", "X Origin: " + std::string(5000, '0') + "500000\""));
     EXPECT_FALSE(padded.getOrigin("X Origin", value));
-    const std::string utm = modelFile(wktOf(32633, true), "X Origin: " + std::string(5000, '0') +
-                                                              "500000\" Y Origin: 0\"");
+    const std::string utm = modelFile(
+        wktOf(32633, true), "X Origin: " + std::string(5000, '0') + "500000\" Y Origin: 0\"");
     EXPECT_FALSE(ask(utm).valid);
 
     std::string wkt;
@@ -224,8 +228,9 @@ TEST(WktHeaderParser, keysSplitOverBlockBoundaries) {
 TEST(WktHeaderParser, degreesByTheirUnitName) {
     TempDir dir;
     Steps steps(dir.file("x.osg"));
-    for (const auto& [unit, degrees] : {std::make_pair("Degree", true), std::make_pair("DEGREE", true),
-                                        std::make_pair("degrees", false), std::make_pair("radian", false)}) {
+    for (const auto& [unit, degrees] :
+         {std::make_pair("Degree", true), std::make_pair("DEGREE", true),
+          std::make_pair("degrees", false), std::make_pair("radian", false)}) {
         OGRSpatialReference srs;
         srs.SetWellKnownGeogCS("WGS84");
         srs.SetAngularUnits(unit, 0.0174532925199433);

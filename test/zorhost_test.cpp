@@ -39,9 +39,8 @@ ZorhostRun zorhost(const std::string& arguments, const std::string& environment 
     TempDir dir;
     // From the repository's root, where the sample description's directories resolve.
     const std::string command = std::string("cd '") + ZOR_SOURCE_DIR + "' && " + environment +
-                                " '" + ZORHOST_PATH + "' " +
-                                arguments + " >'" +
-                                dir.file("out") + "' 2>'" + dir.file("err") + "'";
+                                " '" + ZORHOST_PATH + "' " + arguments + " >'" + dir.file("out") +
+                                "' 2>'" + dir.file("err") + "'";
     const int raw = std::system(command.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir.file("out")), slurp(dir.file("err"))};
 }

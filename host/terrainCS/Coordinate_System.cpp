@@ -30,8 +30,8 @@ DtUtmCS::DtUtmCS(const DtDegMinSec& originLatitude, const DtDegMinSec& originLon
                  int ellipsoid, long zone, bool hasVerticalOffset, double verticalOffset,
                  double scaleFactor)
     : Coordinate_System(Utm, DtString(kelZor::DtCoordinateConverter::UTM),
-                        originLatitude.toDegrees(), originLongitude.toDegrees(),
-                        hasVerticalOffset, verticalOffset),
+                        originLatitude.toDegrees(), originLongitude.toDegrees(), hasVerticalOffset,
+                        verticalOffset),
       ellipsoid_(ellipsoid),
       zone_(zone),
       scaleFactor_(scaleFactor) {}
@@ -42,13 +42,13 @@ char DtUtmCS::hemisphere() const {
 
 DtLambertConformalCS::DtLambertConformalCS(double originLatitude, double originLongitude,
                                            double parallel1, double parallel2)
-    : Coordinate_System(Lambert, DtString(kelZor::DtCoordinateConverter::Lambert),
-                        originLatitude, originLongitude),
+    : Coordinate_System(Lambert, DtString(kelZor::DtCoordinateConverter::Lambert), originLatitude,
+                        originLongitude),
       parallel1_(parallel1),
       parallel2_(parallel2) {}
 
-DtFlatEarthCS::DtFlatEarthCS(double originLatitude, double originLongitude,
-                             bool hasVerticalOffset, double verticalOffset)
+DtFlatEarthCS::DtFlatEarthCS(double originLatitude, double originLongitude, bool hasVerticalOffset,
+                             double verticalOffset)
     : Coordinate_System(FlatEarth, DtString(kelZor::DtCoordinateConverter::FlatEarth),
                         DtRad2Deg(originLatitude), DtRad2Deg(originLongitude), hasVerticalOffset,
                         verticalOffset) {}

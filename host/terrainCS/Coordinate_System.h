@@ -19,8 +19,14 @@
 
 class Coordinate_System {
 public:
-    enum Kind { OtherProjected = 0, Lambert = 1, Utm = 2, Geographic = 3, Geocentric = 4,
-                FlatEarth = 6 };
+    enum Kind {
+        OtherProjected = 0,
+        Lambert = 1,
+        Utm = 2,
+        Geographic = 3,
+        Geocentric = 4,
+        FlatEarth = 6
+    };
 
     // A geocentric system; `hasVerticalOffset` and `verticalOffset` are kept as given.
     Coordinate_System(bool hasVerticalOffset, double verticalOffset);
@@ -53,9 +59,8 @@ class DtUtmCS : public Coordinate_System {
 public:
     // The origin (its hemisphere is the system's), the ellipsoid code, the zone, then a
     // vertical offset as in the base and the central scale factor.
-    DtUtmCS(const DtDegMinSec& originLatitude, const DtDegMinSec& originLongitude,
-            int ellipsoid, long zone, bool hasVerticalOffset, double verticalOffset,
-            double scaleFactor);
+    DtUtmCS(const DtDegMinSec& originLatitude, const DtDegMinSec& originLongitude, int ellipsoid,
+            long zone, bool hasVerticalOffset, double verticalOffset, double scaleFactor);
     long zone() const { return zone_; }
     int ellipsoid() const { return ellipsoid_; }
     double scaleFactor() const { return scaleFactor_; }

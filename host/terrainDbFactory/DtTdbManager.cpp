@@ -1,10 +1,10 @@
 #include "terrainDbFactory/DtTdbManager.h"
 
-#include <GeographicLib/Geocentric.hpp>
-#include <GeographicLib/UTMUPS.hpp>
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
+#include <GeographicLib/Geocentric.hpp>
+#include <GeographicLib/UTMUPS.hpp>
 
 #include <cmath>
 #include <cstring>
@@ -142,7 +142,8 @@ bool extentCentre(OGRLayer& layer, double& x, double& y) {
     return std::isfinite(x) && std::isfinite(y);
 }
 
-Coordinate_System* utmSystem(const OGRSpatialReference& srs, OGRLayer& layer, int zone, bool north) {
+Coordinate_System* utmSystem(const OGRSpatialReference& srs, OGRLayer& layer, int zone,
+                             bool north) {
     // The zone's own central meridian on the equator, unless the extent says better.
     double lon = -183.0 + 6.0 * zone;
     double lat = north ? 0.0 : -1e-9;
@@ -353,8 +354,8 @@ void NetworkBuilder::readAttributes(OGRFeature& feature) {
         featureAttributes_.emplace_back(derived().ecc,
                                         network_.internText(feature.GetFieldAsString(eccField_)));
     const std::pair<int, const DtSymbolString*> dimensions[] = {{widthField_, &derived().width},
-                                                               {lengthField_, &derived().length},
-                                                               {heightField_, &derived().height}};
+                                                                {lengthField_, &derived().length},
+                                                                {heightField_, &derived().height}};
     for (const auto& [field, name] : dimensions) {
         if (field >= 0 && feature.IsFieldSetAndNotNull(field))
             featureAttributes_.emplace_back(*name, feature.GetFieldAsDouble(field));
@@ -379,8 +380,8 @@ DtNetworkAttributes NetworkBuilder::attributesOf(FeatureType type) {
 }
 
 // Source coordinates to the scene, in place of the three arrays.
-bool NetworkBuilder::toScene(std::vector<double>& x, std::vector<double>& y,
-                             std::vector<double>& z, std::vector<DtPoint>& out) {
+bool NetworkBuilder::toScene(std::vector<double>& x, std::vector<double>& y, std::vector<double>& z,
+                             std::vector<DtPoint>& out) {
     out.clear();
     if (x.empty())
         return true;
@@ -429,8 +430,8 @@ bool NetworkBuilder::addPoints(const OGRGeometry& geometry, std::string& problem
 }
 
 int NetworkBuilder::junction(const DtPoint& point) {
-    const auto found = junctions_.emplace(PointKey{point.x(), point.y(), point.z()},
-                                          network_.numNodes());
+    const auto found =
+        junctions_.emplace(PointKey{point.x(), point.y(), point.z()}, network_.numNodes());
     if (found.second)
         network_.addNode(point);
     return found.first->second;
@@ -544,8 +545,8 @@ Coordinate_System* DtTdbManager::coordinateSystemFrom(const DtFilename& file, co
     std::string problem = openProblem(file);
     Coordinate_System* system = nullptr;
     if (problem.empty()) {
-        system = isDted(lowerExtension(file)) ? dtedSystem(file, problem)
-                                              : vectorSystem(file, problem);
+        system =
+            isDted(lowerExtension(file)) ? dtedSystem(file, problem) : vectorSystem(file, problem);
     }
     if (!system)
         setError(error, file, problem);

@@ -20,11 +20,10 @@
 // Throws DtTemplatedException<code>, built where it is thrown as the engine's handlers
 // expect to read it: message prefix + detail, full signature, source file name without
 // its directory, line, no previous exception.
-#define ZOR_THROW(code, prefix, detail)                                                      \
-    throw DtTemplatedException<code>((std::string(prefix) + (detail)).c_str(),               \
-                                     __PRETTY_FUNCTION__,                                    \
-                                     DtFilename::stripPath(DtFilename(__FILE__)).c_str(),    \
-                                     __LINE__, nullptr)
+#define ZOR_THROW(code, prefix, detail)                                \
+    throw DtTemplatedException<code>(                                  \
+        (std::string(prefix) + (detail)).c_str(), __PRETTY_FUNCTION__, \
+        DtFilename::stripPath(DtFilename(__FILE__)).c_str(), __LINE__, nullptr)
 #define ZOR_THROW_INVALID_INPUT(detail) ZOR_THROW(-1, "DtInvalidInput: ", detail)
 #define ZOR_THROW_CORRUPTED_STATE(detail) ZOR_THROW(-3, "DtCorruptedState: ", detail)
 

@@ -5,9 +5,9 @@
 #include <memory>
 
 #include "matrix/DtAngles.h"
-#include "zorTerrain/DtStandardPatchRecord.h"
 #include "zorTerrain/DtMetaFlightDescription.h"
 #include "zorTerrain/DtMetaFlightParser.h"
+#include "zorTerrain/DtStandardPatchRecord.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace kelZor {
@@ -81,8 +81,8 @@ bool DtMetaFlightHeaderParser::isValid() {
 
     std::unique_ptr<DtCoordinateConverter> converter;
     const char* type = nullptr;
-    switch (selectConverter(description.geometryDatasetDataCoordinateSystem(name), converter,
-                            type)) {
+    switch (
+        selectConverter(description.geometryDatasetDataCoordinateSystem(name), converter, type)) {
         case Selection::Refused:
             return false;
         case Selection::Converter:

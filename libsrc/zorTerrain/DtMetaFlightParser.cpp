@@ -582,7 +582,7 @@ std::string linkTarget(std::string path) {
         target.resize(static_cast<size_t>(length));
         const size_t slash = path.rfind('/');
         path = target[0] == '/' || slash == std::string::npos ? target
-                                                               : path.substr(0, slash + 1) + target;
+                                                              : path.substr(0, slash + 1) + target;
     }
     return path;
 }

@@ -23,7 +23,6 @@ bool equalsIgnoringAsciiCase(const char* a, const char* b) {
     return *a == *b;
 }
 
-
 // Fills the member whose child name matches the cursor's element, by the member's kind.
 // Each call answers whether it matched, so a class's table reads as one chain:
 //   Child child(parser);

@@ -30,8 +30,7 @@ bool threeNumbers(const DtlObjPtr& value, double (&numbers)[3]) {
     if (value.isNull())
         return false;
     const char* text = value->string();
-    return *text &&
-           std::sscanf(text, "%lf,%lf,%lf", &numbers[0], &numbers[1], &numbers[2]) == 3;
+    return *text && std::sscanf(text, "%lf,%lf,%lf", &numbers[0], &numbers[1], &numbers[2]) == 3;
 }
 
 // The literals a "databaseType" value may begin with, each with the host's constant.

@@ -134,9 +134,9 @@ bool DtTilePathGenerator::parseFormat(const std::string& formatting, bool textVa
     format.zeroPad = !format.leftAlign && format.flags.find('0') != std::string::npos;
     const char* nativeFlags = format.conversion == 's' ? "-" : "-0";
     const bool simpleFlags = format.flags.find_first_not_of(nativeFlags) == std::string::npos;
-    format.native = !format.hasConversion ||
-                    (format.precision < 0 && !format.shortLength && simpleFlags &&
-                     std::strchr("dius", format.conversion));
+    format.native =
+        !format.hasConversion || (format.precision < 0 && !format.shortLength && simpleFlags &&
+                                  std::strchr("dius", format.conversion));
     return true;
 }
 

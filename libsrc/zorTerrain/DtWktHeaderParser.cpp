@@ -29,12 +29,13 @@ public:
     static constexpr size_t blockSize = 1 << 20;
 
     explicit BlockReader(const std::string& path) : file_(std::fopen(path.c_str(), "rb")) {
-        if (!file_) return;
+        if (!file_)
+            return;
         // A small file needs no whole block; a large one reads a block at a time. A pipe
         // or a file whose size the system reports as 0 is read to its end in blocks.
         struct stat info;
-        const bool sized = fstat(fileno(file_.get()), &info) == 0 && S_ISREG(info.st_mode) &&
-                           info.st_size > 0;
+        const bool sized =
+            fstat(fileno(file_.get()), &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0;
         capacity_ = sized ? std::min(blockSize, static_cast<size_t>(info.st_size) + 1) : blockSize;
         buffer_.reset(new char[capacity_]);
     }
@@ -42,33 +43,39 @@ public:
 
     // The next byte, or -1 at the end (or on a read error).
     int get() {
-        if (position_ == size_ && !refill()) return -1;
+        if (position_ == size_ && !refill())
+            return -1;
         return static_cast<unsigned char>(buffer_[position_++]);
     }
     // Puts back the byte just read.
     void unget() {
-        if (position_ > 0) --position_;
+        if (position_ > 0)
+            --position_;
     }
 
     // Moves behind the first match of `key`. A byte that breaks a partial match starts
     // the key afresh and is not compared again, so "XX Origin" holds no "X Origin".
     bool find(const std::string& key) {
-        if (key.empty()) return true;
+        if (key.empty())
+            return true;
         size_t matched = 0;
         while (position_ < size_ || refill()) {
             if (matched == 0) {
                 // Nothing matched: only the key's first byte can start a match.
-                const void* first = std::memchr(buffer_.get() + position_, key[0], size_ - position_);
+                const void* first =
+                    std::memchr(buffer_.get() + position_, key[0], size_ - position_);
                 if (!first) {
                     position_ = size_;
                     continue;
                 }
-                position_ = static_cast<size_t>(static_cast<const char*>(first) - buffer_.get()) + 1;
+                position_ =
+                    static_cast<size_t>(static_cast<const char*>(first) - buffer_.get()) + 1;
                 matched = 1;
             } else {
                 matched = buffer_[position_++] == key[matched] ? matched + 1 : 0;
             }
-            if (matched == key.size()) return true;
+            if (matched == key.size())
+                return true;
         }
         return false;
     }
@@ -78,14 +85,18 @@ private:
         void operator()(FILE* file) const { std::fclose(file); }
     };
     bool refill() {
-        if (!file_) return false;
+        if (!file_)
+            return false;
         // Keep the last byte so that one unget across the boundary still works.
         const bool keep = size_ > 0;
-        if (keep) buffer_[0] = buffer_[size_ - 1];
+        if (keep)
+            buffer_[0] = buffer_[size_ - 1];
         const size_t offset = keep ? 1 : 0;
-        if (capacity_ <= offset) return false;
+        if (capacity_ <= offset)
+            return false;
         const size_t read = std::fread(buffer_.get() + offset, 1, capacity_ - offset, file_.get());
-        if (read == 0) return false;
+        if (read == 0)
+            return false;
         size_ = offset + read;
         position_ = offset;
         return true;
@@ -103,7 +114,8 @@ void skipSeparators(BlockReader& reader) {
     int c;
     while ((c = reader.get()) == ':' || c == ' ' || c == '\t') {
     }
-    if (c >= 0) reader.unget();
+    if (c >= 0)
+        reader.unget();
 }
 
 // OGR's own messages stay off the terminal for the call; the previous handler returns.
@@ -128,18 +140,22 @@ DtWktHeaderParser::DtWktHeaderParser(const std::string& path) : DtHeaderParser(p
 
 bool DtWktHeaderParser::isValid() {
     std::string wktString;
-    if (!getWktString(wktString)) return false;
+    if (!getWktString(wktString))
+        return false;
     double xOrigin = 0.0;
     double yOrigin = 0.0;
-    if (!getOrigin("X Origin", xOrigin)) return false;
-    if (!getOrigin("Y Origin", yOrigin)) return false;
+    if (!getOrigin("X Origin", xOrigin))
+        return false;
+    if (!getOrigin("Y Origin", yOrigin))
+        return false;
     return parseWktString(wktString, xOrigin, yOrigin);
 }
 
 bool DtWktHeaderParser::getWktString(std::string& wkt) {
     wkt.clear();
     BlockReader reader(filePath_);
-    if (!reader.isOpen() || !reader.find("WKT Coordinate System")) return false;
+    if (!reader.isOpen() || !reader.find("WKT Coordinate System"))
+        return false;
     skipSeparators(reader);
     std::string output;
     int depth = 0;
@@ -147,7 +163,8 @@ bool DtWktHeaderParser::getWktString(std::string& wkt) {
     bool escape = false;
     for (int c = reader.get(); c >= 0; c = reader.get()) {
         escape = c == '\\' ? !escape : false;
-        if (!escape) output += static_cast<char>(c);
+        if (!escape)
+            output += static_cast<char>(c);
         if (c == '[') {
             ++depth;
             seenBracket = true;
@@ -155,7 +172,8 @@ bool DtWktHeaderParser::getWktString(std::string& wkt) {
             break;
         }
     }
-    if (!seenBracket) return false;
+    if (!seenBracket)
+        return false;
     wkt = output;
     return true;
 }
@@ -163,12 +181,14 @@ bool DtWktHeaderParser::getWktString(std::string& wkt) {
 bool DtWktHeaderParser::getOrigin(const std::string& key, double& value) {
     value = 0.0;
     BlockReader reader(filePath_);
-    if (!reader.isOpen() || !reader.find(key)) return true;
+    if (!reader.isOpen() || !reader.find(key))
+        return true;
     skipSeparators(reader);
     std::string text;
     for (int c = reader.get(); c > 0 && c != 0x18 && c != 0x19 && c != '"'; c = reader.get()) {
         // Cutting a longer text would read a different number than the file holds.
-        if (text.size() == longestOrigin) return false;
+        if (text.size() == longestOrigin)
+            return false;
         text += static_cast<char>(c);
     }
     value = std::strtod(text.c_str(), nullptr);
@@ -212,15 +232,18 @@ bool DtWktHeaderParser::parseUtm(const OGRSpatialReference& srs, double x, doubl
     const double meridian = projectionParameter(srs, "Central_Meridian", -1.0);
     const double northing = projectionParameter(srs, "False_Northing", 0.0);
     const bool degrees = usingDegrees(srs);
-    if (meridian == -1.0) return false;
+    if (meridian == -1.0)
+        return false;
     const bool north = northing != 10000000.0;
     double m = degrees ? meridian : DtRad2Deg(meridian);
     m = ((m + 180.0) - 3.0) / 6.0;
     m += m < 0 ? -0.5 : 0.5;
     // Checked before the conversion to an integer, which is undefined outside its range.
-    if (!std::isfinite(m) || m < -1.0 || m > 61.0) return false;
+    if (!std::isfinite(m) || m < -1.0 || m > 61.0)
+        return false;
     const long zone = static_cast<long>(m) + 1;
-    if (zone < 1 || zone > 60) return false;
+    if (zone < 1 || zone > 60)
+        return false;
     DtUtmCoordinateConverter converter;
     bool ok = true;
     if (x == 0.0 && y == 0.0) {
@@ -266,10 +289,12 @@ bool DtWktHeaderParser::parseLambert(const OGRSpatialReference& srs, double x, d
                         projectionParameter(srs, "Standard_Parallel_1", -1.0),
                         projectionParameter(srs, "Standard_Parallel_2", -1.0)};
     for (double value : values) {
-        if (value == -1.0) return false;
+        if (value == -1.0)
+            return false;
     }
     if (!degrees) {
-        for (double& value : values) value = DtRad2Deg(value);
+        for (double& value : values)
+            value = DtRad2Deg(value);
     }
     DtLambertCoordinateConverter converter;
     bool ok = true;
@@ -290,11 +315,13 @@ bool DtWktHeaderParser::convertCoordinates(const OGRSpatialReference& srs, doubl
     outY = y;
     QuietOgr quiet;
     std::unique_ptr<OGRSpatialReference> geographic(srs.CloneGeogCS());
-    if (!geographic) return false;
+    if (!geographic)
+        return false;
     geographic->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
     std::unique_ptr<OGRCoordinateTransformation> transformation(
         OGRCreateCoordinateTransformation(&srs, geographic.get()));
-    if (!transformation || !transformation->Transform(1, &outX, &outY, nullptr)) return false;
+    if (!transformation || !transformation->Transform(1, &outX, &outY, nullptr))
+        return false;
     if (toRadians) {
         outX = DtDeg2Rad(outX);
         outY = DtDeg2Rad(outY);
@@ -306,7 +333,8 @@ bool DtWktHeaderParser::usingDegrees(const OGRSpatialReference& srs) {
     const char* name = nullptr;
     srs.GetAngularUnits(&name);
     std::string lower = name ? name : "";
-    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : lower)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return lower == "degree";
 }
 

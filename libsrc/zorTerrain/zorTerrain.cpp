@@ -40,13 +40,13 @@ void registerHeaderParsers(DtDe& de) {
                    {"flt"});
     registerParser(factory, "DtMetaFlightHeaderParser", new DtMetaFlightHeaderParserCreator,
                    {"mft"});
-    registerParser(factory, "DtSorrelKslHeaderParser", new DtSorrelKslHeaderParserCreator,
-                   {"ksl"});
-    registerParser(factory, "DtTerrainProjectHeaderParser",
-                   new DtTerrainProjectHeaderParserCreator, {});
+    registerParser(factory, "DtSorrelKslHeaderParser", new DtSorrelKslHeaderParserCreator, {"ksl"});
+    registerParser(factory, "DtTerrainProjectHeaderParser", new DtTerrainProjectHeaderParserCreator,
+                   {});
     registerParser(factory, "DtGeoTiffHeaderParser", new DtGeoTiffHeaderParserCreator,
                    {"tif", "tiff"});
-    registerParser(factory, "DtWktHeaderParser", new DtWktHeaderParserCreator, {"osg", "ive", "medf"});
+    registerParser(factory, "DtWktHeaderParser", new DtWktHeaderParserCreator,
+                   {"osg", "ive", "medf"});
     registerParser(factory, "DtImageHeaderParser", new DtImageHeaderParserCreator,
                    {"jpeg", "jpg", "bmp", "png", "gif", "rgb"});
 }

@@ -95,12 +95,12 @@ bool LibraryModule::load(const PluginLibrary& plugin, std::string& error) {
         return false;
     // The module's plug-in must be the one zorhost loaded, not a second copy.
     if (module_.symbol(PluginLibrary::initSymbol) != reinterpret_cast<void*>(plugin.init())) {
-        error = "this command needs the zorTerrain library; the plug-in " +
-                plugin.path() + " is not it (its soname differs)";
+        error = "this command needs the zorTerrain library; the plug-in " + plugin.path() +
+                " is not it (its soname differs)";
         return false;
     }
-    auto entry = reinterpret_cast<const LibraryCommands* (*)()>(
-        module_.symbol(ZORHOST_LIBRARY_ENTRY));
+    auto entry =
+        reinterpret_cast<const LibraryCommands* (*)()>(module_.symbol(ZORHOST_LIBRARY_ENTRY));
     if (!entry) {
         error = module_.path() + " has no entry " ZORHOST_LIBRARY_ENTRY;
         return false;

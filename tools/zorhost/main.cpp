@@ -67,14 +67,13 @@ std::vector<std::string> sampleFiles(kelZor::DtDe& de, const std::string& direct
     for (const char* folder : {"", "/project"}) {
         for (const auto& entry : std::filesystem::directory_iterator(directory + folder, code)) {
             const std::string path = entry.path().string();
-            const bool geodatabase =
-                entry.is_directory(code) && entry.path().extension() == ".gdb";
+            const bool geodatabase = entry.is_directory(code) && entry.path().extension() == ".gdb";
             if ((entry.is_regular_file(code) || geodatabase) && !parserNameFor(de, path).empty())
                 files.push_back(path);
         }
         if (code) {
-            error = "cannot list the sample directory " + directory + folder + ": " +
-                    code.message();
+            error =
+                "cannot list the sample directory " + directory + folder + ": " + code.message();
             break;
         }
     }
@@ -154,8 +153,7 @@ void addMetaFlight(CLI::App& app, Request& request) {
         "col, centre, offset and file path, streamed as they are made. Geodetic positions\n"
         "are latitude and longitude in degrees.");
     tiles->add_option("DOC", request.tiles.document, "MetaFlight document (.mft)")->required();
-    tiles->add_option("--dataset", request.tiles.dataset, "The geometry dataset's key")
-        ->required();
+    tiles->add_option("--dataset", request.tiles.dataset, "The geometry dataset's key")->required();
     tiles->add_option("--level", request.tiles.level, "One level, from 0")
         ->check(CLI::NonNegativeNumber);
     tiles->add_flag("--json", request.tiles.json,
@@ -166,8 +164,7 @@ void addMetaFlight(CLI::App& app, Request& request) {
         "A position moved between two coordinate systems of a document, named by key. In a\n"
         "geodetic system the values are latitude and longitude in degrees and altitude in\n"
         "metres; otherwise the system's own numbers, in metres.");
-    convert->add_option("DOC", request.convert.document, "MetaFlight document (.mft)")
-        ->required();
+    convert->add_option("DOC", request.convert.document, "MetaFlight document (.mft)")->required();
     convert->add_option("--from", request.convert.from, "Key of the source system")->required();
     convert->add_option("--to", request.convert.to, "Key of the target system")->required();
     convert->add_option("X Y Z", request.values, "The position")->required()->expected(3);

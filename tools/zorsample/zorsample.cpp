@@ -98,7 +98,8 @@ bool writeGeoTiff(const std::string& path) {
 
 bool writeModel(const std::string& path) {
     OGRSpatialReference srs;
-    if (srs.importFromEPSG(32733) != OGRERR_NONE) return false;
+    if (srs.importFromEPSG(32733) != OGRERR_NONE)
+        return false;
     srs.morphToESRI();
     char* wkt = nullptr;
     srs.exportToWkt(&wkt);
@@ -134,12 +135,12 @@ bool writeDted(const std::string& path) {
             heights[row * posts + col] = int16_t(400 + 900 * across * across + 2 * row);
         }
     }
-    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts,
-                                         posts, GDT_Int16, 0, 0) != CE_None) {
+    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts, posts,
+                                         GDT_Int16, 0, 0) != CE_None) {
         return false;
     }
-    GDALDatasetUniquePtr copy(dted->CreateCopy(path.c_str(), cell.get(), FALSE, nullptr, nullptr,
-                                               nullptr));
+    GDALDatasetUniquePtr copy(
+        dted->CreateCopy(path.c_str(), cell.get(), FALSE, nullptr, nullptr, nullptr));
     return copy != nullptr;
 }
 
@@ -195,14 +196,14 @@ bool addPoints(OGRLayer& layer) {
     static const double width = 12, length = 20, height = 9, heading = 30, tall = 15;
     return addFeature(layer, "POINT (500100 5039900)",
                       {"AL015", "farm house", &width, &length, &height, &heading}) &&
-           addFeature(layer, "POINT (500160 5039880)", {"AL15", "barn", &width, nullptr, &tall,
-                                                        nullptr}) &&
-           addFeature(layer, "POINT (500220 5039700)", {"EC030", "oak", nullptr, nullptr, &tall,
-                                                        nullptr}) &&
-           addFeature(layer, "POINT (500260 5039720)", {"EC030", "beech", nullptr, nullptr,
-                                                        nullptr, nullptr}) &&
-           addFeature(layer, "POINT (500300 5039650)", {nullptr, "survey mark", nullptr, nullptr,
-                                                        nullptr, nullptr});
+           addFeature(layer, "POINT (500160 5039880)",
+                      {"AL15", "barn", &width, nullptr, &tall, nullptr}) &&
+           addFeature(layer, "POINT (500220 5039700)",
+                      {"EC030", "oak", nullptr, nullptr, &tall, nullptr}) &&
+           addFeature(layer, "POINT (500260 5039720)",
+                      {"EC030", "beech", nullptr, nullptr, nullptr, nullptr}) &&
+           addFeature(layer, "POINT (500300 5039650)",
+                      {nullptr, "survey mark", nullptr, nullptr, nullptr, nullptr});
 }
 
 bool writePointsShapefile(const std::string& path) {

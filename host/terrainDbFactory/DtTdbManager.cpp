@@ -258,6 +258,7 @@ private:
     bool toScene(std::vector<double>& x, std::vector<double>& y, std::vector<double>& z,
                  std::vector<DtPoint>& out);
     bool addPoints(const OGRGeometry& geometry, std::string& problem);
+    bool verticesOf(const OGRSimpleCurve& curve, std::string& problem);
     bool addLine(const OGRLineString& line, std::string& problem);
     bool addArea(const OGRPolygon& polygon, std::string& problem);
     int junction(const DtPoint& point);
@@ -437,18 +438,25 @@ int NetworkBuilder::junction(const DtPoint& point) {
     return found.first->second;
 }
 
-bool NetworkBuilder::addLine(const OGRLineString& line, std::string& problem) {
-    xs_.resize(static_cast<size_t>(line.getNumPoints()));
+// The curve's vertices in the scene, into points_.
+bool NetworkBuilder::verticesOf(const OGRSimpleCurve& curve, std::string& problem) {
+    xs_.resize(static_cast<size_t>(curve.getNumPoints()));
     ys_.resize(xs_.size());
     zs_.resize(xs_.size());
-    line.getPoints(xs_.data(), sizeof(double), ys_.data(), sizeof(double), zs_.data(),
-                   sizeof(double));
-    if (!line.Is3D())
+    curve.getPoints(xs_.data(), sizeof(double), ys_.data(), sizeof(double), zs_.data(),
+                    sizeof(double));
+    if (!curve.Is3D())
         std::fill(zs_.begin(), zs_.end(), 0.0);
     if (!toScene(xs_, ys_, zs_, points_)) {
         problem = "a vertex of feature " + std::to_string(fid_) + " cannot be transformed";
         return false;
     }
+    return true;
+}
+
+bool NetworkBuilder::addLine(const OGRLineString& line, std::string& problem) {
+    if (!verticesOf(line, problem))
+        return false;
     DtNetworkEdge& edge = network_.addEdge();
     edge.points() = points_;
     edge.setAttributes(attributesOf(Linear));
@@ -467,17 +475,8 @@ bool NetworkBuilder::addArea(const OGRPolygon& polygon, std::string& problem) {
     const OGRLinearRing* ring = polygon.getExteriorRing();
     if (!ring)
         return true;
-    xs_.resize(static_cast<size_t>(ring->getNumPoints()));
-    ys_.resize(xs_.size());
-    zs_.resize(xs_.size());
-    ring->getPoints(xs_.data(), sizeof(double), ys_.data(), sizeof(double), zs_.data(),
-                    sizeof(double));
-    if (!ring->Is3D())
-        std::fill(zs_.begin(), zs_.end(), 0.0);
-    if (!toScene(xs_, ys_, zs_, points_)) {
-        problem = "a vertex of feature " + std::to_string(fid_) + " cannot be transformed";
+    if (!verticesOf(*ring, problem))
         return false;
-    }
     DtNetworkEdge& edge = network_.addEdge();
     edge.points() = points_;
     edge.setAttributes(attributesOf(Areal));

@@ -52,7 +52,9 @@ bool readConversion(const std::string& text, size_t& at, bool textValue,
     if (at >= text.size())
         return false;  // incomplete
     const char conversion = text[at++];
-    const bool fits = textValue ? conversion == 's' : std::strchr("diuxXoc", conversion) != nullptr;
+    // A NUL would end the format printf sees: no conversion character at all.
+    const bool fits =
+        textValue ? conversion == 's' : conversion != '\0' && std::strchr("diuxXoc", conversion);
     if (!fits || (format.shortLength && (conversion == 'c' || conversion == 's')))
         return false;
     if (conversion != 's' && conversion != 'c' &&

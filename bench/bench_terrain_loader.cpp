@@ -126,10 +126,9 @@ BENCHMARK(ogrOpenAndSystemSmall)->Unit(benchmark::kMicrosecond);
 
 size_t loadNetwork() {
     DtNotifyLevelGuard quiet;
-    DtUtmCS scene = utmScene();
     DtTdbManager manager;
     DtString error;
-    manager.loadFor3DVisualization(DtFilename(largeFile()), &scene, &error);
+    manager.loadFor3DVisualization(DtFilename(largeFile()), new DtUtmCS(utmScene()), &error);
     return static_cast<size_t>(manager.terrainDatabase()->vectorNetwork()->numNodes());
 }
 

@@ -22,6 +22,15 @@ std::unique_ptr<Coordinate_System> systemOf(const std::string& path, DtString* e
         manager.coordinateSystemFrom(DtFilename(path), DtFilename::nullFilename(), error));
 }
 
+// A load that works hands the system to the database; one that fails leaves it here.
+bool load(DtTdbManager& manager, const std::string& path, std::unique_ptr<Coordinate_System> cs,
+          DtString& error) {
+    const bool loaded = manager.loadFor3DVisualization(DtFilename(path), cs.get(), &error);
+    if (loaded)
+        cs.release();
+    return loaded;
+}
+
 std::vector<TestFeature> pointsAt(std::initializer_list<const char*> wkts) {
     std::vector<TestFeature> features;
     for (const char* wkt : wkts)
@@ -107,9 +116,8 @@ TEST(TerrainLoader, filesWithoutASystemAnswerNullWithAReason) {
         EXPECT_EQ(systemOf(dir.file(name), &error), nullptr);
         EXPECT_EQ(error.stdString(), dir.file(name) + ": " + reason);
         DtTdbManager manager;
-        Coordinate_System geocentric(false, 0.0);
         EXPECT_FALSE(
-            manager.loadFor3DVisualization(DtFilename(dir.file(name)), &geocentric, &error));
+            load(manager, dir.file(name), std::make_unique<Coordinate_System>(false, 0.0), error));
         EXPECT_EQ(error.stdString().rfind(dir.file(name) + ": ", 0), 0u) << error.stdString();
         EXPECT_EQ(manager.terrainDatabase(), nullptr);
     }
@@ -124,20 +132,24 @@ TEST(TerrainLoader, pointsLandWhereGeographicLibPutsThem) {
             {"POINT (" + std::to_string(p[0]) + " " + std::to_string(p[1]) + ")", {}, {}, {}});
     }
     ASSERT_TRUE(writeVector(dir.file("wgs84.shp"), srsFromEpsg(4326).get(), features));
-    const DtFilename file(dir.file("wgs84.shp"));
+    const std::string file = dir.file("wgs84.shp");
 
-    DtUtmCS utm(DtDegMinSec::fromLatitude(40.5), DtDegMinSec::fromLongitude(-74.5), 0, 18, false,
-                0.0, 0.9996);
     DtTdbManager utmLoad;
     DtString error;
-    ASSERT_TRUE(utmLoad.loadFor3DVisualization(file, &utm, &error)) << error.stdString();
+    ASSERT_TRUE(load(
+        utmLoad, file,
+        std::make_unique<DtUtmCS>(DtDegMinSec::fromLatitude(40.5),
+                                  DtDegMinSec::fromLongitude(-74.5), 0, 18, false, 0.0, 0.9996),
+        error))
+        << error.stdString();
     const DtVectorNetwork& network = *utmLoad.terrainDatabase()->vectorNetwork();
     ASSERT_EQ(network.numNodes(), 3);
     EXPECT_EQ(network.numEdges(), 0);
 
-    DtFlatEarthCS flat(DtDeg2Rad(40.5), DtDeg2Rad(-74.5), false, 0.0);
     DtTdbManager flatLoad;
-    ASSERT_TRUE(flatLoad.loadFor3DVisualization(file, &flat, &error));
+    ASSERT_TRUE(load(flatLoad, file,
+                     std::make_unique<DtFlatEarthCS>(DtDeg2Rad(40.5), DtDeg2Rad(-74.5), false, 0.0),
+                     error));
     const GeographicLib::LocalCartesian plane(40.5, -74.5, 0.0);
     for (int i = 0; i < 3; ++i) {
         SCOPED_TRACE(i);
@@ -187,11 +199,13 @@ TEST(TerrainLoader, theNetworkOfAGeodatabase) {
                       {}}},
                     "OpenFileGDB", "areas", wkbPolygon));
 
-    DtUtmCS scene(DtDegMinSec::fromLatitude(42.0), DtDegMinSec::fromLongitude(-75.0), 0, 18, false,
-                  0.0, 0.9996);
     DtTdbManager manager;
     DtString error;
-    ASSERT_TRUE(manager.loadFor3DVisualization(DtFilename(gdb), &scene, &error))
+    ASSERT_TRUE(load(
+        manager, gdb,
+        std::make_unique<DtUtmCS>(DtDegMinSec::fromLatitude(42.0),
+                                  DtDegMinSec::fromLongitude(-75.0), 0, 18, false, 0.0, 0.9996),
+        error))
         << error.stdString();
     const DtVectorNetwork& network = *manager.terrainDatabase()->vectorNetwork();
     // Layers in order: one point, two marks, then three junctions of the two roads.
@@ -249,10 +263,9 @@ TEST(TerrainLoader, brokenFilesGiveALineAndNoDatabase) {
         std::filesystem::resize_file(cut, std::filesystem::file_size(cut) / 2);
         DtNotifyLevelGuard quiet(0);
         DtTdbManager manager;
-        Coordinate_System geocentric(false, 0.0);
         DtString error;
-        const bool loaded = manager.loadFor3DVisualization(DtFilename(broken.file("roads.shp")),
-                                                           &geocentric, &error);
+        const bool loaded = load(manager, broken.file("roads.shp"),
+                                 std::make_unique<Coordinate_System>(false, 0.0), error);
         // Either the reader refuses, or it gives what it could read whole: never more.
         if (loaded) {
             EXPECT_LE(manager.terrainDatabase()->vectorNetwork()->numEdges(), 50);

@@ -568,7 +568,8 @@ bool DtTdbManager::loadFor3DVisualization(const DtFilename& file, Coordinate_Sys
     }
     if (dataset->GetLayerCount() == 0) {
         if (dataset->GetRasterCount() > 0) {
-            database_ = std::make_unique<DtTerrainDatabase>(nullptr);  // an elevation source
+            database_ = std::make_unique<DtTerrainDatabase>(  // an elevation source
+                nullptr, std::unique_ptr<Coordinate_System>(cs));
             return true;
         }
         setError(error, file, "no layer");
@@ -583,6 +584,7 @@ bool DtTdbManager::loadFor3DVisualization(const DtFilename& file, Coordinate_Sys
             return false;
         }
     }
-    database_ = std::make_unique<DtTerrainDatabase>(std::move(network));
+    database_ = std::make_unique<DtTerrainDatabase>(std::move(network),
+                                                    std::unique_ptr<Coordinate_System>(cs));
     return true;
 }

@@ -21,13 +21,17 @@
 
 class DtTerrainDatabase {
 public:
-    explicit DtTerrainDatabase(std::unique_ptr<DtVectorNetwork> network)
-        : network_(std::move(network)) {}
+    DtTerrainDatabase(std::unique_ptr<DtVectorNetwork> network,
+                      std::unique_ptr<Coordinate_System> system)
+        : network_(std::move(network)), system_(std::move(system)) {}
     // Null for an elevation source.
     DtVectorNetwork* vectorNetwork() const { return network_.get(); }
+    // The system the database was loaded in.
+    const Coordinate_System* coordinateSystem() const { return system_.get(); }
 
 private:
     std::unique_ptr<DtVectorNetwork> network_;
+    std::unique_ptr<Coordinate_System> system_;
 };
 
 class DtTdbManager {
@@ -43,10 +47,11 @@ public:
     virtual Coordinate_System* coordinateSystemFrom(const DtFilename& file,
                                                     const DtFilename& second, DtString* error);
 
-    // Loads the file with every coordinate in `cs` (which the caller keeps owning):
-    // from the layer's system to WGS84 with OGR, then through the host's converter of
-    // that kind. False with one line naming the file and the reason in `error`; a
-    // failed load leaves no database.
+    // Loads the file with every coordinate in `cs`: from the layer's system to WGS84
+    // with OGR, then through the host's converter of that kind. A load that works hands
+    // `cs` (a heap object) to the database, which deletes it; a failed load leaves it to
+    // the caller, with one line naming the file and the reason in `error`, and no
+    // database.
     virtual bool loadFor3DVisualization(const DtFilename& file, Coordinate_System* cs,
                                         DtString* error);
 

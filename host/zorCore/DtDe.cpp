@@ -30,7 +30,7 @@ void DtDe::registerInitFunction(void* function) {
 }
 
 void DtDe::reportError(const DtDeError& error, bool notifyUser) {
-    errors_.push_back(error);
+    errors_.push_back({error, notifyUser});
     log_.out(notifyUser ? DtDebugLog::Error : DtDebugLog::Warning) << error.message() << "\n";
 }
 

@@ -75,6 +75,12 @@ private:
     DtModelDefinitionManager models_;
 };
 
+// An error as the engine was told it.
+struct DtReportedError {
+    DtDeError error;
+    bool notifyUser;
+};
+
 class DtDe {
 public:
     explicit DtDe(const std::string& configurationDirectory = std::string());
@@ -94,7 +100,9 @@ public:
     // error level, otherwise it is a warning.
     virtual void reportError(const DtDeError& error, bool notifyUser);
 
-    const std::vector<DtDeError>& reportedErrors() const { return errors_; }
+    // Every error reported so far, in order; a host shows them, a test reads them back.
+    const std::vector<DtReportedError>& reportedErrors() const { return errors_; }
+    void clearReportedErrors() { errors_.clear(); }
 
     // The registries; reached by plug-ins through each factory's instance(DtDe&).
     DtHeaderParserFactory& headerParserFactory() { return *headerParsers_; }
@@ -109,7 +117,7 @@ private:
     DtScene scene_;
     DtConfigurationService configuration_;
     DtDeSharedState sharedState_;
-    std::vector<DtDeError> errors_;
+    std::vector<DtReportedError> errors_;
     std::unique_ptr<DtHeaderParserFactory> headerParsers_;
     std::unique_ptr<DtPropAdderFactory> propAdders_;
     std::unique_ptr<DtFeatureFieldValueReaderFactory> readers_;

@@ -2,22 +2,11 @@
 // per engine makes them on demand.
 #pragma once
 
-#include <string>
+#include "zorCore/DtFeatureSet.h"
 
 namespace kelZor {
 
 class DtDe;
-
-// A layer of features that names the vector file they come from.
-class DtFeatureLayer {
-public:
-    explicit DtFeatureLayer(std::string filename) : filename_(std::move(filename)) {}
-    virtual ~DtFeatureLayer() = default;
-    const std::string& filename() const { return filename_; }
-
-private:
-    std::string filename_;
-};
 
 class DtVirtualBaseClass {
 public:

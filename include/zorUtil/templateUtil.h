@@ -12,6 +12,7 @@
 #include <map>
 #include <vector>
 
+#include <ostream>
 #include <string>
 
 #include "hxutil/DtException.h"
@@ -27,7 +28,17 @@
 #define ZOR_THROW_INVALID_INPUT(detail) ZOR_THROW(-1, "DtInvalidInput: ", detail)
 #define ZOR_THROW_CORRUPTED_STATE(detail) ZOR_THROW(-3, "DtCorruptedState: ", detail)
 
+// Writes a warning to the engine's log in its two-line shape, naming the function it is
+// written from: "<Warning:" signature ">", then the message.
+#define ZOR_WARN(log, message) \
+    kelZor::writeWarning((log).out(kelZor::DtDebugLog::Warning), __PRETTY_FUNCTION__, message)
+
 namespace kelZor {
+
+inline void writeWarning(std::ostream& out, const char* signature, const std::string& message) {
+    out << "<Warning:" << signature << ">" << std::endl;
+    out << message << std::endl;
+}
 
 template <typename K, typename V>
 const V& findOrThrow(const std::map<K, V>& map, K key) {

@@ -5,11 +5,14 @@
 
 #include "gdb/DtVectorDataInitializer.h"
 #include "zorCore/DtDe.h"
+#include "zorCore/DtFeatureFieldValueReader.h"
 #include "zorCore/DtGeoTiffHeaderParser.h"
 #include "zorCore/DtHeaderParser.h"
 #include "zorTerrain/DtMetaFlightHeaderParser.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
 #include "zorTerrain/DtSorrelKslHeaderParser.h"
+#include "zorTerrain/DtTdbFeatureAdder.h"
+#include "zorTerrain/DtTdbFeatureFieldValueReader.h"
 #include "zorTerrain/DtTerrainProjectHeaderParser.h"
 #include "zorTerrain/DtTerrainToolkitHeaderParser.h"
 #include "zorTerrain/DtWktHeaderParser.h"
@@ -60,7 +63,10 @@ void init(DtDe& de) {
     de.registerInitFunction(self);
 
     setVectorConfigDirectory(de);
+    DtFeatureFieldValueReaderFactory::instance(de).setDefaultReader(
+        new DtTdbFeatureFieldValueReader(de));
     registerHeaderParsers(de);
+    DtFeatureAdderCreator::registerInstance(de, new DtTdbFeatureAdderCreator);
 }
 
 }  // namespace zorTerrain

@@ -1,0 +1,146 @@
+#include "zorTerrain/DtTdbFeatureAdder.h"
+
+#include "hxutil/DtFilename.h"
+#include "hxutil/DtNotify.h"
+#include "matrix/DtAngles.h"
+#include "terrainDbFactory/DtTdbManager.h"
+#include "zorCore/DtDe.h"
+#include "zorTerrain/DtTdbToolCoordSysFactory.h"
+#include "zorUtil/templateUtil.h"
+
+namespace kelZor {
+
+namespace {
+
+enum FeatureType { PointType = 0, LinearType = 1, ArealType = 2 };
+
+DtVector64 vectorOf(const DtPoint& point) {
+    return DtVector64(point.x(), point.y(), point.z());
+}
+
+// The identifier and code every feature needs; false when the object lacks either, or
+// its code has no two letters to take.
+bool readIdentity(const DtNetworkAttributes& attributes, int& featureId, DtFaccCode& code) {
+    DtString ecc;
+    if (!attributes.getInt(DtString("DtFidCode"), featureId) ||
+        !attributes.getString(DtString("ECC"), ecc) || ecc.length() < 2)
+        return false;
+    code = DtFaccCode(ecc.c_str());
+    return true;
+}
+
+double doubleOr0(const DtNetworkAttributes& attributes, const char* name) {
+    double value = 0.0;
+    attributes.getDouble(DtString(name), value);
+    return value;
+}
+
+template <typename Feature>
+void addVertices(const DtNetworkEdge& edge, Feature& feature) {
+    const int count = edge.numPoints();
+    for (int i = 0; i < count; ++i)
+        feature.addPoint(vectorOf(edge.point(i)));
+}
+
+}  // namespace
+
+DtTdbFeatureAdder::DtTdbFeatureAdder(DtDe& de) : DtFeatureAdder(de) {}
+
+DtTdbFeatureAdder::~DtTdbFeatureAdder() = default;
+
+void DtTdbFeatureAdder::addFeatures(DtFeatureLayer& layer) {
+    const DtFilename file(layer.filename().c_str());
+    if (!file.exists() && file.extension().isEmpty())
+        return;
+
+    const int savedNotifyLevel = DtNotifyLevel;
+    DtNotifyLevel = 0;
+    DtTdbManager manager;
+    DtString error;
+    Coordinate_System* system =
+        DtTdbToolCoordSysFactory::create(de_.sharedState().coordinateSystem());
+    const bool loaded = manager.loadFor3DVisualization(file, system, &error);
+    const DtVectorNetwork* network = loaded ? manager.terrainDatabase()->vectorNetwork() : nullptr;
+    if (network) {
+        addFeaturesFromVectorNetwork(*network, layer);
+    } else {
+        DtDeError report(DtDeError::FileNotLoaded);
+        report << layer.filename();
+        de_.reportError(report, false);
+        DtNotifyLevel = savedNotifyLevel;
+        ZOR_WARN(de_.log(),
+                 "DtTdbFeatureAdder::addFeatures error loading file: " + error.stdString());
+        // A load that worked handed the system to its database, network or not.
+        if (!loaded)
+            delete system;
+    }
+    DtNotifyLevel = savedNotifyLevel;
+}
+
+void DtTdbFeatureAdder::addFeaturesFromVectorNetwork(const DtVectorNetwork& network,
+                                                     DtFeatureLayer& layer) {
+    const DtString featureType("DtFeatureType");
+    const int nodes = network.numNodes();
+    for (int i = 0; i < nodes; ++i) {
+        const DtNetworkNode* node = network.node(i);
+        int type = 0;
+        if (node && node->isValid() && node->numConnectedEdges() == 0 &&
+            node->attributes().getInt(featureType, type) && type == PointType)
+            addPoint(*node, layer);
+    }
+    const int edges = network.numEdges();
+    for (int i = 0; i < edges; ++i) {
+        const DtNetworkEdge* edge = network.edge(i);
+        int type = 0;
+        if (!edge || !edge->isValid() || !edge->attributes().getInt(featureType, type))
+            continue;
+        if (type == LinearType)
+            addLinear(*edge, layer);
+        else if (type == ArealType)
+            addArea(*edge, layer);
+    }
+}
+
+void DtTdbFeatureAdder::addPoint(const DtNetworkNode& node, DtFeatureLayer& layer) {
+    const unsigned int id = node.id();
+    const DtNetworkAttributes& attributes = node.attributes();
+    int featureId = 0;
+    DtFaccCode code;
+    if (!readIdentity(attributes, featureId, code))
+        return;
+    DtPointFeature* feature =
+        layer.featureSet().createPointFeature(static_cast<unsigned int>(featureId), code, id);
+    feature->setLocation(vectorOf(node.location()));
+    feature->setDimensions(DtVector64(doubleOr0(attributes, "GDB_Width"),
+                                      doubleOr0(attributes, "GDB_Length"),
+                                      doubleOr0(attributes, "DtHeight")));
+    int heading = 0;
+    if (attributes.getInt(DtString("DtOrientation"), heading))
+        feature->setRotation(DtDeg2Rad(heading));
+}
+
+void DtTdbFeatureAdder::addLinear(const DtNetworkEdge& edge, DtFeatureLayer& layer) {
+    const unsigned int id = edge.id();
+    int featureId = 0;
+    DtFaccCode code;
+    if (!readIdentity(edge.attributes(), featureId, code))
+        return;
+    addVertices(edge, *layer.featureSet().createEdgeFeature(static_cast<unsigned int>(featureId),
+                                                            code, id));
+}
+
+void DtTdbFeatureAdder::addArea(const DtNetworkEdge& edge, DtFeatureLayer& layer) {
+    const unsigned int id = edge.id();
+    int featureId = 0;
+    DtFaccCode code;
+    if (!readIdentity(edge.attributes(), featureId, code))
+        return;
+    addVertices(edge, *layer.featureSet().createArealFeature(static_cast<unsigned int>(featureId),
+                                                             code, id));
+}
+
+DtFeatureAdder* DtTdbFeatureAdderCreator::create(DtDe& de) {
+    return new DtTdbFeatureAdder(de);
+}
+
+}  // namespace kelZor

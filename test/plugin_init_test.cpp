@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 #include "PluginLibrary.h"
@@ -10,6 +11,8 @@
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
+#include "zorTerrain/DtTdbFeatureAdder.h"
+#include "zorTerrain/DtTdbFeatureFieldValueReader.h"
 #include "zorTerrain/zorTerrain.h"
 
 using namespace kelZor;
@@ -55,6 +58,11 @@ std::string snapshot(DtDe& de) {
     for (const auto& [extension, name] : factory.registeredExtensions()) {
         text += extension + "=" + name + ";";
     }
+    const DtFeatureFieldValueReader* reader =
+        DtFeatureFieldValueReaderFactory::instance(de).defaultReader();
+    text += std::string("reader=") + (reader ? typeid(*reader).name() : "none") + ";";
+    const DtFeatureAdderCreator* adders = de.featureAdderCreator();
+    text += std::string("adders=") + (adders ? typeid(*adders).name() : "none") + ";";
     return text;
 }
 
@@ -96,12 +104,16 @@ TEST(PluginInit, aSecondCallChangesNothingAndEachDtDeGetsEverything) {
     zorTerrain::init(first);
     EXPECT_EQ(DtVectorDataInitializer::defaultDfadConfigDirectory(), "/etc/first/importConfig");
     const std::string registered = snapshot(first);
+    const void* reader = DtFeatureFieldValueReaderFactory::instance(first).defaultReader();
+    const void* adders = first.featureAdderCreator();
 
     // Had the guard failed, the new directory would be set and creators replaced.
     first.configurationService().setConfigurationDirectory("/etc/changed");
     zorTerrain::init(first);
     EXPECT_EQ(DtVectorDataInitializer::defaultDfadConfigDirectory(), "/etc/first/importConfig");
     EXPECT_EQ(snapshot(first), registered);
+    EXPECT_EQ(DtFeatureFieldValueReaderFactory::instance(first).defaultReader(), reader);
+    EXPECT_EQ(first.featureAdderCreator(), adders);
 
     DtDe second("");
     zorTerrain::init(second);
@@ -126,6 +138,10 @@ TEST(PluginInit, theFactoryChoosesByExtensionWhateverItsCase) {
     EXPECT_EQ(factory.createHeaderParser("/x/noextension"), nullptr);
     EXPECT_EQ(factory.createHeaderParser("/x/model.unknown"), nullptr);
     EXPECT_EQ(factory.createHeaderParser("/x.flt/name"), nullptr);
+    EXPECT_NE(dynamic_cast<const DtTdbFeatureFieldValueReader*>(
+                  DtFeatureFieldValueReaderFactory::instance(de).defaultReader()),
+              nullptr);
+    EXPECT_NE(dynamic_cast<const DtTdbFeatureAdderCreator*>(de.featureAdderCreator()), nullptr);
 }
 
 TEST(PluginInit, theEntryIsFoundByItsExportedNameAfterDlopen) {

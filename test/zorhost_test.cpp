@@ -14,6 +14,7 @@
 
 #include "Inspect.h"
 #include "TempDir.h"
+#include "ZorhostRun.h"
 #include "hxutil/DtException.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
@@ -21,29 +22,6 @@
 #include "zorUtil/templateUtil.h"
 
 namespace {
-
-struct ZorhostRun {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-ZorhostRun zorhost(const std::string& arguments, const std::string& environment = "") {
-    TempDir dir;
-    // From the repository's root, where the sample description's directories resolve.
-    const std::string command = std::string("cd '") + ZOR_SOURCE_DIR + "' && " + environment +
-                                " '" + ZORHOST_PATH + "' " + arguments + " >'" + dir.file("out") +
-                                "' 2>'" + dir.file("err") + "'";
-    const int raw = std::system(command.c_str());
-    return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir.file("out")), slurp(dir.file("err"))};
-}
 
 size_t countLines(const std::string& text) {
     size_t lines = 0;

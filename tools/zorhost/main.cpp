@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "FeatureCommands.h"
 #include "Inspect.h"
 #include "LibraryModule.h"
 #include "PluginLibrary.h"
@@ -119,6 +120,7 @@ struct Request {
     std::vector<double> values;
     PublishRequest publish;
     float switchDistance = 0.0f;
+    FeaturesRequest features;
 };
 
 void addInspect(CLI::App& app, Request& request) {
@@ -189,6 +191,39 @@ void addMetaFlight(CLI::App& app, Request& request) {
                         "becomes D");
 }
 
+const char* const sceneHelp =
+    "The scene's coordinate system: TYPE:PARAMETERS (a type and a converter text as "
+    "'inspect' prints them, e.g. 'UTM:45.5,9,32,N,...') or @FILE (what that file's header "
+    "parser answers). Default: the file's own system when its parser answers a UTM, Lambert "
+    "or flat-earth one, else geocentric";
+
+void addVector(CLI::App& app, Request& request) {
+    CLI::App* features = app.add_subcommand(
+        "features",
+        "Load a vector file (shapefile, File Geodatabase, any vector format OGR reads)\n"
+        "through the registered feature adder into a feature layer, and print each feature:\n"
+        "kind, feature id, FACC code, network id, location, dimensions and heading of points,\n"
+        "vertex count of lines and areas; then the counts by kind and the errors the engine\n"
+        "was told. The first line names the scene. Exit status 1 when the file does not load.");
+    features->add_option("FILE", request.features.file, "The vector file")->required();
+    features->add_option("--scene", request.features.scene, sceneHelp);
+    features->add_flag("--json", request.features.json,
+                       "One JSON object: scene, features (kind, featureId, facc, id, and "
+                       "location, dimensions, rotation (radians, null when not set) or "
+                       "vertices, coordinates [x, y, z] in the scene), errors (code, text)");
+    features->add_option("--geojson", request.features.geojson,
+                         "Also write the features to OUT as GeoJSON, in WGS84 longitude and "
+                         "latitude, with their codes, ids, dimensions and rotation");
+
+    CLI::App* values = app.add_subcommand(
+        "values",
+        "The field value reader over one or more vector files into one map: each attribute\n"
+        "name of the files' free-standing points with every value it takes, in string order.\n"
+        "Exit status 1 when a file does not load (the others are still listed).");
+    values->add_option("FILE", request.paths, "Vector files")->required();
+    values->add_flag("--json", request.json, "One JSON object from field name to its values");
+}
+
 int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
     const std::string name = command.get_name();
     if (name == "describe")
@@ -222,6 +257,10 @@ int runCommand(const CLI::App& command, Request& request) {
     const std::string name = command.get_name();
     if (name == "parsers")
         return listParsers(de);
+    if (name == "features")
+        return runFeatures(de, request.features, std::cout, std::cerr);
+    if (name == "values")
+        return runValues(de, request.paths, request.json, std::cout, std::cerr);
     if (name != "inspect") {
         if (!haveLibrary) {
             std::cerr << "zorhost: " << libraryError << "\n";
@@ -261,6 +300,7 @@ int main(int argc, char** argv) {
     app.add_subcommand("parsers",
                        "The registered header parsers and the extensions that lead to them");
     addMetaFlight(app, request);
+    addVector(app, request);
     app.add_subcommand("help", "Print this text");
 
     try {

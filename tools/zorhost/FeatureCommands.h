@@ -1,0 +1,28 @@
+// `zorhost features` and `zorhost values`: a vector file through the feature adder and
+// the field value reader the plug-in registered, as the engine uses them.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace kelZor {
+class DtDe;
+}
+
+struct FeaturesRequest {
+    std::string file;
+    std::string scene;  // --scene: TYPE:PARAMETERS or @FILE; empty: chosen from the file
+    bool json = false;
+    std::string geojson;  // where to write the features as GeoJSON; empty: nowhere
+};
+
+// Prints the scene, each feature and the counts by kind; 1 when the file did not load
+// (the engine's log says why on stderr), 2 for a malformed --scene.
+int runFeatures(kelZor::DtDe& de, const FeaturesRequest& request, std::ostream& out,
+                std::ostream& err);
+
+// Every field of the files' free points with its values, gathered into one map; 1 when
+// any file did not load (the others are still listed).
+int runValues(kelZor::DtDe& de, const std::vector<std::string>& files, bool json, std::ostream& out,
+              std::ostream& err);

@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchData.h"
 #include "RatioReporter.h"
 #include "hxutil/DtNotify.h"
 #include "terrainDbFactory/DtTdbManager.h"
@@ -31,54 +32,12 @@
 
 namespace {
 
-int pointCount() {
-    const char* text = std::getenv("ZOR_BENCH_POINTS");
-    const int count = text ? std::atoi(text) : 0;
-    return count > 0 ? count : 1000000;
-}
-
-const std::string& directory() {
-    static const std::string path = [] {
-        char pattern[] = "/tmp/zorbench-loader-XXXXXX";
-        return std::string(mkdtemp(pattern));
-    }();
-    return path;
-}
-
-// Points in UTM zone 32 north with three fields, a few hundred distinct values each.
-std::string writePoints(const std::string& name, int count) {
-    const std::string path = directory() + "/" + name;
-    GDALAllRegister();
-    GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("ESRI Shapefile");
-    GDALDatasetUniquePtr dataset(driver->Create(path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
-    OGRSpatialReference srs;
-    srs.importFromEPSG(32632);
-    OGRLayer* layer = dataset->CreateLayer("points", &srs, wkbPoint, nullptr);
-    OGRFieldDefn ecc("ECC", OFTString), height("HGT", OFTReal), kind("KIND", OFTInteger);
-    ecc.SetWidth(8);
-    layer->CreateField(&ecc);
-    layer->CreateField(&height);
-    layer->CreateField(&kind);
-    OGRFeature feature(layer->GetLayerDefn());
-    for (int i = 0; i < count; ++i) {
-        OGRPoint point(400000.0 + (i % 1000) * 20.0, 5000000.0 + (i / 1000) * 20.0);
-        feature.SetGeometry(&point);
-        feature.SetField("ECC", i % 10 == 0 ? "AL015" : "EC030");
-        feature.SetField("HGT", static_cast<double>(i % 300));
-        feature.SetField("KIND", i % 200);
-        feature.SetFID(OGRNullFID);
-        if (layer->CreateFeature(&feature) != OGRERR_NONE)
-            break;
-    }
-    return path;
-}
-
 const std::string& largeFile() {
-    static const std::string path = writePoints("large.shp", pointCount());
+    static const std::string path = writePoints(directory() + "/large.shp", benchPointCount());
     return path;
 }
 const std::string& smallFile() {
-    static const std::string path = writePoints("small.shp", 1000);
+    static const std::string path = writePoints(directory() + "/small.shp", 1000);
     return path;
 }
 
@@ -124,40 +83,16 @@ void ogrOpenAndSystemSmall(benchmark::State& state) {
 }
 BENCHMARK(ogrOpenAndSystemSmall)->Unit(benchmark::kMicrosecond);
 
+size_t loadPoints() {
+    return readAndTransformPoints(largeFile());
+}
+
 size_t loadNetwork() {
     DtNotifyLevelGuard quiet;
     DtTdbManager manager;
     DtString error;
     manager.loadFor3DVisualization(DtFilename(largeFile()), new DtUtmCS(utmScene()), &error);
     return static_cast<size_t>(manager.terrainDatabase()->vectorNetwork()->numNodes());
-}
-
-// What the load does for each point, written out with OGR and GeographicLib.
-size_t loadPoints() {
-    GDALDatasetUniquePtr dataset(static_cast<GDALDataset*>(GDALOpenEx(
-        largeFile().c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
-    OGRLayer* layer = dataset->GetLayer(0);
-    OGRSpatialReference wgs84;
-    wgs84.SetWellKnownGeogCS("WGS84");
-    wgs84.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    std::unique_ptr<OGRCoordinateTransformation> transform(
-        OGRCreateCoordinateTransformation(layer->GetSpatialRef(), &wgs84));
-    kelZor::DtUtmCoordinateConverter converter;
-    converter.init(DtDegMinSec::fromLatitude(45.5), DtDegMinSec::fromLongitude(9.0), 32, 0);
-    const GeographicLib::Geocentric& earth = GeographicLib::Geocentric::WGS84();
-    std::vector<DtVector64> points;
-    for (OGRFeatureUniquePtr feature(layer->GetNextFeature()); feature;
-         feature.reset(layer->GetNextFeature())) {
-        const OGRPoint* point = feature->GetGeometryRef()->toPoint();
-        double x = point->getX(), y = point->getY(), z = 0.0;
-        transform->Transform(1, &x, &y, &z);
-        double X, Y, Z;
-        earth.Forward(y, x, z, X, Y, Z);
-        DtVector64 cig;
-        converter.geocToCig(DtVector64(X, Y, Z), cig);
-        points.push_back(cig);
-    }
-    return points.size();
 }
 
 void loadFor3DVisualization(benchmark::State& state) {
@@ -172,25 +107,12 @@ void ogrReadAndTransform(benchmark::State& state) {
 }
 BENCHMARK(ogrReadAndTransform)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// The peak resident size a child reaches doing `work`, less that of a child doing nothing.
-long childPeakKilobytes(const std::function<void()>& work) {
-    auto peakOf = [](const std::function<void()>& task) -> long {
-        const pid_t child = fork();
-        if (child == 0) {
-            task();
-            _exit(0);
-        }
-        int status = 0;
-        rusage usage{};
-        wait4(child, &status, 0, &usage);
-        return usage.ru_maxrss;
-    };
-    return peakOf(work) - peakOf([] {});
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
+    const PeakTasks tasks = {{"load", [] { loadNetwork(); }}, {"peer", [] { loadPoints(); }}};
+    if (runPeakTask(argc, argv, tasks))
+        return 0;
     benchmark::Initialize(&argc, argv);
     largeFile();
     smallFile();
@@ -203,10 +125,8 @@ int main(int argc, char** argv) {
                         "nothing that grows with the features (OGR's open reads the index)");
     reporter.printRatio("loadFor3DVisualization/iterations:3", "ogrReadAndTransform/iterations:3",
                         "goal: within 1.3");
-    const long load = childPeakKilobytes([] { loadNetwork(); });
-    const long peer = childPeakKilobytes([] { loadPoints(); });
-    std::printf("ratio peak memory load / peer = %.2f (%ld KB vs %ld KB; goal: within 2)\n",
-                peer > 0 ? static_cast<double>(load) / peer : 0.0, load, peer);
+    printPeakRatio("load / peer", childPeakKilobytes("load"), childPeakKilobytes("peer"),
+                   "goal: within 2");
     std::filesystem::remove_all(directory());
     return 0;
 }

@@ -19,9 +19,11 @@
 namespace {
 
 const char* const wkt =
-    "PROJCS[\"WGS_1984_UTM_Zone_33N\",GEOGCS[\"GCS_WGS_1984\",DATUM[\"D_WGS_1984\",SPHEROID[\"WGS_1984\","
+    "PROJCS[\"WGS_1984_UTM_Zone_33N\",GEOGCS[\"GCS_WGS_1984\",DATUM[\"D_WGS_1984\",SPHEROID[\"WGS_"
+    "1984\","
     "6378137.0,298.257223563]],PRIMEM[\"Greenwich\",0.0],UNIT[\"Degree\",0.0174532925199433]],"
-    "PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"False_Easting\",500000.0],PARAMETER[\"False_Northing\",0.0],"
+    "PROJECTION[\"Transverse_Mercator\"],PARAMETER[\"False_Easting\",500000.0],PARAMETER[\"False_"
+    "Northing\",0.0],"
     "PARAMETER[\"Central_Meridian\",15.0],PARAMETER[\"Scale_Factor\",0.9996],"
     "PARAMETER[\"Latitude_Of_Origin\",0.0],UNIT[\"Meter\",1.0]]";
 
@@ -34,7 +36,8 @@ struct ModelFile {
         size = static_cast<size_t>(megabytes ? std::atol(megabytes) : 512) << 20;
         path = "/tmp/zorbench-wkt-" + std::to_string(getpid()) + ".osg";
         FILE* file = std::fopen(path.c_str(), "wb");
-        if (!file) std::exit(1);
+        if (!file)
+            std::exit(1);
         // Geometry-like bytes: uniform, so each key's first letter comes about once in
         // 256 bytes and partial matches occur. $ZOR_BENCH_WKT_DENSE makes one byte in five a
         // key letter, the worst case for the byte-by-byte key semantics.
@@ -46,10 +49,11 @@ struct ModelFile {
             const bool letter = dense && (state >> 24) % 5 == 0;
             c = static_cast<char>(letter ? "WXY O"[(state >> 8) % 5] : (state >> 16));
         }
-        const std::string tail = std::string("WKT Coordinate System: ") + wkt + std::string(1, '\0') +
-                                 "X Origin: 500000" + std::string(1, '\0') + "Y Origin: 4000000" +
-                                 std::string(1, '\0');
-        for (size_t written = 0; written + block.size() + tail.size() <= size; written += block.size()) {
+        const std::string tail = std::string("WKT Coordinate System: ") + wkt +
+                                 std::string(1, '\0') + "X Origin: 500000" + std::string(1, '\0') +
+                                 "Y Origin: 4000000" + std::string(1, '\0');
+        for (size_t written = 0; written + block.size() + tail.size() <= size;
+             written += block.size()) {
             std::fwrite(block.data(), 1, block.size(), file);
         }
         std::fwrite(tail.data(), 1, tail.size(), file);
@@ -63,14 +67,16 @@ struct ModelFile {
 
     bool memmemSearch(const char* key) const {
         FILE* file = std::fopen(path.c_str(), "rb");
-        if (!file) return false;
+        if (!file)
+            return false;
         const size_t keyLength = std::strlen(key);
         std::vector<char> buffer((1 << 20) + keyLength);
         size_t carried = 0;
         bool found = false;
         while (!found) {
             const size_t read = std::fread(buffer.data() + carried, 1, 1 << 20, file);
-            if (read == 0) break;
+            if (read == 0)
+                break;
             const size_t available = carried + read;
             found = memmem(buffer.data(), available, key, keyLength) != nullptr;
             carried = std::min(keyLength - 1, available);
@@ -100,7 +106,8 @@ void wktKeySearch(benchmark::State& state) {
     Scanner scanner(model().path);
     std::string text;
     for (auto _ : state) {
-        if (!scanner.getWktString(text)) state.SkipWithError("key not found");
+        if (!scanner.getWktString(text))
+            state.SkipWithError("key not found");
     }
     bytes(state);
 }
@@ -111,7 +118,8 @@ void originKeySearch(benchmark::State& state) {
     double value = 0;
     for (auto _ : state) {
         scanner.getOrigin("Y Origin", value);
-        if (value != 4000000.0) state.SkipWithError("origin not found");
+        if (value != 4000000.0)
+            state.SkipWithError("origin not found");
     }
     bytes(state);
 }
@@ -119,7 +127,8 @@ BENCHMARK(originKeySearch)->Unit(benchmark::kMillisecond);
 
 void freadMemmem(benchmark::State& state) {
     for (auto _ : state) {
-        if (!model().memmemSearch("WKT Coordinate System")) state.SkipWithError("key not found");
+        if (!model().memmemSearch("WKT Coordinate System"))
+            state.SkipWithError("key not found");
     }
     bytes(state);
 }

@@ -10,9 +10,11 @@
 #include "gdb/DtVectorDataInitializer.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
+#include "zorCore/DtPropAdder.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
 #include "zorTerrain/DtTdbFeatureAdder.h"
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
+#include "zorTerrain/DtTdbPropAdder.h"
 #include "zorTerrain/zorTerrain.h"
 
 using namespace kelZor;
@@ -61,6 +63,8 @@ std::string snapshot(DtDe& de) {
     const DtFeatureFieldValueReader* reader =
         DtFeatureFieldValueReaderFactory::instance(de).defaultReader();
     text += std::string("reader=") + (reader ? typeid(*reader).name() : "none") + ";";
+    for (const std::string& extension : DtPropAdderFactory::instance(de).extensions())
+        text += "props:" + extension + ";";
     const DtFeatureAdderCreator* adders = de.featureAdderCreator();
     text += std::string("adders=") + (adders ? typeid(*adders).name() : "none") + ";";
     return text;
@@ -142,6 +146,12 @@ TEST(PluginInit, theFactoryChoosesByExtensionWhateverItsCase) {
                   DtFeatureFieldValueReaderFactory::instance(de).defaultReader()),
               nullptr);
     EXPECT_NE(dynamic_cast<const DtTdbFeatureAdderCreator*>(de.featureAdderCreator()), nullptr);
+    // Five prop adder creators, each an object of its own.
+    DtPropAdderFactory& props = DtPropAdderFactory::instance(de);
+    EXPECT_EQ(props.extensions(), (std::vector<std::string>{"gdb", "shp", "dfd", "c7b", "c7l"}));
+    EXPECT_NE(dynamic_cast<DtTdbPropAdderCreator*>(props.creatorForFile("a.SHP")), nullptr);
+    EXPECT_NE(props.creatorForFile("a.shp"), props.creatorForFile("a.gdb"));
+    EXPECT_EQ(props.creatorForFile("a.dt1"), nullptr);
 }
 
 TEST(PluginInit, theEntryIsFoundByItsExportedNameAfterDlopen) {

@@ -7,8 +7,11 @@
 
 namespace kelZor {
 
-const kelArchives::DtModelDefinitionRecord* DtModelDefinitionManager::definition(
-    const std::string& name) const {
+void DtModelDefinitionManager::addDefinition(const kelArchives::DtModelDefinitionRecord& record) {
+    definitions_.insert_or_assign(record.name(), DtModelDefinition(record));
+}
+
+DtModelDefinition* DtModelDefinitionManager::findDefinition(const std::string& name) {
     const auto found = definitions_.find(name);
     return found == definitions_.end() ? nullptr : &found->second;
 }
@@ -17,7 +20,9 @@ DtDe::DtDe(const std::string& configurationDirectory)
     : configuration_(configurationDirectory),
       headerParsers_(new DtHeaderParserFactory(*this)),
       propAdders_(new DtPropAdderFactory()),
-      readers_(new DtFeatureFieldValueReaderFactory()) {}
+      readers_(new DtFeatureFieldValueReaderFactory()) {
+    scene_.terrain().setCoordinateSystem(&sharedState_.coordinateSystem());
+}
 
 DtDe::~DtDe() = default;
 

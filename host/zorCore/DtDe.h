@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "kelArchives/DtModelDefinitionRecord.h"
+#include "zorCore/DtTerrain.h"
 #include "zorUtil/DtCoordinateSystem.h"
 #include "zorUtil/DtDeError.h"
 #include "zorUtil/DtDebugLog.h"
@@ -36,11 +37,6 @@ private:
     std::string directory_;
 };
 
-class DtTerrain {
-public:
-    virtual ~DtTerrain() = default;
-};
-
 class DtScene {
 public:
     virtual ~DtScene() = default;
@@ -50,18 +46,29 @@ private:
     DtTerrain terrain_;
 };
 
+// A model the engine can place, by its definition record (name, file, system).
+class DtModelDefinition {
+public:
+    explicit DtModelDefinition(const kelArchives::DtModelDefinitionRecord& record)
+        : record_(record) {}
+    const std::string& name() const { return record_.name(); }
+    const kelArchives::DtModelDefinitionRecord& record() const { return record_; }
+
+private:
+    kelArchives::DtModelDefinitionRecord record_;
+};
+
 // Model definitions known to the engine, by name.
 class DtModelDefinitionManager {
 public:
     virtual ~DtModelDefinitionManager() = default;
-    void addDefinition(const kelArchives::DtModelDefinitionRecord& record) {
-        definitions_[record.name()] = record;
-    }
+    // Replaces a definition of the same name.
+    void addDefinition(const kelArchives::DtModelDefinitionRecord& record);
     // Null when there is none of that name.
-    const kelArchives::DtModelDefinitionRecord* definition(const std::string& name) const;
+    virtual DtModelDefinition* findDefinition(const std::string& name);
 
 private:
-    std::map<std::string, kelArchives::DtModelDefinitionRecord> definitions_;
+    std::map<std::string, DtModelDefinition> definitions_;
 };
 
 class DtDeSharedState {

@@ -5,6 +5,22 @@
 
 namespace kelZor {
 
+DtProp::DtProp(DtDe&, DtAgentManagerInterface&, const std::string& propType,
+               const std::string& name)
+    : propType_(propType), name_(name) {}
+
+DtProp::~DtProp() = default;
+
+void DtProp::setFromRecord(const kelArchives::DtPropRecord& record) {
+    record_ = record;
+}
+
+DtTerrainLayer::~DtTerrainLayer() = default;
+
+void DtTerrainLayer::addProp(DtProp* prop) {
+    props_.emplace_back(prop);
+}
+
 DtPropAdderFactory& DtPropAdderFactory::instance(DtDe& de) {
     return de.propAdderFactory();
 }

@@ -19,15 +19,36 @@ public:
     virtual ~DtAgentManagerInterface() = default;
 };
 
+// A model placed in the scene: its type and name, and the state a record gives it.
+class DtProp {
+public:
+    DtProp(DtDe& de, DtAgentManagerInterface& agentManager, const std::string& propType,
+           const std::string& name);
+    virtual ~DtProp();
+    // Position, orientation and model as the record says; type and name stay.
+    virtual void setFromRecord(const kelArchives::DtPropRecord& record);
+
+    const std::string& propType() const { return propType_; }
+    const std::string& name() const { return name_; }
+    const kelArchives::DtPropRecord& record() const { return record_; }
+
+private:
+    std::string propType_;
+    std::string name_;
+    kelArchives::DtPropRecord record_;
+};
+
 // A layer of the terrain that receives props.
 class DtTerrainLayer {
 public:
-    virtual ~DtTerrainLayer() = default;
-    void addProp(const kelArchives::DtPropRecord& prop) { props_.push_back(prop); }
-    const std::vector<kelArchives::DtPropRecord>& props() const { return props_; }
+    virtual ~DtTerrainLayer();
+    // Takes the prop over.
+    virtual void addProp(DtProp* prop);
+    size_t numProps() const { return props_.size(); }
+    const DtProp& prop(size_t index) const { return *props_[index]; }
 
 private:
-    std::vector<kelArchives::DtPropRecord> props_;
+    std::vector<std::unique_ptr<DtProp>> props_;
 };
 
 class DtPropAdder {

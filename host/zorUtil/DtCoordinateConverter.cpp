@@ -1,5 +1,6 @@
 #include "zorUtil/DtCoordinateConverter.h"
 
+#include <Eigen/Geometry>
 #include <GeographicLib/Constants.hpp>
 #include <GeographicLib/Geocentric.hpp>
 #include <GeographicLib/LambertConformalConic.hpp>
@@ -363,6 +364,60 @@ std::unique_ptr<DtLambertCoordinateConverter> DtLambertCoordinateConverter::from
     c->init(numberField(f[0], rep), numberField(f[1], rep), numberField(f[2], rep),
             numberField(f[3], rep));
     return c;
+}
+
+}  // namespace kelZor
+
+namespace kelZor {
+
+namespace {
+
+Eigen::Matrix3d rotationOf(const DtTaitBryan& angles) {
+    return (Eigen::AngleAxisd(angles.psi(), Eigen::Vector3d::UnitZ()) *
+            Eigen::AngleAxisd(angles.theta(), Eigen::Vector3d::UnitY()) *
+            Eigen::AngleAxisd(angles.phi(), Eigen::Vector3d::UnitX()))
+        .toRotationMatrix();
+}
+
+// `ned` expressed in a frame whose columns are the local components of north, east, down.
+DtTaitBryan inFrame(const Eigen::Matrix3d& nedAxes, const DtTaitBryan& ned) {
+    const Eigen::Vector3d zyx = (nedAxes * rotationOf(ned)).eulerAngles(2, 1, 0);
+    return DtTaitBryan(zyx[0], zyx[1], zyx[2]);
+}
+
+// GeographicLib's local east-north-up frame at a geocentric position, as the columns of
+// `enu`.
+Eigen::Matrix3d enuAxesAt(const DtVector64& geocentric) {
+    double lat = 0, lon = 0, h = 0;
+    std::vector<double> m(9);
+    wgs84().Reverse(geocentric.x(), geocentric.y(), geocentric.z(), lat, lon, h, m);
+    return Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(m.data());
+}
+
+}  // namespace
+
+DtVector64 DtCoordinateConverter::upVector(const DtVector64&) const {
+    return DtVector64(0.0, 0.0, 1.0);
+}
+
+DtTaitBryan DtCoordinateConverter::nedToLocal(const DtTaitBryan& ned) const {
+    Eigen::Matrix3d nedAxes;
+    nedAxes << 0, 1, 0,  //
+        1, 0, 0,         //
+        0, 0, -1;
+    return inFrame(nedAxes, ned);
+}
+
+DtVector64 DtGeocentricCoordinateConverter::upVector(const DtVector64& position) const {
+    const Eigen::Vector3d up = enuAxesAt(position).col(2);
+    return DtVector64(up.x(), up.y(), up.z());
+}
+
+DtTaitBryan DtGeocentricCoordinateConverter::nedToLocal(const DtTaitBryan& ned) const {
+    const Eigen::Matrix3d enu = enuAxesAt(reference_);
+    Eigen::Matrix3d nedAxes;
+    nedAxes << enu.col(1), enu.col(0), -enu.col(2);
+    return inFrame(nedAxes, ned);
 }
 
 }  // namespace kelZor

@@ -52,12 +52,28 @@ public:
     // Same kind and same parameters.
     bool operator==(const DtCoordinateConverter& other) const;
     bool operator!=(const DtCoordinateConverter& other) const { return !(*this == other); }
+
+    // The local frame of a scene position, for placing a model there. The reference
+    // point is set first; nedToLocal turns an orientation given in the north-east-down
+    // frame at it (Tait-Bryan: psi about down, theta about east, phi about north,
+    // radians; the model's x forward, z down) into the scene's own frame. A projected
+    // scene's frame is x east, y north, z up, and its up is exactly (0, 0, 1).
+    virtual void setReferencePoint(const DtVector64& position) { reference_ = position; }
+    virtual DtVector64 upVector(const DtVector64& position) const;
+    virtual DtTaitBryan nedToLocal(const DtTaitBryan& ned) const;
+
+protected:
+    DtVector64 reference_;
 };
 
 class DtGeocentricCoordinateConverter : public DtCoordinateConverter {
 public:
     const char* type() const override { return Geocentric; }
     std::string stringRep() const override;
+    // The ellipsoid normal, and the north-east-down frame at the reference point, from
+    // GeographicLib's local frames.
+    DtVector64 upVector(const DtVector64& position) const override;
+    DtTaitBryan nedToLocal(const DtTaitBryan& ned) const override;
     void geocToCig(const DtVector64& geoc, DtVector64& cig) const override { cig = geoc; }
     void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override { geoc = cig; }
 };

@@ -8,11 +8,13 @@
 #include "zorCore/DtFeatureFieldValueReader.h"
 #include "zorCore/DtGeoTiffHeaderParser.h"
 #include "zorCore/DtHeaderParser.h"
+#include "zorCore/DtPropAdder.h"
 #include "zorTerrain/DtMetaFlightHeaderParser.h"
 #include "zorTerrain/DtOpenFlightHeaderParser.h"
 #include "zorTerrain/DtSorrelKslHeaderParser.h"
 #include "zorTerrain/DtTdbFeatureAdder.h"
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
+#include "zorTerrain/DtTdbPropAdder.h"
 #include "zorTerrain/DtTerrainProjectHeaderParser.h"
 #include "zorTerrain/DtTerrainToolkitHeaderParser.h"
 #include "zorTerrain/DtWktHeaderParser.h"
@@ -66,6 +68,8 @@ void init(DtDe& de) {
     DtFeatureFieldValueReaderFactory::instance(de).setDefaultReader(
         new DtTdbFeatureFieldValueReader(de));
     registerHeaderParsers(de);
+    for (const char* extension : {"gdb", "shp", "dfd", "c7b", "c7l"})
+        DtPropAdderFactory::instance(de).setAdderCreator(extension, new DtTdbPropAdderCreator(de));
     DtFeatureAdderCreator::registerInstance(de, new DtTdbFeatureAdderCreator);
 }
 

@@ -35,3 +35,10 @@ inline ZorhostRun zorhost(const std::string& arguments, const std::string& envir
     const int raw = std::system(command.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir.file("out")), slurp(dir.file("err"))};
 }
+
+inline size_t countLines(const std::string& text) {
+    size_t lines = 0;
+    for (char c : text)
+        lines += c == '\n';
+    return lines;
+}

@@ -210,3 +210,47 @@ TEST(ZorhostValues, severalFilesGatherIntoOneMap) {
     EXPECT_NE(partly.out.find("ECC (3 values)\n  AL015\n  AL15\n  EC030\n"), std::string::npos)
         << partly.out;
 }
+
+TEST(ZorhostProps, theSampleRulesPlaceHousesAndTreesOnTheCell) {
+    const std::string rules = "data/sample/valley_props.json";
+    const ZorhostRun run = zorhost("props " + points + " --rules " + rules +
+                                   " --terrain data/sample/n45_e009.dt0 --json");
+    ASSERT_EQ(run.status, 0) << run.err;
+    const Json output = Json::parse(run.out);
+    EXPECT_EQ(output.at("scene").at("type"), "FlatEarth");  // the cell's own system
+    EXPECT_EQ(output.at("rules"), Json::parse(R"([{"rule":0,"added":1},{"rule":1,"added":1},
+                                                  {"rule":2,"added":2}])"));
+    const Json& house = output.at("props").at(0);
+    EXPECT_EQ(house.at("name"), "building_1");
+    EXPECT_EQ(house.at("model"), "farm house");
+    EXPECT_NEAR(house.at("heading").get<double>(), 30.0, 1e-9);
+    EXPECT_GT(house.at("position").at(2).get<double>(), 1000.0);  // on the valley's floor
+    EXPECT_TRUE(output.at("errors").empty());
+
+    // A rule naming no model: a report per matched node, then one count.
+    TempDir dir;
+    std::ofstream(dir.file("rules.json")) << R"({"models": {"oak": "oak.flt"}, "rules": [
+                {"fields": {"ECC": "EC030"}, "model": "elm", "propType": "tree"},
+                {"fields": {"ECC": "EC030"}, "model": "oak", "propType": "tree"}]})";
+    const ZorhostRun faulty = zorhost("props " + points + " --rules " + dir.file("rules.json") +
+                                      " --terrain data/sample/elevation_utm32n.tif --scene "
+                                      "UTM:45,9,32,32,N,0,0,0,0,0");
+    EXPECT_EQ(faulty.status, 0) << faulty.err;
+    EXPECT_NE(faulty.out.find("rule 0: ECC=EC030 -> elm (tree): 0 props\n"), std::string::npos)
+        << faulty.out;
+    EXPECT_NE(faulty.out.find("error 8: model definition \"elm\" does not exist\n"
+                              "error 8: model definition \"elm\" does not exist\n"
+                              "error 11: 2 props of \"" +
+                              points + "\" could not be placed\n"),
+              std::string::npos)
+        << faulty.out;
+
+    std::ofstream(dir.file("broken.json")) << "{\"rules\": [\n  {\"fields\": }";
+    const ZorhostRun broken = zorhost("props " + points + " --rules " + dir.file("broken.json"));
+    EXPECT_EQ(broken.status, 2);
+    EXPECT_NE(broken.err.find("at line 2, column"), std::string::npos) << broken.err;
+    EXPECT_EQ(countLines(broken.err), 1u);
+    EXPECT_EQ(
+        zorhost("props " + points + " --rules " + rules + " --terrain /nonexistent.dt1").status, 1);
+    EXPECT_EQ(zorhost("props data/sample/n45_e009.dt0 --rules " + rules).status, 1);
+}

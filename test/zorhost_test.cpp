@@ -21,17 +21,6 @@
 #include "zorTerrain/zorTerrain.h"
 #include "zorUtil/templateUtil.h"
 
-namespace {
-
-size_t countLines(const std::string& text) {
-    size_t lines = 0;
-    for (char c : text)
-        lines += c == '\n';
-    return lines;
-}
-
-}  // namespace
-
 TEST(Zorhost, inspectsTheSampleSetByDefault) {
     const ZorhostRun run = zorhost("inspect --json");
     EXPECT_EQ(run.status, 0) << run.err;

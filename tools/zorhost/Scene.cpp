@@ -54,14 +54,18 @@ SceneProblem chooseScene(kelZor::DtDe& de, const std::string& option,
         return option[0] == '@' ? fromFile(de, option.substr(1), scene) : fromText(option, scene);
     for (const std::string& path : candidates) {
         const InspectResult answer = inspectPath(de, path);
-        if (answer.valid && isSceneKind(answer.coordinateSystem)) {
-            try {
-                scene.system = DtCoordinateSystem(answer.coordinateSystem, answer.parameters);
+        if (!answer.valid)
+            continue;
+        try {
+            // Built first: the type text may be an alias ("Flat Earth") of a kind.
+            DtCoordinateSystem system(answer.coordinateSystem, answer.parameters);
+            if (isSceneKind(system.type())) {
+                scene.system = system;
                 scene.origin = "the system of " + path;
                 return {};
-            } catch (const DtException&) {
-                // Not a system the host can rebuild: try the next, else geocentric.
             }
+        } catch (const DtException&) {
+            // Not a system the host can rebuild: try the next, else geocentric.
         }
     }
     scene.system = DtCoordinateSystem();

@@ -15,6 +15,7 @@
 #include "Inspect.h"
 #include "LibraryModule.h"
 #include "PluginLibrary.h"
+#include "PropCommands.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
 
@@ -121,6 +122,7 @@ struct Request {
     PublishRequest publish;
     float switchDistance = 0.0f;
     FeaturesRequest features;
+    PropsRequest props;
 };
 
 void addInspect(CLI::App& app, Request& request) {
@@ -222,6 +224,33 @@ void addVector(CLI::App& app, Request& request) {
         "Exit status 1 when a file does not load (the others are still listed).");
     values->add_option("FILE", request.paths, "Vector files")->required();
     values->add_flag("--json", request.json, "One JSON object from field name to its values");
+
+    CLI::App* props = app.add_subcommand(
+        "props",
+        "Apply each rule of a rules file to a vector file through the prop adder registered\n"
+        "for its extension, into a terrain layer: each prop with its name, type, model,\n"
+        "position, heading and orientation quaternion, the count per rule, and the errors\n"
+        "the engine was told. The rules file is JSON:\n"
+        "  {\"models\": {\"NAME\": \"MODEL FILE\", ...},\n"
+        "   \"rules\": [{\"fields\": {\"FIELD\": \"VALUE\", ...}, \"model\": \"NAME\",\n"
+        "              \"propType\": \"TYPE\", \"rotationField\": \"FIELD\"}, ...]}\n"
+        "Values are compared as the texts 'zorhost values' lists. Props stand on the\n"
+        "--terrain elevation sources (DTED, GeoTIFF; the first that covers a place answers),\n"
+        "or on the ellipsoid without any; where no source covers a prop it stands at the\n"
+        "origin, and zorhost says so.");
+    props->add_option("FILE", request.props.file, "The vector file")->required();
+    props->add_option("--rules", request.props.rules, "The rules file (JSON)")->required();
+    props->add_option("--terrain", request.props.terrains, "An elevation source (repeatable)");
+    props->add_option("--scene", request.props.scene,
+                      std::string(sceneHelp) +
+                          "; the first DEM's system is tried before the "
+                          "vector file's");
+    props->add_flag("--json", request.props.json,
+                    "One JSON object: scene, props (rule, name, propType, model, position "
+                    "[x, y, z], heading in degrees, orientation [x, y, z, w]), rules (rule, "
+                    "added), errors (code, text)");
+    props->add_option("--geojson", request.props.geojson,
+                      "Also write the props to OUT as GeoJSON points in WGS84");
 }
 
 int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
@@ -259,6 +288,8 @@ int runCommand(const CLI::App& command, Request& request) {
         return listParsers(de);
     if (name == "features")
         return runFeatures(de, request.features, std::cout, std::cerr);
+    if (name == "props")
+        return runProps(de, request.props, std::cout, std::cerr);
     if (name == "values")
         return runValues(de, request.paths, request.json, std::cout, std::cerr);
     if (name != "inspect") {

@@ -1,0 +1,313 @@
+#include "PropCommands.h"
+
+#include <Eigen/Geometry>
+#include <GeographicLib/Geocentric.hpp>
+
+#include <cmath>
+#include <fstream>
+#include <iomanip>
+#include <memory>
+#include <sstream>
+
+#include "GeoJsonWriter.h"
+#include "JsonOutput.h"
+#include "Scene.h"
+#include "hxutil/DtFilename.h"
+#include "kelArchives/DtPropRecord.h"
+#include "matrix/DtAngles.h"
+#include "zorCore/DtDe.h"
+#include "zorCore/DtPropAdder.h"
+
+using kelArchives::DtAddPropsRuleRecord;
+using kelZor::DtDe;
+using kelZor::DtProp;
+
+namespace {
+
+struct RulesFile {
+    std::vector<std::pair<std::string, std::string>> models;
+    std::vector<DtAddPropsRuleRecord> rules;
+};
+
+// Thrown with the place and what is wrong there.
+struct RulesError {
+    std::string message;
+};
+
+const Json& member(const Json& object, const char* key, const std::string& where, bool required) {
+    static const Json absent;
+    const auto found = object.find(key);
+    if (found == object.end()) {
+        if (required)
+            throw RulesError{where + ": \"" + key + "\" is missing"};
+        return absent;
+    }
+    return *found;
+}
+
+std::string text(const Json& value, const std::string& where) {
+    if (!value.is_string())
+        throw RulesError{where + ": must be a text"};
+    return value.get<std::string>();
+}
+
+DtAddPropsRuleRecord readRule(const Json& json, const std::string& where) {
+    if (!json.is_object())
+        throw RulesError{where + ": must be an object"};
+    DtAddPropsRuleRecord rule;
+    const Json& fields = member(json, "fields", where, true);
+    if (!fields.is_object())
+        throw RulesError{where + ".fields: must be an object"};
+    for (const auto& [field, value] : fields.items())
+        rule.setFieldValue(field, text(value, where + ".fields." + field));
+    rule.setModelDefinition(text(member(json, "model", where, true), where + ".model"));
+    rule.setPropType(text(member(json, "propType", where, true), where + ".propType"));
+    const Json& rotation = member(json, "rotationField", where, false);
+    if (!rotation.is_null())
+        rule.setRotationField(text(rotation, where + ".rotationField"));
+    return rule;
+}
+
+RulesFile readRules(const std::string& path) {
+    std::ifstream in(path);
+    if (!in)
+        throw RulesError{"cannot be read"};
+    Json json;
+    try {
+        json = Json::parse(in);
+    } catch (const Json::parse_error& e) {
+        const std::string what = e.what();
+        const size_t end = what.find("] ");
+        throw RulesError{end == std::string::npos ? what : what.substr(end + 2)};
+    }
+    if (!json.is_object())
+        throw RulesError{"must be one JSON object with \"models\" and \"rules\""};
+    RulesFile file;
+    const Json& models = member(json, "models", "the file", false);
+    if (!models.is_null() && !models.is_object())
+        throw RulesError{"models: must be an object from name to model file"};
+    if (models.is_object()) {
+        for (const auto& [name, model] : models.items())
+            file.models.emplace_back(name, text(model, "models." + name));
+    }
+    const Json& rules = member(json, "rules", "the file", true);
+    if (!rules.is_array())
+        throw RulesError{"rules: must be an array"};
+    for (size_t i = 0; i < rules.size(); ++i)
+        file.rules.push_back(readRule(rules[i], "rules[" + std::to_string(i) + "]"));
+    return file;
+}
+
+Eigen::Vector3d forwardOf(const double* q) {
+    return Eigen::Quaterniond(q[3], q[0], q[1], q[2]) * Eigen::Vector3d::UnitX();
+}
+
+// The heading the prop was turned to, in degrees from 0 to 360: in a projected scene its
+// turn about z; in a geocentric one the direction of its forward axis from local north
+// towards east (GeographicLib's frame at its position).
+double headingDegrees(const kelZor::DtCoordinateSystem& scene, const kelArchives::DtPropRecord& r) {
+    const double* p = r.position();
+    const DtVector64 position(p[0], p[1], p[2]);
+    const Eigen::Vector3d forward = forwardOf(r.orientation());
+    double degrees = 0.0;
+    if (scene.converter()->upVector(position) == DtVector64(0.0, 0.0, 1.0)) {
+        degrees = DtRad2Deg(std::atan2(forward.y(), forward.x()));
+    } else {
+        DtVector64 geocentric;
+        scene.converter()->cigToGeoc(position, geocentric);
+        double lat, lon, h;
+        std::vector<double> m(9);
+        GeographicLib::Geocentric::WGS84().Reverse(geocentric.x(), geocentric.y(), geocentric.z(),
+                                                   lat, lon, h, m);
+        const Eigen::Vector3d east(m[0], m[3], m[6]), north(m[1], m[4], m[7]);
+        degrees = DtRad2Deg(std::atan2(forward.dot(east), forward.dot(north)));
+    }
+    degrees = std::fmod(degrees + 360.0, 360.0);
+    return std::abs(degrees) < 1e-9 || std::abs(degrees - 360.0) < 1e-9 ? 0.0 : degrees;
+}
+
+bool atOrigin(const kelArchives::DtPropRecord& r) {
+    return r.position()[0] == 0.0 && r.position()[1] == 0.0 && r.position()[2] == 0.0;
+}
+
+std::string conditionText(const DtAddPropsRuleRecord& rule) {
+    std::string text;
+    for (const auto& [field, value] : rule.fieldValueMap())
+        text += (text.empty() ? "" : " and ") + field + "=" + value;
+    return text.empty() ? "(no condition)" : text;
+}
+
+class PropReport {
+public:
+    PropReport(const PropsRequest& request, const SceneChoice& scene, std::ostream& out)
+        : request_(request), scene_(scene), out_(out) {}
+
+    bool begin(std::string& error);
+    void addRule(size_t index, const DtAddPropsRuleRecord& rule,
+                 const kelZor::DtTerrainLayer& layer, size_t first);
+    bool end(const DtDe& de, std::string& error);
+
+private:
+    const PropsRequest& request_;
+    const SceneChoice& scene_;
+    std::ostream& out_;
+    std::unique_ptr<JsonArrayStream> props_;
+    Json perRule_ = Json::array();
+    std::unique_ptr<GeoJsonWriter> geojson_;
+    std::string geojsonError_;
+};
+
+bool PropReport::begin(std::string& error) {
+    if (!request_.geojson.empty()) {
+        geojson_ = std::make_unique<GeoJsonWriter>();
+        const GeoJsonWriter::Fields fields = {
+            {"rule", OFTInteger}, {"name", OFTString},  {"propType", OFTString},
+            {"model", OFTString}, {"heading", OFTReal}, {"qx", OFTReal},
+            {"qy", OFTReal},      {"qz", OFTReal},      {"qw", OFTReal}};
+        if (!geojson_->open(request_.geojson, fields, error))
+            return false;
+    }
+    out_ << std::setprecision(15);
+    if (request_.json) {
+        out_ << "{\"scene\":" << jsonText(sceneJson(scene_.system)) << ",\"props\":";
+        props_ = std::make_unique<JsonArrayStream>(out_);
+    } else {
+        out_ << sceneLine(scene_) << "\n";
+    }
+    return true;
+}
+
+void PropReport::addRule(size_t index, const DtAddPropsRuleRecord& rule,
+                         const kelZor::DtTerrainLayer& layer, size_t first) {
+    const size_t added = layer.numProps() - first;
+    perRule_.push_back({{"rule", index}, {"added", added}});
+    if (!props_) {
+        out_ << "rule " << index << ": " << conditionText(rule) << " -> " << rule.modelDefinition()
+             << " (" << rule.propType() << "): " << added << (added == 1 ? " prop" : " props")
+             << "\n";
+    }
+    for (size_t i = first; i < layer.numProps(); ++i) {
+        const DtProp& prop = layer.prop(i);
+        const kelArchives::DtPropRecord& r = prop.record();
+        const double heading = headingDegrees(scene_.system, r);
+        const double* p = r.position();
+        const double* q = r.orientation();
+        if (props_) {
+            props_->add({{"rule", index},
+                         {"name", prop.name()},
+                         {"propType", prop.propType()},
+                         {"model", r.modelDefOrNodeAddress()},
+                         {"position", {p[0], p[1], p[2]}},
+                         {"heading", heading},
+                         {"orientation", {q[0], q[1], q[2], q[3]}}});
+        } else {
+            out_ << "  " << prop.name() << "  " << prop.propType() << "  "
+                 << r.modelDefOrNodeAddress() << "  at " << p[0] << " " << p[1] << " " << p[2]
+                 << "  heading " << heading << " deg  orientation " << q[0] << " " << q[1] << " "
+                 << q[2] << " " << q[3] << "\n";
+            if (atOrigin(r))
+                out_ << "    (no terrain below or above it: it stands at the origin)\n";
+        }
+        if (geojson_ && geojsonError_.empty()) {
+            const Wgs84Position where = sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2]));
+            geojson_->add(GeoJsonWriter::Point, {where},
+                          {{"rule", index},
+                           {"name", prop.name()},
+                           {"propType", prop.propType()},
+                           {"model", r.modelDefOrNodeAddress()},
+                           {"heading", heading},
+                           {"qx", q[0]},
+                           {"qy", q[1]},
+                           {"qz", q[2]},
+                           {"qw", q[3]}},
+                          geojsonError_);
+        }
+    }
+}
+
+bool PropReport::end(const DtDe& de, std::string& error) {
+    Json errors = Json::array();
+    for (const kelZor::DtReportedError& e : de.reportedErrors())
+        errors.push_back({{"code", static_cast<int>(e.error.code())}, {"text", e.error.message()}});
+    if (props_) {
+        props_->close();
+        out_ << ",\"rules\":" << jsonText(perRule_) << ",\"errors\":" << jsonText(errors) << "}\n";
+    } else {
+        for (const Json& e : errors)
+            out_ << "error " << e["code"].get<int>() << ": " << e["text"].get<std::string>()
+                 << "\n";
+    }
+    if (geojson_ && geojsonError_.empty())
+        geojson_->close(geojsonError_);
+    error = geojsonError_;
+    return error.empty();
+}
+
+}  // namespace
+
+int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
+    RulesFile rules;
+    try {
+        rules = readRules(request.rules);
+    } catch (const RulesError& e) {
+        err << "zorhost: " << request.rules << ": " << e.message << "\n";
+        return 2;
+    }
+    kelZor::DtPropAdderCreator* creator =
+        kelZor::DtPropAdderFactory::instance(de).creatorForFile(request.file);
+    if (!creator) {
+        err << "zorhost: no prop adder is registered for the extension \""
+            << DtFilename(request.file.c_str()).extension().stdString() << "\" of " << request.file
+            << "\n";
+        return 1;
+    }
+    kelZor::DtTerrain& terrain = de.scene().terrain();
+    for (const std::string& dem : request.terrains) {
+        std::string error;
+        if (!terrain.addElevationSource(dem, error)) {
+            err << "zorhost: " << error << "\n";
+            return 1;
+        }
+    }
+    std::vector<std::string> candidates = request.terrains;
+    candidates.push_back(request.file);
+    SceneChoice scene;
+    const SceneProblem problem = chooseScene(de, request.scene, candidates, scene);
+    if (problem.status != 0) {
+        err << "zorhost: " << problem.message << "\n";
+        return problem.status;
+    }
+    de.sharedState().coordinateSystem() = scene.system;
+    for (const auto& [name, file] : rules.models) {
+        kelArchives::DtModelDefinitionRecord model;
+        model.setName(name);
+        model.setFilename(file);
+        model.setSchema("Model");
+        de.sharedState().modelDefinitionManager().addDefinition(model);
+    }
+
+    kelZor::DtAgentManagerInterface agents;
+    std::unique_ptr<kelZor::DtPropAdder> adder(creator->create(request.file, agents));
+    kelZor::DtTerrainLayer layer;
+    PropReport report(request, scene, out);
+    std::string error;
+    if (!report.begin(error)) {
+        err << "zorhost: " << error << "\n";
+        return 1;
+    }
+    bool loaded = true;
+    for (size_t i = 0; i < rules.rules.size(); ++i) {
+        const size_t first = layer.numProps();
+        const size_t errorsBefore = de.reportedErrors().size();
+        adder->addProps(rules.rules[i], &layer);
+        for (size_t e = errorsBefore; e < de.reportedErrors().size(); ++e)
+            loaded =
+                loaded && de.reportedErrors()[e].error.code() != kelZor::DtDeError::FileNotLoaded;
+        report.addRule(i, rules.rules[i], layer, first);
+    }
+    if (!report.end(de, error)) {
+        err << "zorhost: " << error << "\n";
+        return 1;
+    }
+    return loaded ? 0 : 1;
+}

@@ -1,0 +1,24 @@
+// `zorhost props`: the rules of a rules file applied to a vector file through the prop
+// adder the plug-in registered for its extension, on a terrain of real elevation.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace kelZor {
+class DtDe;
+}
+
+struct PropsRequest {
+    std::string file;
+    std::string rules;                  // the rules file (JSON)
+    std::vector<std::string> terrains;  // elevation sources, first answers first
+    std::string scene;                  // as for features; empty: chosen from the data
+    bool json = false;
+    std::string geojson;
+};
+
+// Prints the scene, each prop, the count per rule and the errors the engine was told.
+// 2 for a malformed rules file or --scene, 1 for a file or DEM that cannot be used.
+int runProps(kelZor::DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err);

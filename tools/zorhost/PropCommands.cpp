@@ -24,11 +24,6 @@ using kelZor::DtProp;
 
 namespace {
 
-struct RulesFile {
-    std::vector<std::pair<std::string, std::string>> models;
-    std::vector<DtAddPropsRuleRecord> rules;
-};
-
 // Thrown with the place and what is wrong there.
 struct RulesError {
     std::string message;
@@ -68,13 +63,10 @@ DtAddPropsRuleRecord readRule(const Json& json, const std::string& where) {
     return rule;
 }
 
-RulesFile readRules(const std::string& path) {
-    std::ifstream in(path);
-    if (!in)
-        throw RulesError{"cannot be read"};
+RulesFile readRules(const std::string& content) {
     Json json;
     try {
-        json = Json::parse(in);
+        json = Json::parse(content);
     } catch (const Json::parse_error& e) {
         const std::string what = e.what();
         const size_t end = what.find("] ");
@@ -245,12 +237,23 @@ bool PropReport::end(const DtDe& de, std::string& error) {
 
 }  // namespace
 
+bool parseRules(const std::string& text, RulesFile& rules, std::string& problem) {
+    try {
+        rules = readRules(text);
+        return true;
+    } catch (const RulesError& e) {
+        problem = e.message;
+        return false;
+    }
+}
+
 int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
     RulesFile rules;
-    try {
-        rules = readRules(request.rules);
-    } catch (const RulesError& e) {
-        err << "zorhost: " << request.rules << ": " << e.message << "\n";
+    std::string rulesProblem = "cannot be read";
+    std::ifstream in(request.rules, std::ios::binary);
+    std::stringstream content;
+    if (!in || !(content << in.rdbuf()) || !parseRules(content.str(), rules, rulesProblem)) {
+        err << "zorhost: " << request.rules << ": " << rulesProblem << "\n";
         return 2;
     }
     kelZor::DtPropAdderCreator* creator =

@@ -4,7 +4,10 @@
 
 #include <ostream>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "kelArchives/DtPropRecord.h"
 
 namespace kelZor {
 class DtDe;
@@ -18,6 +21,16 @@ struct PropsRequest {
     bool json = false;
     std::string geojson;
 };
+
+// What a rules file holds: the model definitions the scene knows (name, model file) and
+// the rules in the order they are applied.
+struct RulesFile {
+    std::vector<std::pair<std::string, std::string>> models;
+    std::vector<kelArchives::DtAddPropsRuleRecord> rules;
+};
+
+// Reads a rules file's text; false with where and what is wrong in `problem`.
+bool parseRules(const std::string& text, RulesFile& rules, std::string& problem);
 
 // Prints the scene, each prop, the count per rule and the errors the engine was told.
 // 2 for a malformed rules file or --scene, 1 for a file or DEM that cannot be used.

@@ -1,11 +1,9 @@
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
 
-#include "hxutil/DtFilename.h"
 #include "hxutil/DtNotify.h"
 #include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
-#include "zorTerrain/DtTdbToolCoordSysFactory.h"
-#include "zorUtil/templateUtil.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 
 namespace kelZor {
 
@@ -53,22 +51,10 @@ bool DtTdbFeatureFieldValueReader::readValuesFromFile(
     const int savedNotifyLevel = DtNotifyLevel;
     DtNotifyLevel = 0;
     DtTdbManager manager;
-    const DtFilename file(filename.c_str());
-    DtString error;
-    Coordinate_System* system =
-        DtTdbToolCoordSysFactory::create(de_.sharedState().coordinateSystem());
-    if (!manager.loadFor3DVisualization(file, system, &error)) {
-        DtDeError report(DtDeError::FileNotLoaded);
-        report << filename;
-        de_.reportError(report, true);
-        DtNotifyLevel = savedNotifyLevel;
-        ZOR_WARN(de_.log(),
-                 "DtTdbFeatureFieldValueReader::getFeatureFieldValuePairs - "
-                 "loadFor3DVisualization Error: " +
-                     error.stdString());
-        delete system;
+    if (!loadIntoScene(de_, manager, filename, true, savedNotifyLevel, __PRETTY_FUNCTION__,
+                       "DtTdbFeatureFieldValueReader::getFeatureFieldValuePairs - "
+                       "loadFor3DVisualization Error: "))
         return false;
-    }
     // An elevation source loads without a network: it has no points to list.
     if (const DtVectorNetwork* network = manager.terrainDatabase()->vectorNetwork()) {
         const int nodes = network->numNodes();

@@ -3,15 +3,13 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "hxutil/DtFilename.h"
 #include "hxutil/DtNotify.h"
 #include "matrix/DtAngles.h"
 #include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
-#include "zorTerrain/DtTdbToolCoordSysFactory.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 #include "zorUtil/DtEulerToQuaternion.h"
-#include "zorUtil/templateUtil.h"
 
 namespace kelZor {
 
@@ -69,20 +67,9 @@ void DtTdbPropAdder::addProps(const kelArchives::DtAddPropsRuleRecord& rule,
     const int savedNotifyLevel = DtNotifyLevel;
     DtNotifyLevel = 0;
     DtTdbManager manager;
-    const DtFilename file(filename_.c_str());
-    DtString error;
-    Coordinate_System* system =
-        DtTdbToolCoordSysFactory::create(de_.sharedState().coordinateSystem());
-    if (!manager.loadFor3DVisualization(file, system, &error)) {
-        DtDeError report(DtDeError::FileNotLoaded);
-        report << filename_;
-        de_.reportError(report, false);
-        DtNotifyLevel = savedNotifyLevel;
-        ZOR_WARN(de_.log(),
-                 "DtTdbPropAdder::addProps - loadFor3DVisualization Error: " + error.stdString());
-        delete system;
+    if (!loadIntoScene(de_, manager, filename_, false, savedNotifyLevel, __PRETTY_FUNCTION__,
+                       "DtTdbPropAdder::addProps - loadFor3DVisualization Error: "))
         return;
-    }
     int failures = 0;
     // An elevation source loads without a network: no node can carry a prop.
     if (const DtVectorNetwork* network = manager.terrainDatabase()->vectorNetwork()) {

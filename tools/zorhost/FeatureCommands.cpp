@@ -5,10 +5,9 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <vector>
 
-#include "GeoJsonWriter.h"
-#include "JsonOutput.h"
-#include "Scene.h"
+#include "SceneOutput.h"
 #include "matrix/DtAngles.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtFeatureAdder.h"
@@ -97,7 +96,7 @@ const GeoJsonWriter::Fields geoJsonFields = {
 class FeatureReport {
 public:
     FeatureReport(const FeaturesRequest& request, const SceneChoice& scene, std::ostream& out)
-        : request_(request), scene_(scene), out_(out) {}
+        : request_(request), scene_(scene), output_(out, scene, request.json) {}
 
     bool run(const DtFeatureLayer& layer, const DtDe& de, std::string& error);
 
@@ -105,89 +104,61 @@ private:
     void onPoint(const DtPointFeature& f);
     void onEdge(DtFeature::Kind kind, const DtEdgeFeature& f);
     void writeGeoJson(GeoJsonWriter::Shape shape, const std::vector<DtVector64>& vertices,
-                      Json properties);
+                      const Json& properties);
 
     const FeaturesRequest& request_;
     const SceneChoice& scene_;
-    std::ostream& out_;
-    std::unique_ptr<JsonArrayStream> array_;
-    std::unique_ptr<GeoJsonWriter> geojson_;
-    std::string geojsonError_;
+    SceneOutput output_;
 };
 
 bool FeatureReport::run(const DtFeatureLayer& layer, const DtDe& de, std::string& error) {
-    if (!request_.geojson.empty()) {
-        geojson_ = std::make_unique<GeoJsonWriter>();
-        if (!geojson_->open(request_.geojson, geoJsonFields, error))
-            return false;
-    }
-    out_ << std::setprecision(15);
-    if (request_.json) {
-        out_ << "{\"scene\":" << jsonText(sceneJson(scene_.system)) << ",\"features\":";
-        array_ = std::make_unique<JsonArrayStream>(out_);
-    } else {
-        out_ << sceneLine(scene_) << "\n";
-    }
+    if (!output_.begin("features", request_.geojson, geoJsonFields, error))
+        return false;
     layer.featureSet().forEach([this](const DtPointFeature& f) { onPoint(f); },
                                [this](const DtEdgeFeature& f) { onEdge(DtFeature::Linear, f); },
                                [this](const DtArealFeature& f) { onEdge(DtFeature::Areal, f); });
-
-    const kelZor::DtFeatureSet& set = layer.featureSet();
-    if (request_.json) {
-        array_->close();
-        Json errors = Json::array();
-        for (const kelZor::DtReportedError& e : de.reportedErrors())
-            errors.push_back(
-                {{"code", static_cast<int>(e.error.code())}, {"text", e.error.message()}});
-        out_ << ",\"errors\":" << jsonText(errors) << "}\n";
-    } else {
-        out_ << "features: " << set.count(DtFeature::Point) << " point, "
-             << set.count(DtFeature::Linear) << " linear, " << set.count(DtFeature::Areal)
-             << " areal\n";
-        for (const kelZor::DtReportedError& e : de.reportedErrors())
-            out_ << "error " << e.error.code() << ": " << e.error.message() << "\n";
+    if (!output_.json()) {
+        const kelZor::DtFeatureSet& set = layer.featureSet();
+        output_.out() << "features: " << set.count(DtFeature::Point) << " point, "
+                      << set.count(DtFeature::Linear) << " linear, " << set.count(DtFeature::Areal)
+                      << " areal\n";
     }
-    if (geojson_ && geojsonError_.empty())
-        geojson_->close(geojsonError_);
-    error = geojsonError_;
-    return error.empty();
+    return output_.end(de, Json::object(), error);
 }
 
 void FeatureReport::onPoint(const DtPointFeature& f) {
-    if (array_)
-        array_->add(featureJson(f));
+    if (output_.array())
+        output_.array()->add(featureJson(f));
     else
-        printFeature(out_, f);
-    if (geojson_) {
+        printFeature(output_.out(), f);
+    if (output_.wantsGeoJson()) {
         Json properties = identityJson(DtFeature::Point, f);
         properties["width"] = f.dimensions().x();
         properties["length"] = f.dimensions().y();
         properties["height"] = f.dimensions().z();
         properties["rotation"] = rotationJson(f);
-        writeGeoJson(GeoJsonWriter::Point, {f.location()}, std::move(properties));
+        writeGeoJson(GeoJsonWriter::Point, {f.location()}, properties);
     }
 }
 
 void FeatureReport::onEdge(DtFeature::Kind kind, const DtEdgeFeature& f) {
-    if (array_)
-        array_->add(featureJson(kind, f));
+    if (output_.array())
+        output_.array()->add(featureJson(kind, f));
     else
-        printFeature(out_, kind, f);
-    if (geojson_) {
+        printFeature(output_.out(), kind, f);
+    if (output_.wantsGeoJson()) {
         writeGeoJson(kind == DtFeature::Linear ? GeoJsonWriter::Line : GeoJsonWriter::Polygon,
                      f.vertices(), identityJson(kind, f));
     }
 }
 
 void FeatureReport::writeGeoJson(GeoJsonWriter::Shape shape,
-                                 const std::vector<DtVector64>& vertices, Json properties) {
-    if (!geojsonError_.empty())
-        return;  // one failure is enough to tell
+                                 const std::vector<DtVector64>& vertices, const Json& properties) {
     std::vector<Wgs84Position> positions;
     positions.reserve(vertices.size());
     for (const DtVector64& v : vertices)
         positions.push_back(sceneToWgs84(scene_.system, v));
-    geojson_->add(shape, positions, properties, geojsonError_);
+    output_.addGeoJson(shape, positions, properties);
 }
 
 bool anyLoadFailed(const DtDe& de) {

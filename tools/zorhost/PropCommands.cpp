@@ -9,9 +9,7 @@
 #include <memory>
 #include <sstream>
 
-#include "GeoJsonWriter.h"
-#include "JsonOutput.h"
-#include "Scene.h"
+#include "SceneOutput.h"
 #include "hxutil/DtFilename.h"
 #include "kelArchives/DtPropRecord.h"
 #include "matrix/DtAngles.h"
@@ -132,51 +130,38 @@ std::string conditionText(const DtAddPropsRuleRecord& rule) {
 class PropReport {
 public:
     PropReport(const PropsRequest& request, const SceneChoice& scene, std::ostream& out)
-        : request_(request), scene_(scene), out_(out) {}
+        : request_(request), scene_(scene), output_(out, scene, request.json) {}
 
     bool begin(std::string& error);
     void addRule(size_t index, const DtAddPropsRuleRecord& rule,
                  const kelZor::DtTerrainLayer& layer, size_t first);
-    bool end(const DtDe& de, std::string& error);
+    bool end(const DtDe& de, std::string& error) {
+        return output_.end(de, Json{{"rules", perRule_}}, error);
+    }
 
 private:
     const PropsRequest& request_;
     const SceneChoice& scene_;
-    std::ostream& out_;
-    std::unique_ptr<JsonArrayStream> props_;
+    SceneOutput output_;
     Json perRule_ = Json::array();
-    std::unique_ptr<GeoJsonWriter> geojson_;
-    std::string geojsonError_;
 };
 
 bool PropReport::begin(std::string& error) {
-    if (!request_.geojson.empty()) {
-        geojson_ = std::make_unique<GeoJsonWriter>();
-        const GeoJsonWriter::Fields fields = {
-            {"rule", OFTInteger}, {"name", OFTString},  {"propType", OFTString},
-            {"model", OFTString}, {"heading", OFTReal}, {"qx", OFTReal},
-            {"qy", OFTReal},      {"qz", OFTReal},      {"qw", OFTReal}};
-        if (!geojson_->open(request_.geojson, fields, error))
-            return false;
-    }
-    out_ << std::setprecision(15);
-    if (request_.json) {
-        out_ << "{\"scene\":" << jsonText(sceneJson(scene_.system)) << ",\"props\":";
-        props_ = std::make_unique<JsonArrayStream>(out_);
-    } else {
-        out_ << sceneLine(scene_) << "\n";
-    }
-    return true;
+    const GeoJsonWriter::Fields fields = {
+        {"rule", OFTInteger}, {"name", OFTString},  {"propType", OFTString},
+        {"model", OFTString}, {"heading", OFTReal}, {"qx", OFTReal},
+        {"qy", OFTReal},      {"qz", OFTReal},      {"qw", OFTReal}};
+    return output_.begin("props", request_.geojson, fields, error);
 }
 
 void PropReport::addRule(size_t index, const DtAddPropsRuleRecord& rule,
                          const kelZor::DtTerrainLayer& layer, size_t first) {
     const size_t added = layer.numProps() - first;
     perRule_.push_back({{"rule", index}, {"added", added}});
-    if (!props_) {
-        out_ << "rule " << index << ": " << conditionText(rule) << " -> " << rule.modelDefinition()
-             << " (" << rule.propType() << "): " << added << (added == 1 ? " prop" : " props")
-             << "\n";
+    if (!output_.json()) {
+        output_.out() << "rule " << index << ": " << conditionText(rule) << " -> "
+                      << rule.modelDefinition() << " (" << rule.propType() << "): " << added
+                      << (added == 1 ? " prop" : " props") << "\n";
     }
     for (size_t i = first; i < layer.numProps(); ++i) {
         const DtProp& prop = layer.prop(i);
@@ -184,55 +169,36 @@ void PropReport::addRule(size_t index, const DtAddPropsRuleRecord& rule,
         const double heading = headingDegrees(scene_.system, r);
         const double* p = r.position();
         const double* q = r.orientation();
-        if (props_) {
-            props_->add({{"rule", index},
-                         {"name", prop.name()},
-                         {"propType", prop.propType()},
-                         {"model", r.modelDefOrNodeAddress()},
-                         {"position", {p[0], p[1], p[2]}},
-                         {"heading", heading},
-                         {"orientation", {q[0], q[1], q[2], q[3]}}});
+        if (output_.array()) {
+            output_.array()->add({{"rule", index},
+                                  {"name", prop.name()},
+                                  {"propType", prop.propType()},
+                                  {"model", r.modelDefOrNodeAddress()},
+                                  {"position", {p[0], p[1], p[2]}},
+                                  {"heading", heading},
+                                  {"orientation", {q[0], q[1], q[2], q[3]}}});
         } else {
-            out_ << "  " << prop.name() << "  " << prop.propType() << "  "
-                 << r.modelDefOrNodeAddress() << "  at " << p[0] << " " << p[1] << " " << p[2]
-                 << "  heading " << heading << " deg  orientation " << q[0] << " " << q[1] << " "
-                 << q[2] << " " << q[3] << "\n";
+            output_.out() << "  " << prop.name() << "  " << prop.propType() << "  "
+                          << r.modelDefOrNodeAddress() << "  at " << p[0] << " " << p[1] << " "
+                          << p[2] << "  heading " << heading << " deg  orientation " << q[0] << " "
+                          << q[1] << " " << q[2] << " " << q[3] << "\n";
             if (atOrigin(r))
-                out_ << "    (no terrain below or above it: it stands at the origin)\n";
+                output_.out() << "    (no terrain below or above it: it stands at the origin)\n";
         }
-        if (geojson_ && geojsonError_.empty()) {
+        if (output_.wantsGeoJson()) {
             const Wgs84Position where = sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2]));
-            geojson_->add(GeoJsonWriter::Point, {where},
-                          {{"rule", index},
-                           {"name", prop.name()},
-                           {"propType", prop.propType()},
-                           {"model", r.modelDefOrNodeAddress()},
-                           {"heading", heading},
-                           {"qx", q[0]},
-                           {"qy", q[1]},
-                           {"qz", q[2]},
-                           {"qw", q[3]}},
-                          geojsonError_);
+            output_.addGeoJson(GeoJsonWriter::Point, {where},
+                               {{"rule", index},
+                                {"name", prop.name()},
+                                {"propType", prop.propType()},
+                                {"model", r.modelDefOrNodeAddress()},
+                                {"heading", heading},
+                                {"qx", q[0]},
+                                {"qy", q[1]},
+                                {"qz", q[2]},
+                                {"qw", q[3]}});
         }
     }
-}
-
-bool PropReport::end(const DtDe& de, std::string& error) {
-    Json errors = Json::array();
-    for (const kelZor::DtReportedError& e : de.reportedErrors())
-        errors.push_back({{"code", static_cast<int>(e.error.code())}, {"text", e.error.message()}});
-    if (props_) {
-        props_->close();
-        out_ << ",\"rules\":" << jsonText(perRule_) << ",\"errors\":" << jsonText(errors) << "}\n";
-    } else {
-        for (const Json& e : errors)
-            out_ << "error " << e["code"].get<int>() << ": " << e["text"].get<std::string>()
-                 << "\n";
-    }
-    if (geojson_ && geojsonError_.empty())
-        geojson_->close(geojsonError_);
-    error = geojsonError_;
-    return error.empty();
 }
 
 }  // namespace

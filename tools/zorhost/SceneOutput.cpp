@@ -1,0 +1,53 @@
+#include "SceneOutput.h"
+
+#include <iomanip>
+
+#include "zorCore/DtDe.h"
+
+bool SceneOutput::begin(const char* arrayKey, const std::string& geojsonPath,
+                        const GeoJsonWriter::Fields& fields, std::string& error) {
+    if (!geojsonPath.empty()) {
+        geojson_ = std::make_unique<GeoJsonWriter>();
+        if (!geojson_->open(geojsonPath, fields, error))
+            return false;
+    }
+    out_ << std::setprecision(15);
+    if (json_) {
+        out_ << "{\"scene\":" << jsonText(sceneJson(scene_.system)) << ",\"" << arrayKey << "\":";
+        array_ = std::make_unique<JsonArrayStream>(out_);
+    } else {
+        out_ << sceneLine(scene_) << "\n";
+    }
+    return true;
+}
+
+void SceneOutput::addGeoJson(GeoJsonWriter::Shape shape, const std::vector<Wgs84Position>& vertices,
+                             const Json& properties) {
+    if (geojson_ && geojsonError_.empty())
+        geojson_->add(shape, vertices, properties, geojsonError_);
+}
+
+Json SceneOutput::errorsJson(const kelZor::DtDe& de) {
+    Json errors = Json::array();
+    for (const kelZor::DtReportedError& e : de.reportedErrors())
+        errors.push_back({{"code", static_cast<int>(e.error.code())}, {"text", e.error.message()}});
+    return errors;
+}
+
+bool SceneOutput::end(const kelZor::DtDe& de, const Json& moreJson, std::string& error) {
+    const Json errors = errorsJson(de);
+    if (array_) {
+        array_->close();
+        for (const auto& [key, value] : moreJson.items())
+            out_ << ",\"" << key << "\":" << jsonText(value);
+        out_ << ",\"errors\":" << jsonText(errors) << "}\n";
+    } else {
+        for (const Json& e : errors)
+            out_ << "error " << e["code"].get<int>() << ": " << e["text"].get<std::string>()
+                 << "\n";
+    }
+    if (geojson_ && geojsonError_.empty())
+        geojson_->close(geojsonError_);
+    error = geojsonError_;
+    return error.empty();
+}

@@ -1,0 +1,49 @@
+// What the scene commands (features, props) print around their records: the scene first
+// (a line, or the opening of one JSON object and its streamed array), GeoJSON when asked,
+// and the errors the engine was told last.
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "GeoJsonWriter.h"
+#include "JsonOutput.h"
+#include "Scene.h"
+
+namespace kelZor {
+class DtDe;
+}
+
+class SceneOutput {
+public:
+    SceneOutput(std::ostream& out, const SceneChoice& scene, bool json)
+        : out_(out), scene_(scene), json_(json) {}
+
+    // Opens the GeoJSON file when `geojsonPath` is given, then writes the scene; records
+    // go into the JSON array named `arrayKey`. False with the reason in `error`.
+    bool begin(const char* arrayKey, const std::string& geojsonPath,
+               const GeoJsonWriter::Fields& fields, std::string& error);
+    JsonArrayStream* array() { return array_.get(); }
+    bool json() const { return json_; }
+    std::ostream& out() { return out_; }
+
+    // A GeoJSON feature, when GeoJSON was asked for; the first failure is kept.
+    void addGeoJson(GeoJsonWriter::Shape shape, const std::vector<Wgs84Position>& vertices,
+                    const Json& properties);
+    bool wantsGeoJson() const { return geojson_ != nullptr; }
+
+    // Every error the engine was told, each "code" and "text".
+    static Json errorsJson(const kelZor::DtDe& de);
+    // Closes the array, writes `moreJson`'s members and the errors (or the errors as
+    // lines), and the GeoJSON file. False with the reason when GeoJSON failed.
+    bool end(const kelZor::DtDe& de, const Json& moreJson, std::string& error);
+
+private:
+    std::ostream& out_;
+    const SceneChoice& scene_;
+    bool json_;
+    std::unique_ptr<JsonArrayStream> array_;
+    std::unique_ptr<GeoJsonWriter> geojson_;
+    std::string geojsonError_;
+};

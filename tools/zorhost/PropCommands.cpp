@@ -65,7 +65,7 @@ RulesFile readRules(const std::string& content) {
     Json json;
     try {
         json = Json::parse(content);
-    } catch (const Json::parse_error& e) {
+    } catch (const Json::exception& e) {  // syntax, and numbers no double holds
         const std::string what = e.what();
         const size_t end = what.find("] ");
         throw RulesError{end == std::string::npos ? what : what.substr(end + 2)};

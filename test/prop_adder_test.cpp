@@ -18,7 +18,6 @@
 #include "zorCore/DtPropAdder.h"
 #include "zorTerrain/DtTdbPropAdder.h"
 #include "zorTerrain/zorTerrain.h"
-#include "zorUtil/DtEulerToQuaternion.h"
 
 using namespace kelZor;
 
@@ -89,7 +88,7 @@ double gdalBilinear(const std::string& path, double lon, double lat) {
               CE_None);
     double gt[6], inverse[6];
     cell->GetGeoTransform(gt);
-    GDALInvGeoTransform(gt, inverse);
+    EXPECT_TRUE(GDALInvGeoTransform(gt, inverse));
     const double column = inverse[0] + inverse[1] * lon + inverse[2] * lat;
     const double row = inverse[3] + inverse[4] * lon + inverse[5] * lat;
     GDALRasterIOExtraArg extra;
@@ -270,21 +269,4 @@ TEST(PropAdder, validPointsAreOffTheOriginAndFitAFloat) {
     EXPECT_FALSE(probe.validPoint(DtPoint(1.0, std::nan(""), 1.0)));
     EXPECT_FALSE(probe.validPoint(DtPoint(1.0, 1.0, -INFINITY)));
     EXPECT_TRUE(probe.validPoint(DtPoint(3e38, -3e38, 1.0)));
-}
-
-TEST(EulerToQuaternion, degreesAndRadiansGiveOneRotationAboutZFirst) {
-    double x, y, z, w, rx, ry, rz, rw;
-    DtEulerToQuaternionDeg(90.0, 0.0, 0.0, x, y, z, w);
-    EXPECT_NEAR(z, std::sqrt(0.5), 1e-15);
-    EXPECT_NEAR(w, std::sqrt(0.5), 1e-15);
-    DtEulerToQuaternionDeg(30.0, 20.0, 10.0, x, y, z, w);
-    DtEulerToQuaternionRad(M_PI / 6, M_PI / 9, M_PI / 18, rx, ry, rz, rw);
-    EXPECT_NEAR(x, rx, 1e-15);
-    EXPECT_NEAR(w, rw, 1e-15);
-    // psi about z, then theta about y, then phi about x.
-    const Eigen::Quaterniond q(w, x, y, z);
-    const Eigen::Quaterniond expected = Eigen::AngleAxisd(M_PI / 6, Eigen::Vector3d::UnitZ()) *
-                                        Eigen::AngleAxisd(M_PI / 9, Eigen::Vector3d::UnitY()) *
-                                        Eigen::AngleAxisd(M_PI / 18, Eigen::Vector3d::UnitX());
-    EXPECT_LT(q.angularDistance(expected), 1e-12);
 }

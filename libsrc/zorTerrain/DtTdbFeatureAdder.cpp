@@ -35,11 +35,20 @@ double doubleOr0(const DtNetworkAttributes& attributes, const char* name) {
     return value;
 }
 
+// Lines and areas differ only in the feature the set creates for them.
 template <typename Feature>
-void addVertices(const DtNetworkEdge& edge, Feature& feature) {
+void addEdgeFeature(const DtNetworkEdge& edge, DtFeatureLayer& layer,
+                    Feature* (DtFeatureSet::*create)(unsigned int, const DtFaccCode&,
+                                                     unsigned int)) {
+    const unsigned int id = edge.id();
+    int featureId = 0;
+    DtFaccCode code;
+    if (!readIdentity(edge.attributes(), featureId, code))
+        return;
+    Feature* feature = (layer.featureSet().*create)(static_cast<unsigned int>(featureId), code, id);
     const int count = edge.numPoints();
     for (int i = 0; i < count; ++i)
-        feature.addPoint(vectorOf(edge.point(i)));
+        feature->addPoint(vectorOf(edge.point(i)));
 }
 
 }  // namespace
@@ -120,23 +129,11 @@ void DtTdbFeatureAdder::addPoint(const DtNetworkNode& node, DtFeatureLayer& laye
 }
 
 void DtTdbFeatureAdder::addLinear(const DtNetworkEdge& edge, DtFeatureLayer& layer) {
-    const unsigned int id = edge.id();
-    int featureId = 0;
-    DtFaccCode code;
-    if (!readIdentity(edge.attributes(), featureId, code))
-        return;
-    addVertices(edge, *layer.featureSet().createEdgeFeature(static_cast<unsigned int>(featureId),
-                                                            code, id));
+    addEdgeFeature(edge, layer, &DtFeatureSet::createEdgeFeature);
 }
 
 void DtTdbFeatureAdder::addArea(const DtNetworkEdge& edge, DtFeatureLayer& layer) {
-    const unsigned int id = edge.id();
-    int featureId = 0;
-    DtFaccCode code;
-    if (!readIdentity(edge.attributes(), featureId, code))
-        return;
-    addVertices(edge, *layer.featureSet().createArealFeature(static_cast<unsigned int>(featureId),
-                                                             code, id));
+    addEdgeFeature(edge, layer, &DtFeatureSet::createArealFeature);
 }
 
 DtFeatureAdder* DtTdbFeatureAdderCreator::create(DtDe& de) {

@@ -7,9 +7,6 @@
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <GeographicLib/Geocentric.hpp>
 
 #include <cstdio>
@@ -153,10 +150,25 @@ inline size_t readAndTransformLines(const std::string& path) {
 }
 
 // Peak memory is measured in a fresh process per task: the benchmark runs itself again
-// with --zor-peak=TASK, so no heap the benchmarks grew before is counted or reused.
+// with --zor-peak=TASK, so no heap the benchmarks grew before is counted or reused. The
+// child reports its own high-water mark (VmHWM): a forked child's rusage would count the
+// parent's pages it held until exec.
 using PeakTasks = std::map<std::string, std::function<void()>>;
 
-// True when this process is such a child; it has then run the task.
+inline long highWaterKilobytes() {
+    std::FILE* status = std::fopen("/proc/self/status", "r");
+    long kilobytes = 0;
+    char line[256];
+    while (status && std::fgets(line, sizeof line, status)) {
+        if (std::sscanf(line, "VmHWM: %ld kB", &kilobytes) == 1)
+            break;
+    }
+    if (status)
+        std::fclose(status);
+    return kilobytes;
+}
+
+// True when this process is such a child; it has then run the task and printed its peak.
 inline bool runPeakTask(int argc, char** argv, const PeakTasks& tasks) {
     const std::string prefix = "--zor-peak=";
     if (argc < 2 || std::string(argv[1]).rfind(prefix, 0) != 0)
@@ -164,22 +176,23 @@ inline bool runPeakTask(int argc, char** argv, const PeakTasks& tasks) {
     const auto task = tasks.find(std::string(argv[1]).substr(prefix.size()));
     if (task != tasks.end())
         task->second();
+    std::printf("zor-peak-kb %ld\n", highWaterKilobytes());
     return true;
 }
 
 // The peak resident size of a child running `task`, less that of one running nothing.
 inline long childPeakKilobytes(const std::string& task) {
     auto peakOf = [](const std::string& name) -> long {
-        const std::string argument = "--zor-peak=" + name;
-        const pid_t child = fork();
-        if (child == 0) {
-            execl("/proc/self/exe", "bench", argument.c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        int status = 0;
-        rusage usage{};
-        wait4(child, &status, 0, &usage);
-        return usage.ru_maxrss;
+        const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+        const std::string command = "'" + self + "' --zor-peak=" + name;
+        std::FILE* child = popen(command.c_str(), "r");
+        long kilobytes = 0;
+        char line[256];
+        while (child && std::fgets(line, sizeof line, child))
+            std::sscanf(line, "zor-peak-kb %ld", &kilobytes);
+        if (child)
+            pclose(child);
+        return kilobytes;
     };
     return peakOf(task) - peakOf("");
 }

@@ -10,9 +10,6 @@
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <GeographicLib/Geocentric.hpp>
 
 #include <cstdio>

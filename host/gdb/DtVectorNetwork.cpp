@@ -1,5 +1,8 @@
 #include "gdb/DtVectorNetwork.h"
 
+#include <cstring>
+#include <memory>
+
 DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, const std::string* value)
     : name_(name), type_(String), text_(value) {}
 DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, int value)
@@ -12,40 +15,192 @@ const std::string& DtNetworkAttribute::stringValue() const {
     return type_ == String && text_ ? *text_ : empty;
 }
 
-const DtNetworkAttribute* DtNetworkAttributes::find(const DtString& name, int type) const {
-    for (const DtNetworkAttribute* a = begin(); a != end(); ++a) {
-        if (a->type() == type && a->name().string() == name.stdString())
-            return a;
+// ------------------------------------------------------------------ DtAttributeTable
+
+uint32_t DtAttributeTable::addColumn(const DtSymbolString& name, int type) {
+    // Rows are laid out by the slot count: columns come before the first row.
+    const uint32_t slot = slots_++;
+    columns_.push_back({name, type, slot});
+    rowWords_ = 1 + presenceWords() + slots_;
+    return slot;
+}
+
+void DtAttributeTable::addAlias(const DtSymbolString& name, int type, uint32_t slot) {
+    columns_.push_back({name, type, slot});
+}
+
+uint32_t DtAttributeTable::addRow(int featureType, int fid) {
+    const auto row = static_cast<uint32_t>(words_.size() / rowWords_);
+    words_.resize(words_.size() + rowWords_, 0);
+    rowWords(row)[0] = (uint64_t(uint32_t(fid)) << 32) | uint32_t(featureType);
+    return row;
+}
+
+void DtAttributeTable::reserveRows(size_t rows) {
+    words_.reserve(words_.size() + rows * rowWords_);
+}
+
+uint64_t& DtAttributeTable::cell(uint32_t row, uint32_t slot) {
+    uint64_t* words = rowWords(row);
+    words[1 + slot / 64] |= uint64_t(1) << (slot % 64);
+    return words[1 + presenceWords() + slot];
+}
+
+void DtAttributeTable::setInt(uint32_t row, uint32_t slot, int value) {
+    cell(row, slot) = uint32_t(value);
+}
+
+void DtAttributeTable::setDouble(uint32_t row, uint32_t slot, double value) {
+    std::memcpy(&cell(row, slot), &value, sizeof value);
+}
+
+void DtAttributeTable::setText(uint32_t row, uint32_t slot, const std::string* value) {
+    cell(row, slot) = reinterpret_cast<uintptr_t>(value);
+}
+
+bool DtAttributeTable::has(uint32_t row, uint32_t slot) const {
+    return (rowWords(row)[1 + slot / 64] >> (slot % 64)) & 1;
+}
+
+int DtAttributeTable::intAt(uint32_t row, uint32_t slot) const {
+    return int(uint32_t(rowWords(row)[1 + presenceWords() + slot]));
+}
+
+double DtAttributeTable::doubleAt(uint32_t row, uint32_t slot) const {
+    double value;
+    std::memcpy(&value, &rowWords(row)[1 + presenceWords() + slot], sizeof value);
+    return value;
+}
+
+const std::string* DtAttributeTable::textAt(uint32_t row, uint32_t slot) const {
+    return reinterpret_cast<const std::string*>(
+        uintptr_t(rowWords(row)[1 + presenceWords() + slot]));
+}
+
+int DtAttributeTable::featureType(uint32_t row) const {
+    return int(uint32_t(rowWords(row)[0]));
+}
+
+int DtAttributeTable::fid(uint32_t row) const {
+    return int(uint32_t(rowWords(row)[0] >> 32));
+}
+
+// ------------------------------------------------------------------ DtNetworkAttributes
+
+namespace {
+
+const DtSymbolString& featureTypeName() {
+    static const DtSymbolString name("DtFeatureType");
+    return name;
+}
+const DtSymbolString& fidName() {
+    static const DtSymbolString name("DtFidCode");
+    return name;
+}
+
+}  // namespace
+
+template <class Visit>
+void DtNetworkAttributes::forEach(Visit&& visit) const {
+    if (!table_)
+        return;
+    for (const DtAttributeTable::Column& column : table_->columns()) {
+        if (!table_->has(row_, column.slot))
+            continue;
+        switch (column.type) {
+            case DtNetworkAttribute::Integer:
+                visit(DtNetworkAttribute(column.name, table_->intAt(row_, column.slot)));
+                break;
+            case DtNetworkAttribute::Double:
+                visit(DtNetworkAttribute(column.name, table_->doubleAt(row_, column.slot)));
+                break;
+            default:
+                visit(DtNetworkAttribute(column.name, table_->textAt(row_, column.slot)));
+        }
     }
-    return nullptr;
+    visit(DtNetworkAttribute(featureTypeName(), table_->featureType(row_)));
+    visit(DtNetworkAttribute(fidName(), table_->fid(row_)));
 }
 
 bool DtNetworkAttributes::getInt(const DtString& name, int& out) const {
-    const DtNetworkAttribute* found = find(name, DtNetworkAttribute::Integer);
-    if (found)
-        out = found->intValue();
-    return found != nullptr;
+    if (!table_)
+        return false;
+    for (const DtAttributeTable::Column& column : table_->columns()) {
+        if (column.type == DtNetworkAttribute::Integer && table_->has(row_, column.slot) &&
+            column.name.string() == name.stdString()) {
+            out = table_->intAt(row_, column.slot);
+            return true;
+        }
+    }
+    if (name.stdString() == featureTypeName().string()) {
+        out = table_->featureType(row_);
+        return true;
+    }
+    if (name.stdString() == fidName().string()) {
+        out = table_->fid(row_);
+        return true;
+    }
+    return false;
 }
 
 bool DtNetworkAttributes::getDouble(const DtString& name, double& out) const {
-    const DtNetworkAttribute* found = find(name, DtNetworkAttribute::Double);
-    if (found)
-        out = found->doubleValue();
-    return found != nullptr;
+    if (!table_)
+        return false;
+    for (const DtAttributeTable::Column& column : table_->columns()) {
+        if (column.type == DtNetworkAttribute::Double && table_->has(row_, column.slot) &&
+            column.name.string() == name.stdString()) {
+            out = table_->doubleAt(row_, column.slot);
+            return true;
+        }
+    }
+    return false;
 }
 
 bool DtNetworkAttributes::getString(const DtString& name, DtString& out) const {
-    const DtNetworkAttribute* found = find(name, DtNetworkAttribute::String);
-    if (found)
-        out = DtString(found->stringValue());
-    return found != nullptr;
+    if (!table_)
+        return false;
+    for (const DtAttributeTable::Column& column : table_->columns()) {
+        if (column.type == DtNetworkAttribute::String && table_->has(row_, column.slot) &&
+            column.name.string() == name.stdString()) {
+            const std::string* text = table_->textAt(row_, column.slot);
+            out = DtString(text ? *text : std::string());
+            return true;
+        }
+    }
+    return false;
+}
+
+std::vector<DtNetworkAttribute> DtNetworkAttributes::toVector() const {
+    std::vector<DtNetworkAttribute> attributes;
+    if (table_)
+        attributes.reserve(table_->columns().size() + 2);
+    forEach([&](const DtNetworkAttribute& attribute) { attributes.push_back(attribute); });
+    return attributes;
 }
 
 DtList DtNetworkAttributes::attributeList() const {
     DtList list;
-    for (const DtNetworkAttribute* a = begin(); a != end(); ++a)
-        list.add(const_cast<DtNetworkAttribute*>(a));  // DtList holds void*
+    if (!table_)
+        return list;
+    // The attributes are made for the list and live as long as it does.
+    auto attributes = std::make_shared<std::vector<DtNetworkAttribute>>(toVector());
+    for (DtNetworkAttribute& attribute : *attributes)
+        list.add(&attribute);
+    list.keep(std::move(attributes));
     return list;
+}
+
+int DtNetworkAttributes::size() const {
+    int count = 0;
+    forEach([&](const DtNetworkAttribute&) { ++count; });
+    return count;
+}
+
+// ------------------------------------------------------------------ nodes, edges, network
+
+const std::vector<int>& DtNetworkNode::connectedEdges() const {
+    static const std::vector<int> none;
+    return edges_ ? *edges_ : none;
 }
 
 DtPoint DtNetworkEdge::point(int index) const {
@@ -76,18 +231,21 @@ DtNetworkEdge& DtVectorNetwork::addEdge() {
     return edges_.back();
 }
 
+void DtVectorNetwork::connectEdge(int node, int edge) {
+    DtNetworkNode& junction = nodes_.at(static_cast<size_t>(node));
+    if (!junction.edges_)
+        junction.edges_ = &junctionEdges_.emplace_back();
+    junction.edges_->push_back(edge);
+}
+
+void DtVectorNetwork::reserveNodes(size_t nodes) {
+    nodes_.reserve(nodes_.size() + nodes);
+}
+
+DtAttributeTable& DtVectorNetwork::addTable() {
+    return tables_.emplace_back();
+}
+
 const std::string* DtVectorNetwork::internText(const std::string& text) {
     return &*texts_.insert(text).first;
-}
-
-DtNetworkAttributes DtVectorNetwork::storeAttributes(const DtNetworkAttribute* first,
-                                                     size_t count) {
-    const auto begin = static_cast<uint32_t>(attributeStore_.size());
-    attributeStore_.insert(attributeStore_.end(), first, first + count);
-    return DtNetworkAttributes(&attributeStore_, begin, static_cast<uint32_t>(count));
-}
-
-void DtVectorNetwork::reserve(size_t nodes, size_t attributes) {
-    nodes_.reserve(nodes_.size() + nodes);
-    attributeStore_.reserve(attributeStore_.size() + nodes * attributes);
 }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -50,7 +51,6 @@ public:
     double doubleValue() const { return type_ == Double ? real_ : 0.0; }
 
 private:
-    // 24 bytes: a million objects with a few attributes each stay small.
     DtSymbolString name_;
     int type_;
     union {
@@ -60,13 +60,56 @@ private:
     };
 };
 
-// The attributes of one node or edge: a range of the network's attribute store.
+// The attributes of the objects of one layer, a row per object. A column is a name, a
+// type and a slot; a derived attribute that reads a field unchanged (ECC of a text field,
+// GDB_Width of a real one) is a column sharing that field's slot, so it costs nothing per
+// object. Every row also carries the object's feature type and FID.
+class DtAttributeTable {
+public:
+    struct Column {
+        DtSymbolString name;
+        int type;
+        uint32_t slot;
+    };
+
+    // A column with a slot of its own; answers the slot.
+    uint32_t addColumn(const DtSymbolString& name, int type);
+    // A column reading the slot of another: present in a row exactly when that is.
+    void addAlias(const DtSymbolString& name, int type, uint32_t slot);
+    const std::vector<Column>& columns() const { return columns_; }
+
+    // A row with no value set; answers its index.
+    uint32_t addRow(int featureType, int fid);
+    void reserveRows(size_t rows);
+    void setInt(uint32_t row, uint32_t slot, int value);
+    void setDouble(uint32_t row, uint32_t slot, double value);
+    void setText(uint32_t row, uint32_t slot, const std::string* value);
+
+    bool has(uint32_t row, uint32_t slot) const;
+    int intAt(uint32_t row, uint32_t slot) const;
+    double doubleAt(uint32_t row, uint32_t slot) const;
+    const std::string* textAt(uint32_t row, uint32_t slot) const;
+    int featureType(uint32_t row) const;
+    int fid(uint32_t row) const;
+
+private:
+    uint64_t* rowWords(uint32_t row) { return words_.data() + size_t(row) * rowWords_; }
+    const uint64_t* rowWords(uint32_t row) const { return words_.data() + size_t(row) * rowWords_; }
+    uint64_t& cell(uint32_t row, uint32_t slot);
+    size_t presenceWords() const { return (slots_ + 63) / 64; }
+
+    std::vector<Column> columns_;
+    uint32_t slots_ = 0;
+    // A row: one word of feature type and FID, the presence bits of the slots, the slots.
+    size_t rowWords_ = 1;
+    std::vector<uint64_t> words_;
+};
+
+// The attributes of one node or edge: a row of its layer's table (none for a junction).
 class DtNetworkAttributes {
 public:
     DtNetworkAttributes() = default;
-    DtNetworkAttributes(const std::vector<DtNetworkAttribute>* store, uint32_t begin,
-                        uint32_t count)
-        : store_(store), begin_(begin), count_(count) {}
+    DtNetworkAttributes(const DtAttributeTable* table, uint32_t row) : table_(table), row_(row) {}
 
     // True and the value of the first attribute of that name and type; false, leaving
     // `out` as it was, when there is none.
@@ -74,41 +117,44 @@ public:
     bool getDouble(const DtString& name, double& out) const;
     bool getString(const DtString& name, DtString& out) const;
 
-    // The attributes in the order they were added; items are const DtNetworkAttribute*.
+    // The attributes in their order: the layer's fields, the derived ones, then
+    // "DtFeatureType" and "DtFidCode". Items are const DtNetworkAttribute*, kept alive by
+    // the list.
     DtList attributeList() const;
-    const DtNetworkAttribute* begin() const { return store_ ? store_->data() + begin_ : nullptr; }
-    const DtNetworkAttribute* end() const { return begin() + (store_ ? count_ : 0); }
-    int size() const { return static_cast<int>(count_); }
+    std::vector<DtNetworkAttribute> toVector() const;
+    int size() const;
 
 private:
-    const DtNetworkAttribute* find(const DtString& name, int type) const;
-    const std::vector<DtNetworkAttribute>* store_ = nullptr;
-    uint32_t begin_ = 0;
-    uint32_t count_ = 0;
+    template <class Visit>
+    void forEach(Visit&& visit) const;
+
+    const DtAttributeTable* table_ = nullptr;
+    uint32_t row_ = 0;
 };
 
 class DtNetworkNode {
 public:
-    DtNetworkNode(uint32_t id, const DtPoint& location) : id_(id), location_(location) {}
+    DtNetworkNode(uint32_t id, const DtPoint& location) : location_(location), id_(id) {}
 
     uint32_t id() const { return id_; }
     bool isValid() const { return valid_; }
     const DtPoint& location() const { return location_; }
-    int numConnectedEdges() const { return static_cast<int>(connectedEdges_.size()); }
+    int numConnectedEdges() const { return static_cast<int>(connectedEdges().size()); }
     // Indices of the edges that begin or end here.
-    const std::vector<int>& connectedEdges() const { return connectedEdges_; }
+    const std::vector<int>& connectedEdges() const;
     const DtNetworkAttributes& attributes() const { return attributes_; }
 
     void setAttributes(const DtNetworkAttributes& attributes) { attributes_ = attributes; }
-    void connectEdge(int edge) { connectedEdges_.push_back(edge); }
     void setValid(bool valid) { valid_ = valid; }
 
 private:
+    friend class DtVectorNetwork;
+    DtPoint location_;
+    DtNetworkAttributes attributes_;
+    // Only junctions have edges: their lists live in the network.
+    std::vector<int>* edges_ = nullptr;
     uint32_t id_;
     bool valid_ = true;
-    DtPoint location_;
-    std::vector<int> connectedEdges_;
-    DtNetworkAttributes attributes_;
 };
 
 class DtNetworkEdge {
@@ -149,17 +195,19 @@ public:
     // Building, by the loader. Identifiers run from 1 across nodes and edges alike.
     DtNetworkNode& addNode(const DtPoint& location);
     DtNetworkEdge& addEdge();
-    DtNetworkNode& nodeAt(int index) { return nodes_[static_cast<size_t>(index)]; }
-    // Room for `nodes` more nodes of `attributes` attributes each, when known up front.
-    void reserve(size_t nodes, size_t attributes);
+    // Records that `edge` begins or ends at the node.
+    void connectEdge(int node, int edge);
+    // Room for `nodes` more nodes, when known up front.
+    void reserveNodes(size_t nodes);
+    // A new, empty table for the attributes of one layer.
+    DtAttributeTable& addTable();
     // The network's copy of a text value, shared by every attribute of that text.
     const std::string* internText(const std::string& text);
-    // Stores the attributes of one object and answers them as its range.
-    DtNetworkAttributes storeAttributes(const DtNetworkAttribute* first, size_t count);
 
 private:
     uint32_t nextId_ = 1;
-    std::vector<DtNetworkAttribute> attributeStore_;
+    std::deque<DtAttributeTable> tables_;
+    std::deque<std::vector<int>> junctionEdges_;
     std::unordered_set<std::string> texts_;
     std::vector<DtNetworkNode> nodes_;
     std::vector<DtNetworkEdge> edges_;

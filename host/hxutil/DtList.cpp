@@ -7,45 +7,63 @@ DtList::DtList(const DtList& other) {
 DtList& DtList::operator=(const DtList& other) {
     if (this == &other)
         return *this;
-    items_.clear();
-    for (const DtListItem& item : other.items_)
-        items_.emplace_back(item.data());
-    relink();
+    clear();
+    for (const DtListItem* item = other.head_; item; item = item->next_)
+        add(item->data_);
+    storage_ = other.storage_;
     return *this;
 }
 
+void DtList::clear() {
+    blocks_.clear();
+    freeSlots_.clear();
+    nextSlot_ = inline_;
+    slotsEnd_ = inline_ + InlineItems;
+    head_ = tail_ = nullptr;
+    count_ = 0;
+    storage_.reset();
+}
+
+DtListItem* DtList::freshSlot() {
+    if (!freeSlots_.empty()) {
+        DtListItem* slot = freeSlots_.back();
+        freeSlots_.pop_back();
+        return slot;
+    }
+    if (nextSlot_ == slotsEnd_) {
+        // Blocks double with the list, so adding stays amortised constant time.
+        const size_t size = InlineItems << blocks_.size();
+        blocks_.emplace_back(new DtListItem[size]);
+        nextSlot_ = blocks_.back().get();
+        slotsEnd_ = nextSlot_ + size;
+    }
+    return nextSlot_++;
+}
+
 DtListItem* DtList::add(void* data) {
-    items_.emplace_back(data);
-    DtListItem* added = &items_.back();
-    if (items_.size() > 1)
-        std::prev(items_.end(), 2)->next_ = added;
+    DtListItem* added = freshSlot();
+    *added = DtListItem(data);
+    if (tail_)
+        tail_->next_ = added;
+    else
+        head_ = added;
+    tail_ = added;
+    ++count_;
     return added;
 }
 
-DtListItem* DtList::first() {
-    return items_.empty() ? nullptr : &items_.front();
-}
-const DtListItem* DtList::first() const {
-    return items_.empty() ? nullptr : &items_.front();
-}
-
 bool DtList::remove(DtListItem* item) {
-    for (auto it = items_.begin(); it != items_.end(); ++it) {
-        if (&*it != item)
+    DtListItem* previous = nullptr;
+    for (DtListItem* current = head_; current; previous = current, current = current->next_) {
+        if (current != item)
             continue;
-        items_.erase(it);
-        relink();
+        (previous ? previous->next_ : head_) = current->next_;
+        if (tail_ == current)
+            tail_ = previous;
+        current->next_ = nullptr;
+        freeSlots_.push_back(current);
+        --count_;
         return true;
     }
     return false;
-}
-
-void DtList::relink() {
-    DtListItem* previous = nullptr;
-    for (DtListItem& item : items_) {
-        if (previous)
-            previous->next_ = &item;
-        item.next_ = nullptr;
-        previous = &item;
-    }
 }

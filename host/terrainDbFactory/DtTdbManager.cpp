@@ -253,7 +253,9 @@ private:
     enum FeatureType { Point = 0, Linear = 1, Areal = 2 };
 
     bool prepareLayer(OGRLayer& layer, std::string& problem);
-    void readAttributes(OGRFeature& feature);
+    void addColumns(OGRFeatureDefn& definition);
+    void addDerivedColumns(OGRFeatureDefn& definition);
+    void fillRow(uint32_t row);
     bool addGeometry(const OGRGeometry& geometry, std::string& problem);
     bool toScene(std::vector<double>& x, std::vector<double>& y, std::vector<double>& z,
                  std::vector<DtPoint>& out);
@@ -264,16 +266,35 @@ private:
     int junction(const DtPoint& point);
     DtNetworkAttributes attributesOf(FeatureType type);
 
+    // Where a field's value goes in the layer's table. A 64-bit field has two slots: its
+    // values that fit in an int are integers, the others doubles.
+    enum class Stored { Integer, Integer64, Double, Text };
+    struct FieldSlot {
+        Stored stored;
+        uint32_t slot;
+        uint32_t wideSlot;  // Integer64 only: the double slot
+    };
+    // A derived attribute that cannot share its field's slot: its own, filled per row.
+    struct DerivedSlot {
+        int field;
+        int type;
+        uint32_t slot;
+    };
+
     std::unique_ptr<DtCoordinateConverter> converter_;
     DtVectorNetwork& network_;
     TransformPtr toWgs84_;
-    std::vector<DtSymbolString> fieldNames_;
-    int eccField_ = -1, widthField_ = -1, lengthField_ = -1, heightField_ = -1,
-        orientationField_ = -1;
-    std::vector<DtNetworkAttribute> featureAttributes_;
+    DtAttributeTable* table_ = nullptr;
+    std::vector<FieldSlot> fieldSlots_;
+    std::vector<DerivedSlot> derivedSlots_;
+    // The feature being added and its row: the parts of one feature share a row.
+    OGRFeature* feature_ = nullptr;
     GIntBig fid_ = 0;
+    uint32_t row_ = 0;
+    int rowType_ = -1;
     std::unordered_map<PointKey, int, PointKeyHash> junctions_;
     std::vector<double> xs_, ys_, zs_;
+    std::vector<int> transformed_;
     std::vector<DtPoint> points_;
 };
 
@@ -306,78 +327,125 @@ bool NetworkBuilder::prepareLayer(OGRLayer& layer, std::string& problem) {
                   "\": no transformation to WGS84: " + GdalMessages::last();
         return false;
     }
-    OGRFeatureDefn* definition = layer.GetLayerDefn();
-    fieldNames_.clear();
-    eccField_ = widthField_ = lengthField_ = heightField_ = orientationField_ = -1;
-    for (int i = 0; i < definition->GetFieldCount(); ++i)
-        fieldNames_.emplace_back(definition->GetFieldDefn(i)->GetNameRef());
-    for (const char* name : {"ECC", "F_CODE", "FCODE"}) {
-        if (eccField_ < 0)
-            eccField_ = definition->GetFieldIndex(name);
-    }
-    widthField_ = definition->GetFieldIndex("WID");
-    lengthField_ = definition->GetFieldIndex("LEN");
-    heightField_ = definition->GetFieldIndex("HGT");
-    orientationField_ = definition->GetFieldIndex("AOO");
+    OGRFeatureDefn& definition = *layer.GetLayerDefn();
+    table_ = &network_.addTable();
+    addColumns(definition);
+    addDerivedColumns(definition);
+    rowType_ = -1;
     return true;
 }
 
-void NetworkBuilder::readAttributes(OGRFeature& feature) {
-    featureAttributes_.clear();
-    fid_ = feature.GetFID();
-    for (int i = 0; i < static_cast<int>(fieldNames_.size()); ++i) {
-        if (!feature.IsFieldSetAndNotNull(i))
-            continue;
-        const DtSymbolString& name = fieldNames_[static_cast<size_t>(i)];
-        switch (feature.GetFieldDefnRef(i)->GetType()) {
+void NetworkBuilder::addColumns(OGRFeatureDefn& definition) {
+    fieldSlots_.clear();
+    for (int i = 0; i < definition.GetFieldCount(); ++i) {
+        const OGRFieldDefn& field = *definition.GetFieldDefn(i);
+        const DtSymbolString name(field.GetNameRef());
+        switch (field.GetType()) {
             case OFTInteger:
-                featureAttributes_.emplace_back(name, feature.GetFieldAsInteger(i));
+                fieldSlots_.push_back(
+                    {Stored::Integer, table_->addColumn(name, DtNetworkAttribute::Integer), 0});
                 break;
             case OFTInteger64: {
-                const GIntBig value = feature.GetFieldAsInteger64(i);
-                if (value >= std::numeric_limits<int>::min() &&
-                    value <= std::numeric_limits<int>::max()) {
-                    featureAttributes_.emplace_back(name, static_cast<int>(value));
-                } else {
-                    featureAttributes_.emplace_back(name, static_cast<double>(value));
-                }
+                const uint32_t slot = table_->addColumn(name, DtNetworkAttribute::Integer);
+                fieldSlots_.push_back(
+                    {Stored::Integer64, slot, table_->addColumn(name, DtNetworkAttribute::Double)});
                 break;
             }
             case OFTReal:
-                featureAttributes_.emplace_back(name, feature.GetFieldAsDouble(i));
+                fieldSlots_.push_back(
+                    {Stored::Double, table_->addColumn(name, DtNetworkAttribute::Double), 0});
                 break;
-            default:
-                featureAttributes_.emplace_back(name,
-                                                network_.internText(feature.GetFieldAsString(i)));
+            default:  // texts, and dates and the rest as their text
+                fieldSlots_.push_back(
+                    {Stored::Text, table_->addColumn(name, DtNetworkAttribute::String), 0});
         }
-    }
-    if (eccField_ >= 0 && feature.IsFieldSetAndNotNull(eccField_))
-        featureAttributes_.emplace_back(derived().ecc,
-                                        network_.internText(feature.GetFieldAsString(eccField_)));
-    const std::pair<int, const DtSymbolString*> dimensions[] = {{widthField_, &derived().width},
-                                                                {lengthField_, &derived().length},
-                                                                {heightField_, &derived().height}};
-    for (const auto& [field, name] : dimensions) {
-        if (field >= 0 && feature.IsFieldSetAndNotNull(field))
-            featureAttributes_.emplace_back(*name, feature.GetFieldAsDouble(field));
-    }
-    if (orientationField_ >= 0 && feature.IsFieldSetAndNotNull(orientationField_)) {
-        featureAttributes_.emplace_back(
-            derived().orientation,
-            static_cast<int>(std::lround(feature.GetFieldAsDouble(orientationField_))));
     }
 }
 
-// The feature's attributes and the two every object carries, stored in the network.
+// The attributes the engine reads under names of its own, from the fields that carry
+// them: the code (ECC, else F_CODE, else FCODE), width, length, height, orientation.
+void NetworkBuilder::addDerivedColumns(OGRFeatureDefn& definition) {
+    derivedSlots_.clear();
+    int ecc = -1;
+    for (const char* name : {"ECC", "F_CODE", "FCODE"}) {
+        if (ecc < 0)
+            ecc = definition.GetFieldIndex(name);
+    }
+    const struct {
+        int field;
+        const DtSymbolString& name;
+        int type;
+        Stored same;  // the field is kept exactly as the derived attribute reads it
+    } derivations[] = {
+        {ecc, derived().ecc, DtNetworkAttribute::String, Stored::Text},
+        {definition.GetFieldIndex("WID"), derived().width, DtNetworkAttribute::Double,
+         Stored::Double},
+        {definition.GetFieldIndex("LEN"), derived().length, DtNetworkAttribute::Double,
+         Stored::Double},
+        {definition.GetFieldIndex("HGT"), derived().height, DtNetworkAttribute::Double,
+         Stored::Double},
+        {definition.GetFieldIndex("AOO"), derived().orientation, DtNetworkAttribute::Integer,
+         Stored::Integer},
+    };
+    for (const auto& d : derivations) {
+        if (d.field < 0)
+            continue;
+        const FieldSlot& source = fieldSlots_[static_cast<size_t>(d.field)];
+        if (source.stored == d.same)
+            table_->addAlias(d.name, d.type, source.slot);
+        else
+            derivedSlots_.push_back({d.field, d.type, table_->addColumn(d.name, d.type)});
+    }
+}
+
+void NetworkBuilder::fillRow(uint32_t row) {
+    OGRFeature& feature = *feature_;
+    for (int i = 0; i < static_cast<int>(fieldSlots_.size()); ++i) {
+        if (!feature.IsFieldSetAndNotNull(i))
+            continue;
+        const FieldSlot& field = fieldSlots_[static_cast<size_t>(i)];
+        switch (field.stored) {
+            case Stored::Integer:
+                table_->setInt(row, field.slot, feature.GetFieldAsInteger(i));
+                break;
+            case Stored::Integer64: {
+                const GIntBig value = feature.GetFieldAsInteger64(i);
+                if (value >= std::numeric_limits<int>::min() &&
+                    value <= std::numeric_limits<int>::max())
+                    table_->setInt(row, field.slot, static_cast<int>(value));
+                else
+                    table_->setDouble(row, field.wideSlot, static_cast<double>(value));
+                break;
+            }
+            case Stored::Double:
+                table_->setDouble(row, field.slot, feature.GetFieldAsDouble(i));
+                break;
+            case Stored::Text:
+                table_->setText(row, field.slot, network_.internText(feature.GetFieldAsString(i)));
+        }
+    }
+    for (const DerivedSlot& d : derivedSlots_) {
+        if (!feature.IsFieldSetAndNotNull(d.field))
+            continue;
+        if (d.type == DtNetworkAttribute::String) {
+            table_->setText(row, d.slot, network_.internText(feature.GetFieldAsString(d.field)));
+        } else if (d.type == DtNetworkAttribute::Double) {
+            table_->setDouble(row, d.slot, feature.GetFieldAsDouble(d.field));
+        } else {
+            table_->setInt(row, d.slot,
+                           static_cast<int>(std::lround(feature.GetFieldAsDouble(d.field))));
+        }
+    }
+}
+
+// The feature's row for an object of `type`: the parts of a feature share one.
 DtNetworkAttributes NetworkBuilder::attributesOf(FeatureType type) {
-    const size_t fields = featureAttributes_.size();
-    featureAttributes_.emplace_back(derived().featureType, static_cast<int>(type));
-    featureAttributes_.emplace_back(derived().fid, static_cast<int>(fid_));
-    const DtNetworkAttributes stored =
-        network_.storeAttributes(featureAttributes_.data(), featureAttributes_.size());
-    featureAttributes_.erase(featureAttributes_.begin() + static_cast<std::ptrdiff_t>(fields),
-                             featureAttributes_.end());
-    return stored;
+    if (rowType_ != type) {
+        row_ = table_->addRow(type, static_cast<int>(fid_));
+        rowType_ = type;
+        fillRow(row_);
+    }
+    return DtNetworkAttributes(table_, row_);
 }
 
 // Source coordinates to the scene, in place of the three arrays.
@@ -386,12 +454,14 @@ bool NetworkBuilder::toScene(std::vector<double>& x, std::vector<double>& y, std
     out.clear();
     if (x.empty())
         return true;
-    std::vector<int> ok(x.size(), 0);
-    if (!toWgs84_->Transform(static_cast<int>(x.size()), x.data(), y.data(), z.data(), ok.data()))
+    transformed_.assign(x.size(), 0);
+    if (!toWgs84_->Transform(static_cast<int>(x.size()), x.data(), y.data(), z.data(),
+                             transformed_.data()))
         return false;
     const GeographicLib::Geocentric& earth = GeographicLib::Geocentric::WGS84();
     for (size_t i = 0; i < x.size(); ++i) {
-        if (!ok[i] || !std::isfinite(x[i]) || !std::isfinite(y[i]) || !std::isfinite(z[i]))
+        if (!transformed_[i] || !std::isfinite(x[i]) || !std::isfinite(y[i]) ||
+            !std::isfinite(z[i]))
             return false;
         double X, Y, Z;
         earth.Forward(y[i], x[i], z[i], X, Y, Z);
@@ -464,9 +534,9 @@ bool NetworkBuilder::addLine(const OGRLineString& line, std::string& problem) {
         const int edgeIndex = network_.numEdges() - 1;
         const int first = junction(points_.front());
         const int last = junction(points_.back());
-        network_.nodeAt(first).connectEdge(edgeIndex);
+        network_.connectEdge(first, edgeIndex);
         if (last != first)
-            network_.nodeAt(last).connectEdge(edgeIndex);
+            network_.connectEdge(last, edgeIndex);
     }
     return true;
 }
@@ -514,15 +584,19 @@ bool NetworkBuilder::addLayer(OGRLayer& layer, std::string& problem) {
         return false;
     // A point layer whose header tells its size is stored without regrowing.
     const GIntBig count = layer.GetFeatureCount(FALSE);
-    if (count > 0 && wkbFlatten(layer.GetGeomType()) == wkbPoint)
-        network_.reserve(static_cast<size_t>(count), fieldNames_.size() + 7);
+    if (count > 0 && wkbFlatten(layer.GetGeomType()) == wkbPoint) {
+        network_.reserveNodes(static_cast<size_t>(count));
+        table_->reserveRows(static_cast<size_t>(count));
+    }
     layer.ResetReading();
     for (OGRFeatureUniquePtr feature(layer.GetNextFeature()); feature;
          feature.reset(layer.GetNextFeature())) {
         const OGRGeometry* geometry = feature->GetGeometryRef();
         if (!geometry)
             continue;
-        readAttributes(*feature);
+        feature_ = feature.get();
+        fid_ = feature->GetFID();
+        rowType_ = -1;
         if (!addGeometry(*geometry, problem))
             return false;
     }

@@ -1,5 +1,12 @@
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
 
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
 #include "hxutil/DtNotify.h"
 #include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
@@ -9,20 +16,130 @@ namespace kelZor {
 
 namespace {
 
-void addNodeValues(const DtNetworkNode& node,
-                   std::map<std::string, std::set<std::string>>& values) {
-    const DtList attributes = node.attributes().attributeList();
-    for (const DtListItem* item = attributes.first(); item; item = item->next()) {
-        const auto* attribute = static_cast<const DtNetworkAttribute*>(item->data());
-        if (!attribute)
-            continue;
-        std::string field = attribute->name().c_str();
-        std::string text = DtTdbFeatureFieldValueReader::valueText(*attribute);
-        const auto found = values.find(field);
-        if (found != values.end())
-            found->second.insert(std::move(text));
-        else
-            values.emplace(std::move(field), std::set<std::string>{std::move(text)});
+std::string intText(int value) {
+    return DtString(value).stdString();
+}
+std::string doubleText(double value) {
+    return DtString(value).stdString();
+}
+
+// The values of one walk, gathered before they go into the caller's map. A value met
+// again is known by its raw form, so no text is made for it twice; the new ones of each
+// field go into its set in sorted order, so that a field of a million distinct values
+// (the FIDs) fills its set in one ordered pass instead of a million searches.
+class ValueGatherer {
+public:
+    void add(const DtNetworkAttribute& attribute);
+    void mergeInto(std::map<std::string, std::set<std::string>>& values);
+
+private:
+    // The last values seen, by hash: a field of few values is answered here.
+    template <class T>
+    class RecentValues {
+    public:
+        // True when `value` was seen; it is remembered either way.
+        bool seen(T value, uint64_t hash) {
+            Slot& slot = slots_[(hash * 0x9e3779b97f4a7c15ULL) >> 58];
+            if (slot.used && slot.value == value)
+                return true;
+            slot = {value, true};
+            return false;
+        }
+
+    private:
+        struct Slot {
+            T value;
+            bool used;
+        };
+        Slot slots_[64] = {};
+    };
+
+    struct Field {
+        std::vector<int> integers;
+        std::vector<uint64_t> doubles;  // by their bits
+        std::vector<std::string> texts;
+        RecentValues<int> recentIntegers;
+        RecentValues<uint64_t> recentDoubles;
+        std::unordered_set<std::string> seenTexts;
+        bool other = false;
+    };
+
+    Field& field(const char* name);
+    static std::vector<std::string> allTexts(Field& field);
+
+    std::unordered_map<std::string, Field> fields_;
+    // The field of each name pointer met so far: names repeat on every node.
+    std::vector<std::pair<const char*, Field*>> byPointer_;
+};
+
+ValueGatherer::Field& ValueGatherer::field(const char* name) {
+    for (const auto& [pointer, field] : byPointer_) {
+        if (pointer == name)
+            return *field;
+    }
+    Field& found = fields_[name];
+    if (byPointer_.size() < 64)
+        byPointer_.emplace_back(name, &found);
+    return found;
+}
+
+void ValueGatherer::add(const DtNetworkAttribute& attribute) {
+    Field& into = field(attribute.name().c_str());
+    switch (attribute.type()) {
+        case DtNetworkAttribute::Integer: {
+            const int value = attribute.value();
+            if (!into.recentIntegers.seen(value, uint32_t(value)))
+                into.integers.push_back(value);
+            break;
+        }
+        case DtNetworkAttribute::Double: {
+            const double value = attribute.value();
+            uint64_t bits;
+            std::memcpy(&bits, &value, sizeof bits);
+            if (!into.recentDoubles.seen(bits, bits))
+                into.doubles.push_back(bits);
+            break;
+        }
+        case DtNetworkAttribute::String: {
+            std::string text = static_cast<DtString>(attribute.value()).stdString();
+            if (into.seenTexts.insert(text).second)
+                into.texts.push_back(std::move(text));
+            break;
+        }
+        default:
+            into.other = true;  // any other type lists as the empty text
+    }
+}
+
+std::vector<std::string> ValueGatherer::allTexts(Field& field) {
+    std::sort(field.integers.begin(), field.integers.end());
+    field.integers.erase(std::unique(field.integers.begin(), field.integers.end()),
+                         field.integers.end());
+    for (const int value : field.integers)
+        field.texts.push_back(intText(value));
+    std::sort(field.doubles.begin(), field.doubles.end());
+    field.doubles.erase(std::unique(field.doubles.begin(), field.doubles.end()),
+                        field.doubles.end());
+    for (const uint64_t bits : field.doubles) {
+        double value;
+        std::memcpy(&value, &bits, sizeof value);
+        field.texts.push_back(doubleText(value));
+    }
+    if (field.other)
+        field.texts.emplace_back();
+    return std::move(field.texts);
+}
+
+void ValueGatherer::mergeInto(std::map<std::string, std::set<std::string>>& values) {
+    for (auto& [name, field] : fields_) {
+        std::set<std::string>& set = values[name];
+        const std::vector<std::string> texts = allTexts(field);
+        // Views move faster than strings; a merge sort keeps its pace on the patterned
+        // texts numbers make, where an introsort falls back to its heap.
+        std::vector<std::string_view> sorted(texts.begin(), texts.end());
+        std::stable_sort(sorted.begin(), sorted.end());
+        for (const std::string_view text : sorted)
+            set.emplace_hint(set.end(), text);
     }
 }
 
@@ -38,9 +155,9 @@ std::string DtTdbFeatureFieldValueReader::valueText(const DtNetworkAttribute& at
         case DtNetworkAttribute::String:
             return static_cast<DtString>(attribute.value()).stdString();
         case DtNetworkAttribute::Integer:
-            return DtString(static_cast<int>(attribute.value())).stdString();
+            return intText(attribute.value());
         case DtNetworkAttribute::Double:
-            return DtString(static_cast<double>(attribute.value())).stdString();
+            return doubleText(attribute.value());
         default:
             return std::string();
     }
@@ -57,12 +174,19 @@ bool DtTdbFeatureFieldValueReader::readValuesFromFile(
         return false;
     // An elevation source loads without a network: it has no points to list.
     if (const DtVectorNetwork* network = manager.terrainDatabase()->vectorNetwork()) {
+        ValueGatherer gathered;
         const int nodes = network->numNodes();
         for (int i = 0; i < nodes; ++i) {
             const DtNetworkNode* node = network->node(i);
-            if (node && node->connectedEdges().empty())
-                addNodeValues(*node, values);
+            if (!node || !node->connectedEdges().empty())
+                continue;
+            const DtList attributes = node->attributes().attributeList();
+            for (const DtListItem* item = attributes.first(); item; item = item->next()) {
+                if (const auto* attribute = static_cast<const DtNetworkAttribute*>(item->data()))
+                    gathered.add(*attribute);
+            }
         }
+        gathered.mergeInto(values);
     }
     DtNotifyLevel = savedNotifyLevel;
     return true;

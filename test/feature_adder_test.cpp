@@ -258,6 +258,21 @@ TEST(FieldValueReader, freePointsOfSeveralFilesGatherInOneMap) {
     EXPECT_EQ(values["DtFeatureType"], (std::set<std::string>{"0"}));
     EXPECT_EQ(values["DtFidCode"], (std::set<std::string>{"0", "1"}));  // shapefile FIDs
 
+    // Numbers of every sign and length, each met several times, list as their texts.
+    std::vector<TestFeature> numbers;
+    std::set<std::string> texts;
+    for (const int n : {0, 1, 10, 2, 19, 100, 9, -1, -10, -2, -19, 123456789, -123456789}) {
+        texts.insert(std::to_string(n));
+        for (int copy = 0; copy < 3; ++copy)
+            numbers.push_back({"POINT (-75 42)", {}, {{"COUNT", n}}, {{"H", n / 4.0}}});
+    }
+    ASSERT_TRUE(writeVector(dir.file("signs.shp"), wgs84.get(), numbers));
+    std::map<std::string, std::set<std::string>> signs;
+    ASSERT_TRUE(engine.readValues(dir.file("signs.shp"), signs));
+    EXPECT_EQ(signs["COUNT"], texts);
+    EXPECT_EQ(signs["H"].size(), texts.size());
+    EXPECT_EQ(signs["DtFidCode"].size(), numbers.size());
+
     const auto before = values;
     EXPECT_FALSE(engine.readValues(dir.file("missing.shp"), values));
     EXPECT_EQ(values, before);

@@ -2,6 +2,8 @@
 
 #include <cstring>
 #include <memory>
+#include <new>
+#include <type_traits>
 
 DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, const std::string* value)
     : name_(name), type_(String), text_(value) {}
@@ -178,11 +180,34 @@ std::vector<DtNetworkAttribute> DtNetworkAttributes::toVector() const {
     return attributes;
 }
 
+namespace {
+
+// Room for the attributes of a typical object, in the same allocation as the count that
+// keeps them alive: a walk over a million nodes makes a million lists.
+struct SmallAttributeBlock {
+    static constexpr size_t Capacity = 16;
+    std::aligned_storage_t<sizeof(DtNetworkAttribute), alignof(DtNetworkAttribute)>
+        items[Capacity];
+};
+static_assert(std::is_trivially_destructible_v<DtNetworkAttribute>,
+              "attributes in a block are never destroyed one by one");
+
+}  // namespace
+
 DtList DtNetworkAttributes::attributeList() const {
     DtList list;
     if (!table_)
         return list;
     // The attributes are made for the list and live as long as it does.
+    if (table_->columns().size() + 2 <= SmallAttributeBlock::Capacity) {
+        auto block = std::make_shared<SmallAttributeBlock>();
+        size_t used = 0;
+        forEach([&](const DtNetworkAttribute& attribute) {
+            list.add(new (&block->items[used++]) DtNetworkAttribute(attribute));
+        });
+        list.keep(std::move(block));
+        return list;
+    }
     auto attributes = std::make_shared<std::vector<DtNetworkAttribute>>(toVector());
     for (DtNetworkAttribute& attribute : *attributes)
         list.add(&attribute);

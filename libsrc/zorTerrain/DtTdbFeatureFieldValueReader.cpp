@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -39,7 +38,11 @@ private:
     public:
         // True when `value` was seen; it is remembered either way.
         bool seen(T value, uint64_t hash) {
-            Slot& slot = slots_[(hash * 0x9e3779b97f4a7c15ULL) >> 58];
+            // Mixed first: the doubles of whole numbers differ only in their high bits.
+            hash ^= hash >> 33;
+            hash *= 0xff51afd7ed558ccdULL;
+            hash ^= hash >> 33;
+            Slot& slot = slots_[(hash * 0x9e3779b97f4a7c15ULL) >> (64 - SlotBits)];
             if (slot.used && slot.value == value)
                 return true;
             slot = {value, true};
@@ -51,7 +54,8 @@ private:
             T value;
             bool used;
         };
-        Slot slots_[64] = {};
+        static constexpr int SlotBits = 10;  // a field of a thousand values fits
+        Slot slots_[1 << SlotBits] = {};
     };
 
     struct Field {
@@ -65,7 +69,6 @@ private:
     };
 
     Field& field(const char* name);
-    static std::vector<std::string> allTexts(Field& field);
 
     std::unordered_map<std::string, Field> fields_;
     // The field of each name pointer met so far: names repeat on every node.
@@ -111,35 +114,54 @@ void ValueGatherer::add(const DtNetworkAttribute& attribute) {
     }
 }
 
-std::vector<std::string> ValueGatherer::allTexts(Field& field) {
-    std::sort(field.integers.begin(), field.integers.end());
-    field.integers.erase(std::unique(field.integers.begin(), field.integers.end()),
-                         field.integers.end());
-    for (const int value : field.integers)
-        field.texts.push_back(intText(value));
-    std::sort(field.doubles.begin(), field.doubles.end());
-    field.doubles.erase(std::unique(field.doubles.begin(), field.doubles.end()),
-                        field.doubles.end());
-    for (const uint64_t bits : field.doubles) {
-        double value;
-        std::memcpy(&value, &bits, sizeof value);
-        field.texts.push_back(doubleText(value));
-    }
-    if (field.other)
-        field.texts.emplace_back();
-    return std::move(field.texts);
+// Integers in the order of their decimal texts, as a number: the digits left-aligned to
+// ten places ("10" after "1", before "2"), the shorter text first on a tie, negatives
+// ("-" sorts before the digits) before the rest. Only speed rests on it: the set orders
+// its texts itself, and a text out of this order is merely inserted the slow way.
+uint64_t textOrderKey(int value) {
+    const bool negative = value < 0;
+    const uint64_t magnitude = negative ? uint64_t(-int64_t(value)) : uint64_t(value);
+    uint64_t digits = 1, aligned = magnitude;
+    for (uint64_t rest = magnitude; rest >= 10; rest /= 10)
+        ++digits;
+    for (uint64_t d = digits; d < 10; ++d)
+        aligned *= 10;
+    return (uint64_t(negative ? 0 : 1) << 63) | (aligned << 4) | digits;
+}
+
+int valueOfKey(uint64_t key) {
+    uint64_t magnitude = (key & ~(uint64_t(1) << 63)) >> 4;
+    for (uint64_t d = key & 15; d < 10; ++d)
+        magnitude /= 10;
+    return (key >> 63) ? int(magnitude) : int(-int64_t(magnitude));
+}
+
+void insertIntegers(const std::vector<int>& integers, std::set<std::string>& set) {
+    std::vector<uint64_t> keys(integers.size());
+    std::transform(integers.begin(), integers.end(), keys.begin(), textOrderKey);
+    std::sort(keys.begin(), keys.end());
+    keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+    for (const uint64_t key : keys)
+        set.emplace_hint(set.end(), intText(valueOfKey(key)));
 }
 
 void ValueGatherer::mergeInto(std::map<std::string, std::set<std::string>>& values) {
     for (auto& [name, field] : fields_) {
         std::set<std::string>& set = values[name];
-        const std::vector<std::string> texts = allTexts(field);
-        // Views move faster than strings; a merge sort keeps its pace on the patterned
-        // texts numbers make, where an introsort falls back to its heap.
-        std::vector<std::string_view> sorted(texts.begin(), texts.end());
-        std::stable_sort(sorted.begin(), sorted.end());
-        for (const std::string_view text : sorted)
-            set.emplace_hint(set.end(), text);
+        insertIntegers(field.integers, set);
+        std::sort(field.doubles.begin(), field.doubles.end());
+        field.doubles.erase(std::unique(field.doubles.begin(), field.doubles.end()),
+                            field.doubles.end());
+        for (const uint64_t bits : field.doubles) {
+            double value;
+            std::memcpy(&value, &bits, sizeof value);
+            field.texts.push_back(doubleText(value));
+        }
+        if (field.other)
+            field.texts.emplace_back();
+        std::sort(field.texts.begin(), field.texts.end());
+        for (std::string& text : field.texts)
+            set.emplace_hint(set.end(), std::move(text));
     }
 }
 

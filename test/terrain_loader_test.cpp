@@ -173,6 +173,56 @@ TEST(TerrainLoader, pointsLandWhereGeographicLibPutsThem) {
     }
 }
 
+// Large files are read in batches transformed on another thread: the network must be the
+// one a feature-by-feature build makes, and the first point that cannot be placed must
+// stop the load wherever it falls.
+TEST(TerrainLoader, batchesJoinIntoOneNetworkAndAFailureInALateOneStopsTheLoad) {
+    TempDir dir;
+    constexpr int lines = 4000, vertices = 10;  // more coordinates than a batch holds
+    std::vector<TestFeature> chain;
+    for (int i = 0; i < lines; ++i) {
+        std::string wkt = "LINESTRING (";
+        for (int v = 0; v < vertices; ++v) {
+            // Each line ends where the next begins.
+            const double lon = -75.0 + (i * (vertices - 1) + v) * 1e-4;
+            wkt += (v ? "," : "") + std::to_string(lon) + " 42";
+        }
+        chain.push_back({wkt + ")", {}, {{"N", i}}, {}});
+    }
+    ASSERT_TRUE(writeVector(dir.file("chain.shp"), srsFromEpsg(4326).get(), chain));
+    DtTdbManager manager;
+    DtString error;
+    ASSERT_TRUE(load(manager, dir.file("chain.shp"), nullptr, error)) << error.stdString();
+    const DtVectorNetwork& network = *manager.terrainDatabase()->vectorNetwork();
+    ASSERT_EQ(network.numEdges(), lines);
+    ASSERT_EQ(network.numNodes(), lines + 1);
+    // Ids in order of making: edge i, then its end junction (its start is the one before).
+    for (int i : {0, 1, lines / 2, lines - 1}) {
+        SCOPED_TRACE(i);
+        const DtNetworkEdge& edge = *network.edge(i);
+        int n = -1;
+        EXPECT_TRUE(edge.attributes().getInt(DtString("N"), n));
+        EXPECT_EQ(n, i);
+        EXPECT_TRUE(edge.point(0) == network.node(i)->location());
+        EXPECT_TRUE(edge.point(vertices - 1) == network.node(i + 1)->location());
+        EXPECT_EQ(network.node(i + 1)->numConnectedEdges(), i + 1 < lines ? 2 : 1);
+        EXPECT_EQ(edge.id(), i == 0 ? 1u : network.node(i + 1)->id() - 1);
+    }
+
+    std::vector<TestFeature> points;
+    for (int i = 0; i < 40000; ++i)
+        points.push_back({"POINT (" + std::to_string(400000 + i) + " 4500000)", {}, {}, {}});
+    points.push_back({"POINT (1e300 4500000)", {}, {}, {}});
+    ASSERT_TRUE(writeVector(dir.file("far.shp"), srsFromEpsg(32618).get(), points));
+    DtNotifyLevelGuard quiet;  // PROJ's own complaint stays out of the test's output
+    DtTdbManager far;
+    EXPECT_FALSE(load(far, dir.file("far.shp"), nullptr, error));
+    EXPECT_EQ(far.terrainDatabase(), nullptr);
+    EXPECT_NE(error.stdString().find("a point of feature 40000 cannot be transformed"),
+              std::string::npos)
+        << error.stdString();
+}
+
 TEST(TerrainLoader, theNetworkOfAGeodatabase) {
     TempDir dir;
     const std::string gdb = dir.file("set.gdb");

@@ -171,16 +171,16 @@ public:
     bool addLayer(OGRLayer& layer, std::string& problem);
 
 private:
-    enum FeatureType { Point = 0, Linear = 1, Areal = 2 };
+    enum FeatureType : uint8_t { Point = 0, Linear = 1, Areal = 2 };
 
     // An object read and waiting for its coordinates: `count` of the batch's coordinates
     // from `first`.
     struct PendingObject {
-        FeatureType type;
-        uint32_t row;
         GIntBig fid;
-        size_t first;
-        size_t count;
+        uint32_t row;
+        uint32_t first;
+        uint32_t count;  // OGR counts a curve's points in an int
+        FeatureType type;
     };
     struct Batch {
         std::vector<double> x, y, z;
@@ -206,7 +206,7 @@ private:
     };
 
     // Coordinates per batch: large enough that a thread hand-over is nothing beside it.
-    static constexpr size_t BatchCoordinates = 32768;
+    static constexpr size_t BatchCoordinates = 16384;
 
     // Reading, in the caller's thread.
     bool prepareLayer(OGRLayer& layer, std::string& problem);
@@ -397,7 +397,7 @@ uint32_t DtNetworkBuilder::Impl::rowFor(FeatureType type) {
 void DtNetworkBuilder::Impl::readPoint(const OGRPoint& point) {
     if (point.IsEmpty())
         return;
-    reading_.objects.push_back({Point, rowFor(Point), fid_, reading_.x.size(), 1});
+    reading_.objects.push_back({fid_, rowFor(Point), uint32_t(reading_.x.size()), 1, Point});
     reading_.x.push_back(point.getX());
     reading_.y.push_back(point.getY());
     reading_.z.push_back(point.getZ());
@@ -406,7 +406,7 @@ void DtNetworkBuilder::Impl::readPoint(const OGRPoint& point) {
 void DtNetworkBuilder::Impl::readCurve(const OGRSimpleCurve& curve, FeatureType type) {
     const size_t first = reading_.x.size();
     const auto count = static_cast<size_t>(curve.getNumPoints());
-    reading_.objects.push_back({type, rowFor(type), fid_, first, count});
+    reading_.objects.push_back({fid_, rowFor(type), uint32_t(first), uint32_t(count), type});
     reading_.x.resize(first + count);
     reading_.y.resize(first + count);
     reading_.z.resize(first + count, 0.0);
@@ -540,7 +540,7 @@ bool DtNetworkBuilder::Impl::toScene(Batch& batch) {
 void DtNetworkBuilder::Impl::build(Batch& batch) {
     toScene(batch);
     for (const PendingObject& object : batch.objects) {
-        if (object.first + object.count > scene_.size()) {
+        if (size_t(object.first) + object.count > scene_.size()) {
             // The first object with a coordinate that could not be placed.
             failed_ = true;
             workerProblem_ = std::string(object.type == Point ? "a point" : "a vertex") +

@@ -124,21 +124,28 @@ void DtNetworkAttributes::forEach(Visit&& visit) const {
     visit(DtNetworkAttribute(fidName(), table_->fid(row_)));
 }
 
-bool DtNetworkAttributes::getInt(const DtString& name, int& out) const {
+const DtAttributeTable::Column* DtNetworkAttributes::find(const DtString& name, int type) const {
     if (!table_)
-        return false;
+        return nullptr;
     for (const DtAttributeTable::Column& column : table_->columns()) {
-        if (column.type == DtNetworkAttribute::Integer && table_->has(row_, column.slot) &&
-            column.name.string() == name.stdString()) {
-            out = table_->intAt(row_, column.slot);
-            return true;
-        }
+        if (column.type == type && table_->has(row_, column.slot) &&
+            column.name.string() == name.stdString())
+            return &column;
     }
-    if (name.stdString() == featureTypeName().string()) {
+    return nullptr;
+}
+
+bool DtNetworkAttributes::getInt(const DtString& name, int& out) const {
+    if (const DtAttributeTable::Column* column = find(name, DtNetworkAttribute::Integer)) {
+        out = table_->intAt(row_, column->slot);
+        return true;
+    }
+    // The two every row carries, after the columns as in the attribute list.
+    if (table_ && name.stdString() == featureTypeName().string()) {
         out = table_->featureType(row_);
         return true;
     }
-    if (name.stdString() == fidName().string()) {
+    if (table_ && name.stdString() == fidName().string()) {
         out = table_->fid(row_);
         return true;
     }
@@ -146,30 +153,19 @@ bool DtNetworkAttributes::getInt(const DtString& name, int& out) const {
 }
 
 bool DtNetworkAttributes::getDouble(const DtString& name, double& out) const {
-    if (!table_)
-        return false;
-    for (const DtAttributeTable::Column& column : table_->columns()) {
-        if (column.type == DtNetworkAttribute::Double && table_->has(row_, column.slot) &&
-            column.name.string() == name.stdString()) {
-            out = table_->doubleAt(row_, column.slot);
-            return true;
-        }
-    }
-    return false;
+    const DtAttributeTable::Column* column = find(name, DtNetworkAttribute::Double);
+    if (column)
+        out = table_->doubleAt(row_, column->slot);
+    return column != nullptr;
 }
 
 bool DtNetworkAttributes::getString(const DtString& name, DtString& out) const {
-    if (!table_)
-        return false;
-    for (const DtAttributeTable::Column& column : table_->columns()) {
-        if (column.type == DtNetworkAttribute::String && table_->has(row_, column.slot) &&
-            column.name.string() == name.stdString()) {
-            const std::string* text = table_->textAt(row_, column.slot);
-            out = DtString(text ? *text : std::string());
-            return true;
-        }
+    const DtAttributeTable::Column* column = find(name, DtNetworkAttribute::String);
+    if (column) {
+        const std::string* text = table_->textAt(row_, column->slot);
+        out = DtString(text ? *text : std::string());
     }
-    return false;
+    return column != nullptr;
 }
 
 std::vector<DtNetworkAttribute> DtNetworkAttributes::toVector() const {
@@ -186,8 +182,7 @@ namespace {
 // keeps them alive: a walk over a million nodes makes a million lists.
 struct SmallAttributeBlock {
     static constexpr size_t Capacity = 16;
-    std::aligned_storage_t<sizeof(DtNetworkAttribute), alignof(DtNetworkAttribute)>
-        items[Capacity];
+    std::aligned_storage_t<sizeof(DtNetworkAttribute), alignof(DtNetworkAttribute)> items[Capacity];
 };
 static_assert(std::is_trivially_destructible_v<DtNetworkAttribute>,
               "attributes in a block are never destroyed one by one");

@@ -127,6 +127,8 @@ public:
 private:
     template <class Visit>
     void forEach(Visit&& visit) const;
+    // The first present column of that name and type.
+    const DtAttributeTable::Column* find(const DtString& name, int type) const;
 
     const DtAttributeTable* table_ = nullptr;
     uint32_t row_ = 0;

@@ -1,4 +1,5 @@
 // Fuzz target: any bytes as a MetaFlight document, through loading (prefix deletion,
+// checked against deleting the prefixes one after another,
 // XML parse, "Database" search), the element walk, reference resolution and the
 // queries of a caller, and publishing with every option. An input
 // holding the line "--8<--" is split there into a main file and a second file to merge.
@@ -67,12 +68,40 @@ void query(kelZor::DtMetaFlightDescription& d) {
     }
 }
 
+// Exposes the loader's prefix deletion, which must leave exactly what deleting each prefix
+// in turn leaves.
+struct PrefixDeletion : kelZor::DtMetaFlightParser {
+    static std::string fast(std::string text) {
+        text.resize(deleteNamespacePrefixes(&text[0], text.size()));
+        return text;
+    }
+};
+
+std::string deletedOneByOne(std::string text) {
+    for (const char* prefix : {"MetaFlight:", "Ellipsoid:", "CoordSysType::", "GridStructure::",
+                               "Coverage::", "SwitchDistanceTable::", "SwitchDistance::",
+                               "NonProjectedCoordSys::", "ProjectedCoordSys::"}) {
+        const std::string literal(prefix);
+        std::string kept;
+        size_t from = 0, at;
+        while ((at = text.find(literal, from)) != std::string::npos) {
+            kept.append(text, from, at - from);
+            from = at + literal.size();
+        }
+        kept.append(text, from, std::string::npos);
+        text.swap(kept);
+    }
+    return text;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > 256 * 1024)
         return 0;
     const std::string input(reinterpret_cast<const char*>(data), size);
+    if (!input.empty() && PrefixDeletion::fast(input) != deletedOneByOne(input))
+        __builtin_trap();
     const size_t cut = input.find("\n--8<--\n");
     const std::string main = cut == std::string::npos ? input : input.substr(0, cut);
     const std::string second = cut == std::string::npos ? "" : input.substr(cut + 8);

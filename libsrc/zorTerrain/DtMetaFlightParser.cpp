@@ -1,5 +1,6 @@
 #include "zorTerrain/DtMetaFlightParser.h"
 
+#include <fcntl.h>
 #include <libxml/parser.h>
 #include <libxml/xmlerror.h>
 #include <sys/mman.h>
@@ -7,6 +8,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -23,11 +26,20 @@ const char* const badDatabaseCount =
 
 // Deleted from the raw text in this order; of two where one contains the other, the
 // longer stands first.
-const char* const namespacePrefixes[] = {"MetaFlight:",        "Ellipsoid:",
-                                         "CoordSysType::",     "GridStructure::",
-                                         "Coverage::",         "SwitchDistanceTable::",
-                                         "SwitchDistance::",   "NonProjectedCoordSys::",
-                                         "ProjectedCoordSys::"};
+struct Prefix {
+    const char* text;
+    size_t length;
+};
+template <size_t N>
+constexpr Prefix prefix(const char (&text)[N]) {
+    return {text, N - 1};
+}
+constexpr Prefix namespacePrefixes[] = {
+    prefix("MetaFlight:"),        prefix("Ellipsoid:"),
+    prefix("CoordSysType::"),     prefix("GridStructure::"),
+    prefix("Coverage::"),         prefix("SwitchDistanceTable::"),
+    prefix("SwitchDistance::"),   prefix("NonProjectedCoordSys::"),
+    prefix("ProjectedCoordSys::")};
 
 struct FileCloser {
     void operator()(FILE* file) const { std::fclose(file); }
@@ -83,40 +95,55 @@ private:
     size_t size_ = 0;
 };
 
-// The whole file up to its first zero byte, or false with the loader's message.
+// An open file descriptor, closed with its owner.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    ~FileDescriptor() {
+        if (descriptor_ >= 0)
+            close(descriptor_);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+    int get() const { return descriptor_; }
+
+private:
+    int descriptor_;
+};
+
+// The whole file up to its first zero byte, or false with the loader's message. Read
+// without stdio: its buffer would be the first sizeable allocation of a load, and the
+// one that pays for consolidating the heap the previous document left behind.
 bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& errorMessage) {
-    FilePtr file(std::fopen(path.c_str(), "rb"));
-    if (!file) {
-        errorMessage = openFailed;
-        return false;
-    }
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat info;
-    if (fstat(fileno(file.get()), &info) != 0 || !S_ISREG(info.st_mode)) {
-        // A directory or a device opens, but holds no document.
+    if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        // A directory or a device may open, but holds no document.
         errorMessage = openFailed;
         return false;
     }
-    long size = -1;
-    if (std::fseek(file.get(), 0, SEEK_END) == 0)
-        size = std::ftell(file.get());
-    if (size < 0) {
-        errorMessage = openFailed;
-        return false;
-    }
-    if (size == 0) {
+    if (info.st_size == 0) {
         errorMessage = fileEmpty;
         return false;
     }
-    std::rewind(file.get());
-    if (!contents.allocate(static_cast<size_t>(size))) {
+    const size_t size = static_cast<size_t>(info.st_size);
+    if (!contents.allocate(size)) {
         errorMessage = openFailed;
         return false;
     }
-    const size_t read = std::fread(contents.data(), 1, static_cast<size_t>(size), file.get());
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t got = read(file.get(), contents.data() + done, size - done);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;  // a file that shrank while read ends where it ended
+        done += static_cast<size_t>(got);
+    }
     // The text ends at its first zero byte.
-    const void* zero = std::memchr(contents.data(), '\0', read);
+    const void* zero = std::memchr(contents.data(), '\0', done);
     contents.resize(zero ? static_cast<size_t>(static_cast<const char*>(zero) - contents.data())
-                         : read);
+                         : done);
     return true;
 }
 
@@ -140,8 +167,7 @@ const char* findLiteral(const char* from, const char* end, const char* literal, 
 
 // Deletes every occurrence of `literal` in place, never searching the text behind a
 // deletion again; answers the new size. One linear pass.
-size_t deleteAll(char* text, size_t size, const char* literal) {
-    const size_t length = std::strlen(literal);
+size_t deleteAll(char* text, size_t size, const char* literal, size_t length) {
     const char* read = text;
     const char* end = text + size;
     char* write = text;
@@ -156,6 +182,81 @@ size_t deleteAll(char* text, size_t size, const char* literal) {
         read = found + length;
     }
     return static_cast<size_t>(write - text);
+}
+
+// Calls `onMatch(start, length)` for every prefix one left-to-right pass meets in
+// [text, end): at each ':' the first prefix, in deletion order, whose text ends there.
+template <typename OnMatch>
+void forEachPrefix(const char* text, const char* end, OnMatch onMatch) {
+    const char* read = text;
+    for (const char* at = text; at < end;) {
+        const char* colon =
+            static_cast<const char*>(std::memchr(at, ':', static_cast<size_t>(end - at)));
+        if (!colon)
+            return;
+        at = colon + 1;
+        for (const Prefix& prefix : namespacePrefixes) {
+            if (static_cast<size_t>(colon - read) + 1 < prefix.length)
+                continue;
+            const char* start = colon + 1 - prefix.length;
+            if (std::memcmp(start, prefix.text, prefix.length - 1) == 0) {
+                onMatch(start, prefix.length);
+                read = at;
+                break;
+            }
+        }
+    }
+}
+
+bool isPrefixByte(char c) {
+    return c == ':' || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+// Whether one pass deleting every prefix at once leaves what deleting them one after
+// another does. It does when each prefix found stands behind a byte that no prefix
+// holds ('<', '/', '"', a space: every real document): no deletion can then join two
+// pieces of text into a new prefix, so the order of deletion cannot matter.
+bool onePassSuffices(const char* text, const char* end) {
+    bool suffices = true;
+    forEachPrefix(text, end, [&](const char* start, size_t) {
+        suffices = suffices && (start == text || !isPrefixByte(start[-1]));
+    });
+    return suffices;
+}
+
+}  // namespace
+
+size_t DtMetaFlightParser::deleteNamespacePrefixes(char* text, size_t size) {
+    const char* end = text + size;
+    if (!onePassSuffices(text, end)) {
+        for (const Prefix& prefix : namespacePrefixes)
+            size = deleteAll(text, size, prefix.text, prefix.length);
+        return size;
+    }
+    char* write = text;
+    const char* read = text;
+    forEachPrefix(text, end, [&](const char* start, size_t length) {
+        std::memmove(write, read, static_cast<size_t>(start - read));
+        write += start - read;
+        read = start + length;
+    });
+    std::memmove(write, read, static_cast<size_t>(end - read));
+    return static_cast<size_t>(write - text) + static_cast<size_t>(end - read);
+}
+
+namespace {
+
+// The attribute written on the element itself; xmlHasProp without its search of the DTD.
+const xmlAttr* ownAttribute(const xmlNode* node, const std::string& name) {
+    for (const xmlAttr* attr = node->properties; attr; attr = attr->next) {
+        if (attr->name && std::strcmp(reinterpret_cast<const char*>(attr->name), name.c_str()) == 0)
+            return attr;
+    }
+    return nullptr;
+}
+
+bool hasDeclarations(const xmlDoc* document) {
+    return document && (document->intSubset || document->extSubset);
 }
 
 bool isElement(const xmlNode* node) {
@@ -298,8 +399,16 @@ std::string DtMetaFlightParser::currentElementNameOrGenerateUnique() {
     if (const char* name = currentElementName())
         return name;
     const char* type = currentElementType();
-    return std::string("unique_") + (type ? type : "") + "_genid_" +
-           std::to_string(static_cast<int>(nextUniqueId_++));
+    char number[16];
+    const char* digitsEnd =
+        std::to_chars(number, number + sizeof number, static_cast<int>(nextUniqueId_++)).ptr;
+    std::string unique;
+    unique.reserve(20 + (type ? std::strlen(type) : 0) + static_cast<size_t>(digitsEnd - number));
+    unique.append("unique_")
+        .append(type ? type : "")
+        .append("_genid_")
+        .append(number, static_cast<size_t>(digitsEnd - number));
+    return unique;
 }
 
 bool DtMetaFlightParser::getCurrentElementValue(std::string& value) const {
@@ -381,9 +490,7 @@ xmlDoc* DtMetaFlightParser::createDocument(const std::string& fileName, std::str
     TextBuffer contents;
     if (!readWholeFile(path, contents, errorMessage))
         return nullptr;
-    for (const char* prefix : namespacePrefixes) {
-        contents.resize(deleteAll(contents.data(), contents.size(), prefix));
-    }
+    contents.resize(deleteNamespacePrefixes(contents.data(), contents.size()));
     if (contents.size() > static_cast<size_t>(INT_MAX)) {
         errorMessage = "MetaFlight Parsing Error : File is too large.\n";
         return nullptr;
@@ -441,7 +548,9 @@ int DtMetaFlightParser::countChildrenWithName(xmlNode* node, const std::string& 
 const char* DtMetaFlightParser::attribute(xmlNode* node, const std::string& name) {
     if (!isElement(node))
         return nullptr;
-    const xmlAttr* attr = xmlHasProp(node, reinterpret_cast<const xmlChar*>(name.c_str()));
+    const xmlAttr* attr = ownAttribute(node, name);
+    if (!attr && hasDeclarations(node->doc))  // a default the DTD gives
+        attr = xmlHasProp(node, reinterpret_cast<const xmlChar*>(name.c_str()));
     if (!attr || attr->type != XML_ATTRIBUTE_NODE)
         return nullptr;
     const xmlNode* value = attr->children;
@@ -461,7 +570,7 @@ const char* DtMetaFlightParser::text(xmlNode* node) {
     if (!node)
         return nullptr;
     for (const xmlNode* child = node->children; child; child = child->next) {
-        if (xmlNodeIsText(child)) {
+        if (child->type == XML_TEXT_NODE) {
             return child->content ? reinterpret_cast<const char*>(child->content) : "";
         }
     }

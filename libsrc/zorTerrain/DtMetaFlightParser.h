@@ -116,6 +116,9 @@ protected:
     // Replaces every occurrence, never searching inserted text again; linear in the
     // text's length.
     static void replaceAll(std::string& text, const std::string& from, const std::string& to);
+    // Deletes the format's namespace prefixes from `text` in place, as deleting each in
+    // turn, in its fixed order, would; answers the new size.
+    static size_t deleteNamespacePrefixes(char* text, size_t size);
 
 private:
     // Makes `element` current; false, the cursor unmoved, for null.

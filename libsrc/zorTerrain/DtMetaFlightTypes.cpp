@@ -1,5 +1,7 @@
 #include "zorTerrain/DtMetaFlightTypes.h"
 
+#include <boost/make_shared.hpp>
+#include <cstring>
 #include <type_traits>
 
 #include "zorTerrain/DtMetaFlightParser.h"
@@ -23,6 +25,20 @@ bool equalsIgnoringAsciiCase(const char* a, const char* b) {
     return *a == *b;
 }
 
+// For texts of the same known length; documents mostly write names as the tables do, so
+// the exact comparison answers first.
+bool sameIgnoringAsciiCase(const char* a, const char* b, size_t length) {
+    return std::memcmp(a, b, length) == 0 || equalsIgnoringAsciiCase(a, b);
+}
+
+// A child's name as the tables write it, its length known at compile time.
+struct ChildName {
+    template <size_t N>
+    constexpr ChildName(const char (&literal)[N]) : text(literal), length(N - 1) {}  // NOLINT
+    const char* text;
+    size_t length;
+};
+
 // Fills the member whose child name matches the cursor's element, by the member's kind.
 // Each call answers whether it matched, so a class's table reads as one chain:
 //   Child child(parser);
@@ -30,18 +46,20 @@ bool equalsIgnoringAsciiCase(const char* a, const char* b) {
 class Child {
 public:
     explicit Child(DtMetaFlightParser& parser)
-        : parser_(parser), type_(parser.currentElementType()) {}
+        : parser_(parser),
+          type_(parser.currentElementType()),
+          typeLength_(type_ ? std::strlen(type_) : 0) {}
 
     template <typename Value>
     std::enable_if_t<std::is_arithmetic_v<Value> || std::is_same_v<Value, std::string>, bool>
-    operator()(const char* name, Value& member) {
+    operator()(ChildName name, Value& member) {
         if (!is(name))
             return false;
         parser_.getCurrentElementValue(member);
         return true;
     }
 
-    bool operator()(const char* name, T::Enum& member) {
+    bool operator()(ChildName name, T::Enum& member) {
         if (!is(name))
             return false;
         if (const char* text = parser_.currentElementText())
@@ -50,7 +68,7 @@ public:
     }
 
     template <typename Target>
-    bool operator()(const char* name, T::Reference<Target>& member) {
+    bool operator()(ChildName name, T::Reference<Target>& member) {
         if (!is(name))
             return false;
         if (const char* refTo = parser_.currentElementReference())
@@ -60,7 +78,7 @@ public:
 
     // Nested element: starts afresh, so a second occurrence keeps nothing of the first.
     template <typename Nested>
-    std::enable_if_t<std::is_base_of_v<T::Element, Nested>, bool> operator()(const char* name,
+    std::enable_if_t<std::is_base_of_v<T::Element, Nested>, bool> operator()(ChildName name,
                                                                              Nested& member) {
         if (!is(name))
             return false;
@@ -70,7 +88,7 @@ public:
     }
 
     template <typename Optional>
-    bool operator()(const char* name, boost::shared_ptr<Optional>& member) {
+    bool operator()(ChildName name, boost::shared_ptr<Optional>& member) {
         if (!is(name))
             return false;
         member = parsed<Optional>();
@@ -78,7 +96,7 @@ public:
     }
 
     template <typename Repeated>
-    bool operator()(const char* name, std::vector<boost::shared_ptr<Repeated>>& member) {
+    bool operator()(ChildName name, std::vector<boost::shared_ptr<Repeated>>& member) {
         if (!is(name))
             return false;
         member.push_back(parsed<Repeated>());
@@ -86,7 +104,7 @@ public:
     }
 
     template <typename Named>
-    bool operator()(const char* name, std::map<std::string, boost::shared_ptr<Named>>& member) {
+    bool operator()(ChildName name, std::map<std::string, boost::shared_ptr<Named>>& member) {
         if (!is(name))
             return false;
         boost::shared_ptr<Named> element = parsed<Named>();
@@ -95,18 +113,23 @@ public:
     }
 
 private:
-    bool is(const char* name) const { return type_ && equalsIgnoringAsciiCase(type_, name); }
+    // A whole chain is tried on every child: the length turns most names away at once.
+    bool is(ChildName name) const {
+        return type_ && name.length == typeLength_ &&
+               sameIgnoringAsciiCase(type_, name.text, name.length);
+    }
 
     // Owned before it parses, so an exception out of parse loses nothing.
     template <typename Element>
     boost::shared_ptr<Element> parsed() {
-        boost::shared_ptr<Element> element(new Element());
+        boost::shared_ptr<Element> element = boost::make_shared<Element>();
         element->parse(parser_);
         return element;
     }
 
     DtMetaFlightParser& parser_;
     const char* type_;
+    size_t typeLength_;
 };
 
 // The texts of an enumeration, in the order of its numbers.
@@ -121,8 +144,8 @@ template <typename Value, size_t N>
 void enumFromText(const char* const (&texts)[N], const std::string& text, Value& value,
                   const char* className) {
     for (size_t i = 0; i < N; ++i) {
-        if (equalsIgnoringAsciiCase(texts[i], text.c_str()) &&
-            text.size() == std::char_traits<char>::length(texts[i])) {
+        if (text.size() == std::char_traits<char>::length(texts[i]) &&
+            sameIgnoringAsciiCase(texts[i], text.c_str(), text.size())) {
             value = static_cast<Value>(i);
             return;
         }

@@ -93,6 +93,42 @@ void appendInteger(std::string& out, const DtTilePathGenerator::Format& f, int32
         pad(out, length, f.width, ' ');
 }
 
+// appendInteger into a buffer with room for the widest result.
+char* writeInteger(char* out, const DtTilePathGenerator::Format& f, int32_t value) {
+    char digits[16];
+    const bool negative = f.conversion != 'u' && value < 0;
+    const uint32_t magnitude = f.conversion == 'u' ? static_cast<uint32_t>(value)
+                               : negative          ? 0u - static_cast<uint32_t>(value)
+                                                   : static_cast<uint32_t>(value);
+    const size_t count =
+        static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, magnitude).ptr - digits);
+    const size_t length = count + (negative ? 1 : 0);
+    const size_t padding =
+        f.width > 0 && length < static_cast<size_t>(f.width) ? f.width - length : 0;
+    if (!f.leftAlign && !f.zeroPad) {
+        std::memset(out, ' ', padding);
+        out += padding;
+    }
+    if (negative)
+        *out++ = '-';
+    if (f.zeroPad) {
+        std::memset(out, '0', padding);
+        out += padding;
+    }
+    std::memcpy(out, digits, count);
+    out += count;
+    if (f.leftAlign) {
+        std::memset(out, ' ', padding);
+        out += padding;
+    }
+    return out;
+}
+
+char* copy(char* out, const std::string& text) {
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
 void appendText(std::string& out, const DtTilePathGenerator::Format& f, const std::string& text) {
     const bool left = f.leftAlign;
     if (!left)
@@ -289,6 +325,15 @@ void DtTilePathGenerator::compile(const std::string& pattern,
     }
     head_ = composePath(context_, first);
     segments_.front().literal.clear();
+    // When every value is an integer formatted here, a path has a known longest length and
+    // is written into a buffer of that size at once.
+    size_t longest = head_.size() + tail_.size();
+    bool allMerged = true;
+    for (const Segment& s : segments_) {
+        allMerged = allMerged && s.merged;
+        longest += s.literal.size() + std::max<size_t>(static_cast<size_t>(s.format.width), 11);
+    }
+    buffered_ = allMerged && longest <= bufferSize;
     for (Segment& s : segments_) {
         for (char& c : s.literal)
             c = c == '\\' ? '/' : c;
@@ -324,6 +369,18 @@ bool DtTilePathGenerator::expand(unsigned int row, unsigned int col, std::string
 void DtTilePathGenerator::path(unsigned int row, unsigned int col, std::string& out) const {
     if (!expandable_) {
         out = composePath(context_, std::string());
+        return;
+    }
+    if (buffered_) {
+        char buffer[bufferSize];
+        char* end = copy(buffer, head_);
+        for (const Segment& segment : segments_) {
+            end = copy(end, segment.literal);
+            const unsigned int value = segment.variable == Variable::Row ? row : col;
+            end = writeInteger(end, segment.format, static_cast<int32_t>(value));
+        }
+        end = copy(end, tail_);
+        out.assign(buffer, static_cast<size_t>(end - buffer));
         return;
     }
     if (fast_) {

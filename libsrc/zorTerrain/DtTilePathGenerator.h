@@ -89,8 +89,10 @@ private:
     unsigned int rows_ = 0;
     unsigned int columns_ = 0;
     bool expandable_ = false;
-    bool fast_ = false;  // the path's head does not depend on the tile
-    std::string head_;   // the fixed start: directory, '/', and the constant text
+    static constexpr size_t bufferSize = 512;
+    bool fast_ = false;      // the path's head does not depend on the tile
+    bool buffered_ = false;  // fast, every value an integer formatted here, short paths
+    std::string head_;       // the fixed start: directory, '/', and the constant text
     std::vector<Segment> segments_;
     std::string tail_;
 };

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <typeinfo>
 
 #include "hxutil/DtException.h"
 #include "matrix/DtGeodeticCoord.h"
@@ -42,8 +43,20 @@ enum class Kind { Geodetic, Geocentric, Utm, FlatEarth, Unsupported };
 
 // The kind of a system, with the projected element when it has one; casts the raw
 // pointer, so no shared ownership changes hands on this hot path.
-Kind kindOf(const CoordSys& system, const Types::ProjectedCoordSys*& projected) {
-    projected = dynamic_cast<const Types::ProjectedCoordSys*>(system.get());
+// The element a system is, when it is one of `Element`'s kind. The exact type answers
+// first: a cross cast through the multiple inheritance of the elements walks their whole
+// hierarchy, a cost a tile centre pays twice otherwise.
+template <typename Element>
+const Element* asElement(const Types::CoordSysType* system) {
+    if (system && typeid(*system) == typeid(Element))
+        return static_cast<const Element*>(system);
+    return dynamic_cast<const Element*>(system);
+}
+
+Kind kindOf(const Types::CoordSysType* system, const Types::ProjectedCoordSys*& projected) {
+    const bool nonProjectedExactly =
+        system && typeid(*system) == typeid(Types::NonProjectedCoordSys);
+    projected = nonProjectedExactly ? nullptr : asElement<Types::ProjectedCoordSys>(system);
     if (projected) {
         if (projected->uTM)
             return Kind::Utm;
@@ -51,7 +64,7 @@ Kind kindOf(const CoordSys& system, const Types::ProjectedCoordSys*& projected) 
             return Kind::FlatEarth;
         return Kind::Unsupported;
     }
-    if (const auto* nonProjected = dynamic_cast<const Types::NonProjectedCoordSys*>(system.get())) {
+    if (const auto* nonProjected = asElement<Types::NonProjectedCoordSys>(system)) {
         switch (nonProjected->geoType.value) {
             case Types::GeoType::GEODETIC:
                 return Kind::Geodetic;
@@ -95,6 +108,11 @@ DtVector64 toGeocentric(Kind kind, const Types::ProjectedCoordSys* system,
     }
     return geocentric;
 }
+
+// Between two systems through geocentric, as convertPosition does, on raw pointers: a
+// tile centre is asked millions of times and shares no ownership.
+void convertBetween(const Types::CoordSysType* source, const Types::CoordSysType* destination,
+                    double& x, double& y, double& z);
 
 DtVector64 fromGeocentric(Kind kind, const Types::ProjectedCoordSys* system,
                           const DtVector64& geocentric) {
@@ -316,12 +334,20 @@ double DtMetaFlightDescription::geometryGridLevelSwitchOut(const std::string& na
 void DtMetaFlightDescription::geometryGridTileCenter(const std::string& name, unsigned int level,
                                                      unsigned int row, unsigned int col, double& x,
                                                      double& y, double& z) const {
+    // One lookup of the dataset serves the whole question.
     const Types::GeometryGridDataset& dataset = geometryDataset(name);
     const Types::Coverage& coverage = *dataset.gridStack.coverageUsed.target;
     const Types::Position2D origin = coverage.origin;
     const Types::Position2D extent = coverage.extent;
-    const unsigned int rows = geometryGridLevelRows(name, static_cast<int>(level));
-    const unsigned int columns = geometryGridLevelColumns(name, static_cast<int>(level));
+    const Types::GridStructure& structure = *dataset.gridStack.gridStructureUsed.target;
+    const auto levelAt = [&](int l) -> const Types::GridLevel& {
+        return *findByIndexOrThrow(structure.gridLevel, l);
+    };
+    const int levelIndex = static_cast<int>(level);
+    const unsigned int rows =
+        productOfDivisions(levelIndex, [&](int l) { return levelAt(l).numRowDivisions; });
+    const unsigned int columns =
+        productOfDivisions(levelIndex, [&](int l) { return levelAt(l).numColDivisions; });
     if (row >= rows)
         ZOR_THROW_INVALID_INPUT("Row out of range.");
     if (col >= columns)
@@ -339,7 +365,7 @@ void DtMetaFlightDescription::geometryGridTileCenter(const std::string& name, un
         y = centerY;
     }
     z = 0.0;
-    convertPosition(grid, dataset.coordSysUsed.target, x, y, z);
+    convertBetween(grid.get(), dataset.coordSysUsed.target.get(), x, y, z);
 }
 
 void DtMetaFlightDescription::geometryGridTileOffset(const std::string& name, unsigned int level,
@@ -510,6 +536,13 @@ unsigned int DtMetaFlightDescription::virtualTextureGridLevelRows(const std::str
 
 void DtMetaFlightDescription::convertPosition(CoordSys source, CoordSys destination, double& x,
                                               double& y, double& z) {
+    convertBetween(source.get(), destination.get(), x, y, z);
+}
+
+namespace {
+
+void convertBetween(const Types::CoordSysType* source, const Types::CoordSysType* destination,
+                    double& x, double& y, double& z) {
     const Types::ProjectedCoordSys* projectedSource = nullptr;
     const Types::ProjectedCoordSys* projectedDestination = nullptr;
     const Kind from = kindOf(source, projectedSource);
@@ -525,6 +558,8 @@ void DtMetaFlightDescription::convertPosition(CoordSys source, CoordSys destinat
     y = result.y();
     z = result.z();
 }
+
+}  // namespace
 
 void DtMetaFlightDescription::setDtDegMinSecFromDegrees(DtDegMinSec& value, double degrees) {
     double whole, minutes, seconds;

@@ -153,21 +153,6 @@ TEST(DtList, removalKeepsTheChainAndCopiesAreIndependent) {
     EXPECT_FALSE(copy.remove(list.first()));  // an item of another list
 }
 
-TEST(DtNet, decodesBigEndianWhateverTheMachine) {
-    DtNetInt32 revision{{0x00, 0x00, 0x06, 0x2C}};
-    EXPECT_EQ(int32_t(revision), 1580);
-    DtNetInt16 south{{0xFF, 0xDF}};
-    EXPECT_EQ(int16_t(south), -33);
-    DtNetU16 length{{0x01, 0x44}};
-    EXPECT_EQ(uint16_t(length), 324);
-    DtNetFloat64 lat{{0x40, 0x46, 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00}};
-    EXPECT_EQ(double(lat), 45.5);
-    DtNetFloat64 written;
-    written = -96.25;
-    EXPECT_EQ(written.bytes[0], 0xC0);
-    EXPECT_EQ(double(written), -96.25);
-}
-
 TEST(DtException, recordsWhereItWasThrownAndItsChain) {
     try {
         DtThrowInvalidInput("no such dataset");

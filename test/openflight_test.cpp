@@ -227,11 +227,3 @@ TEST(OpenFlightHeaderParser, aSubclassSeesTheDecodedHeader) {
     EXPECT_EQ(parser.lat, -33.25);
     EXPECT_TRUE(parser.terrainPatchRecords().empty());
 }
-
-TEST(OpenFlightHeaderParser, theCreatorMakesAParserForThePath) {
-    DtDe de;
-    DtOpenFlightHeaderParserCreator creator;
-    std::unique_ptr<DtHeaderParser> parser(creator.create(de, "/a/b.flt"));
-    ASSERT_NE(dynamic_cast<DtOpenFlightHeaderParser*>(parser.get()), nullptr);
-    EXPECT_EQ(parser->filePath(), "/a/b.flt");
-}

@@ -71,30 +71,12 @@ void pad(std::string& out, size_t length, int width, char fill) {
         out.append(static_cast<size_t>(width) - length, fill);
 }
 
-// printf's %d, %i and %u with the flags '-' and '0' and a width, without printf.
-void appendInteger(std::string& out, const DtTilePathGenerator::Format& f, int32_t value) {
-    char digits[16];
-    const bool negative = f.conversion != 'u' && value < 0;
-    const uint32_t magnitude = f.conversion == 'u' ? static_cast<uint32_t>(value)
-                               : negative          ? 0u - static_cast<uint32_t>(value)
-                                                   : static_cast<uint32_t>(value);
-    char* end = std::to_chars(digits, digits + sizeof digits, magnitude).ptr;
-    const size_t length = static_cast<size_t>(end - digits) + (negative ? 1 : 0);
-    const bool left = f.leftAlign;
-    const bool zeros = f.zeroPad;
-    if (!left && !zeros)
-        pad(out, length, f.width, ' ');
-    if (negative)
-        out += '-';
-    if (zeros)
-        pad(out, length, f.width, '0');
-    out.append(digits, static_cast<size_t>(end - digits));
-    if (left)
-        pad(out, length, f.width, ' ');
-}
-
-// appendInteger into a buffer with room for the widest result.
-char* writeInteger(char* out, const DtTilePathGenerator::Format& f, int32_t value) {
+// printf's %d, %i and %u with the flags '-' and '0' and a width, without printf, into a
+// buffer with room for the widest result (the width is under maxExpansion). Inlined into
+// the path loop, which calls it for every value of every name.
+inline __attribute__((always_inline)) char* writeInteger(char* out,
+                                                         const DtTilePathGenerator::Format& f,
+                                                         int32_t value) {
     char digits[16];
     const bool negative = f.conversion != 'u' && value < 0;
     const uint32_t magnitude = f.conversion == 'u' ? static_cast<uint32_t>(value)
@@ -122,6 +104,11 @@ char* writeInteger(char* out, const DtTilePathGenerator::Format& f, int32_t valu
         out += padding;
     }
     return out;
+}
+
+void appendInteger(std::string& out, const DtTilePathGenerator::Format& f, int32_t value) {
+    char buffer[DtTilePathGenerator::maxExpansion + 16];
+    out.append(buffer, static_cast<size_t>(writeInteger(buffer, f, value) - buffer));
 }
 
 char* copy(char* out, const std::string& text) {

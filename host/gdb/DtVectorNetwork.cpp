@@ -1,8 +1,11 @@
 #include "gdb/DtVectorNetwork.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <stdexcept>
+#include <string>
 #include <type_traits>
 
 DtNetworkAttribute::DtNetworkAttribute(const DtSymbolString& name, const std::string* value)
@@ -218,9 +221,10 @@ int DtNetworkAttributes::size() const {
 
 // ------------------------------------------------------------------ nodes, edges, network
 
-const std::vector<int>& DtNetworkNode::connectedEdges() const {
-    static const std::vector<int> none;
-    return edges_ ? *edges_ : none;
+DtNetworkNode::EdgeIndices DtNetworkNode::connectedEdges() const {
+    if (!edges_)
+        return EdgeIndices(nullptr, nullptr);
+    return EdgeIndices(edges_ + 1, edges_ + 1 + edges_[0]);
 }
 
 DtPoint DtNetworkEdge::point(int index) const {
@@ -252,10 +256,52 @@ DtNetworkEdge& DtVectorNetwork::addEdge() {
 }
 
 void DtVectorNetwork::connectEdge(int node, int edge) {
-    DtNetworkNode& junction = nodes_.at(static_cast<size_t>(node));
-    if (!junction.edges_)
-        junction.edges_ = &junctionEdges_.emplace_back();
-    junction.edges_->push_back(edge);
+    if (node < 0 || static_cast<size_t>(node) >= nodes_.size())
+        throw std::out_of_range("DtVectorNetwork::connectEdge: no node " + std::to_string(node));
+    connections_.push_back({static_cast<uint32_t>(node), edge});
+}
+
+void DtVectorNetwork::finishBuilding() {
+    if (!connections_.empty()) {
+        // What an earlier finish stored goes first, so each junction keeps its order.
+        std::vector<Connection> all;
+        all.reserve(junctionEdges_.size() + connections_.size());
+        for (uint32_t n = 0; n < nodes_.size(); ++n)
+            for (const int edge : nodes_[n].connectedEdges())
+                all.push_back({n, edge});
+        all.insert(all.end(), connections_.begin(), connections_.end());
+        std::vector<Connection>().swap(connections_);
+        std::stable_sort(all.begin(), all.end(), [](const Connection& a, const Connection& b) {
+            return a.node < b.node;
+        });
+        storeJunctionEdges(all);
+    }
+    nodes_.shrink_to_fit();
+    edges_.shrink_to_fit();
+    for (DtAttributeTable& table : tables_)
+        table.shrinkToFit();
+}
+
+void DtVectorNetwork::storeJunctionEdges(const std::vector<Connection>& sorted) {
+    size_t junctions = 0;
+    for (size_t i = 0; i < sorted.size(); ++i)
+        junctions += i == 0 || sorted[i].node != sorted[i - 1].node;
+    for (DtNetworkNode& node : nodes_)
+        node.edges_ = nullptr;
+    // Reserved whole, the store never moves while nodes take pointers into it; moving the
+    // vector afterwards keeps its buffer.
+    std::vector<int> store;
+    store.reserve(junctions + sorted.size());
+    for (size_t i = 0; i < sorted.size();) {
+        const uint32_t node = sorted[i].node;
+        const size_t countAt = store.size();
+        store.push_back(0);
+        for (; i < sorted.size() && sorted[i].node == node; ++i)
+            store.push_back(sorted[i].edge);
+        store[countAt] = static_cast<int>(store.size() - countAt - 1);
+        nodes_[node].edges_ = store.data() + countAt;
+    }
+    junctionEdges_ = std::move(store);
 }
 
 void DtVectorNetwork::reserveNodes(size_t nodes) {

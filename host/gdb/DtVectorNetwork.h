@@ -81,6 +81,7 @@ public:
     // A row with no value set; answers its index.
     uint32_t addRow(int featureType, int fid);
     void reserveRows(size_t rows);
+    void shrinkToFit() { words_.shrink_to_fit(); }
     void setInt(uint32_t row, uint32_t slot, int value);
     void setDouble(uint32_t row, uint32_t slot, double value);
     void setText(uint32_t row, uint32_t slot, const std::string* value);
@@ -141,9 +142,24 @@ public:
     uint32_t id() const { return id_; }
     bool isValid() const { return valid_; }
     const DtPoint& location() const { return location_; }
-    int numConnectedEdges() const { return static_cast<int>(connectedEdges().size()); }
-    // Indices of the edges that begin or end here.
-    const std::vector<int>& connectedEdges() const;
+    // Indices of edges, in the order they were connected.
+    class EdgeIndices {
+    public:
+        EdgeIndices(const int* begin, const int* end) : begin_(begin), end_(end) {}
+        const int* begin() const { return begin_; }
+        const int* end() const { return end_; }
+        size_t size() const { return static_cast<size_t>(end_ - begin_); }
+        bool empty() const { return begin_ == end_; }
+        int operator[](size_t i) const { return begin_[i]; }
+
+    private:
+        const int* begin_;
+        const int* end_;
+    };
+
+    int numConnectedEdges() const { return edges_ ? edges_[0] : 0; }
+    // Indices of the edges that begin or end here (once the network is finished).
+    EdgeIndices connectedEdges() const;
     const DtNetworkAttributes& attributes() const { return attributes_; }
 
     void setAttributes(const DtNetworkAttributes& attributes) { attributes_ = attributes; }
@@ -153,8 +169,9 @@ private:
     friend class DtVectorNetwork;
     DtPoint location_;
     DtNetworkAttributes attributes_;
-    // Only junctions have edges: their lists live in the network.
-    std::vector<int>* edges_ = nullptr;
+    // Only junctions have edges: their count and indices, one after the other, in the
+    // network's store.
+    const int* edges_ = nullptr;
     uint32_t id_;
     bool valid_ = true;
 };
@@ -197,8 +214,13 @@ public:
     // Building, by the loader. Identifiers run from 1 across nodes and edges alike.
     DtNetworkNode& addNode(const DtPoint& location);
     DtNetworkEdge& addEdge();
-    // Records that `edge` begins or ends at the node.
+    // Records that `edge` begins or ends at the node; nodes answer it once the network
+    // is finished.
     void connectEdge(int node, int edge);
+    // Called when the last object is in: junctions learn their edges, and the stores give
+    // back the room they hold beyond their contents. Connecting more and finishing again
+    // keeps what was there.
+    void finishBuilding();
     // Room for `nodes` more nodes, when known up front.
     void reserveNodes(size_t nodes);
     // A new, empty table for the attributes of one layer.
@@ -209,7 +231,14 @@ public:
 private:
     uint32_t nextId_ = 1;
     std::deque<DtAttributeTable> tables_;
-    std::deque<std::vector<int>> junctionEdges_;
+    struct Connection {
+        uint32_t node;
+        int edge;
+    };
+    void storeJunctionEdges(const std::vector<Connection>& sortedByNode);
+    std::vector<Connection> connections_;
+    // Per junction its edge count, then its edge indices: one allocation for them all.
+    std::vector<int> junctionEdges_;
     std::unordered_set<std::string> texts_;
     std::vector<DtNetworkNode> nodes_;
     std::vector<DtNetworkEdge> edges_;

@@ -247,14 +247,18 @@ bool DtTdbManager::loadFor3DVisualization(const DtFilename& file, Coordinate_Sys
         return false;
     }
     auto network = std::make_unique<DtVectorNetwork>();
-    DtNetworkBuilder builder(cs, *network);
-    for (OGRLayer* layer : dataset->GetLayers()) {
-        CPLErrorReset();
-        if (layer && !builder.addLayer(*layer, problem)) {
-            setError(error, file, problem);
-            return false;
+    {
+        // Gone before the network is finished: its junction index is not needed after.
+        DtNetworkBuilder builder(cs, *network);
+        for (OGRLayer* layer : dataset->GetLayers()) {
+            CPLErrorReset();
+            if (layer && !builder.addLayer(*layer, problem)) {
+                setError(error, file, problem);
+                return false;
+            }
         }
     }
+    network->finishBuilding();
     database_ = std::make_unique<DtTerrainDatabase>(std::move(network),
                                                     std::unique_ptr<Coordinate_System>(cs));
     return true;

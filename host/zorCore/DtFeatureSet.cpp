@@ -41,20 +41,32 @@ std::string DtFaccCode::text() const {
 
 DtPointFeature* DtFeatureSet::createPointFeature(unsigned int featureId, const DtFaccCode& code,
                                                  unsigned int id) {
+    completeGrowing();
     order_.push_back(DtFeature::Point);
     return &points_.emplace_back(featureId, code, id);
 }
 
 DtEdgeFeature* DtFeatureSet::createEdgeFeature(unsigned int featureId, const DtFaccCode& code,
                                                unsigned int id) {
+    completeGrowing();
     order_.push_back(DtFeature::Linear);
-    return &edges_.emplace_back(featureId, code, id);
+    return growing_ = &edges_.emplace_back(featureId, code, id);
 }
 
 DtArealFeature* DtFeatureSet::createArealFeature(unsigned int featureId, const DtFaccCode& code,
                                                  unsigned int id) {
+    completeGrowing();
     order_.push_back(DtFeature::Areal);
-    return &areas_.emplace_back(featureId, code, id);
+    DtArealFeature* area = &areas_.emplace_back(featureId, code, id);
+    growing_ = area;
+    return area;
+}
+
+void DtFeatureSet::completeGrowing() {
+    // A vertex added later still lands: the vector just grows again.
+    if (growing_)
+        growing_->vertices_.shrink_to_fit();
+    growing_ = nullptr;
 }
 
 size_t DtFeatureSet::count(DtFeature::Kind kind) const {

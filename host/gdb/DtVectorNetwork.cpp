@@ -185,6 +185,8 @@ namespace {
 // keeps them alive: a walk over a million nodes makes a million lists.
 struct SmallAttributeBlock {
     static constexpr size_t Capacity = 16;
+    // Not value-initialised by make_shared: the slots are written before they are read.
+    SmallAttributeBlock() {}
     std::aligned_storage_t<sizeof(DtNetworkAttribute), alignof(DtNetworkAttribute)> items[Capacity];
 };
 static_assert(std::is_trivially_destructible_v<DtNetworkAttribute>,
@@ -271,9 +273,8 @@ void DtVectorNetwork::finishBuilding() {
                 all.push_back({n, edge});
         all.insert(all.end(), connections_.begin(), connections_.end());
         std::vector<Connection>().swap(connections_);
-        std::stable_sort(all.begin(), all.end(), [](const Connection& a, const Connection& b) {
-            return a.node < b.node;
-        });
+        std::stable_sort(all.begin(), all.end(),
+                         [](const Connection& a, const Connection& b) { return a.node < b.node; });
         storeJunctionEdges(all);
     }
     nodes_.shrink_to_fit();

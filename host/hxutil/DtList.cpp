@@ -40,18 +40,6 @@ DtListItem* DtList::freshSlot() {
     return nextSlot_++;
 }
 
-DtListItem* DtList::add(void* data) {
-    DtListItem* added = freshSlot();
-    *added = DtListItem(data);
-    if (tail_)
-        tail_->next_ = added;
-    else
-        head_ = added;
-    tail_ = added;
-    ++count_;
-    return added;
-}
-
 bool DtList::remove(DtListItem* item) {
     DtListItem* previous = nullptr;
     for (DtListItem* current = head_; current; previous = current, current = current->next_) {

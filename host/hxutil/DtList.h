@@ -33,8 +33,17 @@ public:
     DtList& operator=(DtList&& other) { return *this = static_cast<const DtList&>(other); }
     virtual ~DtList() = default;
 
-    // Appends and answers the new item.
-    DtListItem* add(void* data);
+    // Appends and answers the new item. Inline: lists of attributes are made by the
+    // million, and most items land in the list's own slots.
+    DtListItem* add(void* data) {
+        DtListItem* added =
+            freeSlots_.empty() && nextSlot_ != slotsEnd_ ? nextSlot_++ : freshSlot();
+        *added = DtListItem(data);
+        (tail_ ? tail_->next_ : head_) = added;
+        tail_ = added;
+        ++count_;
+        return added;
+    }
     DtListItem* first() { return head_; }
     const DtListItem* first() const { return head_; }
     // Removes an item of this list; answers false for an item it does not hold.

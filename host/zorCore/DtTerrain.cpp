@@ -6,8 +6,6 @@
 
 #include <cmath>
 
-#include "matrix/DtAngles.h"
-#include "matrix/DtGeodeticCoord.h"
 #include "zorCore/DtGdalSupport.h"
 
 namespace kelZor {
@@ -136,20 +134,28 @@ bool DtTerrain::clampToTerrain(double x, double y, double z, double upX, double 
         !std::isfinite(y) || !std::isfinite(z))
         return false;
     const DtVector64 up(upX / upLength, upY / upLength, upZ / upLength);
+    if (converter->zIsHeight() && up == DtVector64(0.0, 0.0, 1.0)) {
+        // Straight up in a map projection: the ground's height is the answer's z.
+        double lat, lon, height, ground = 0.0;
+        converter->cigToGeodetic(DtVector64(x, y, z), lat, lon, height);
+        if (!groundHeight(lon, lat, ground) || !std::isfinite(ground - height))
+            return false;
+        outX = x;
+        outY = y;
+        outZ = z + (ground - height);
+        return true;
+    }
     // Slide along `up` until the point's height is the ground's there. Up is the
     // vertical (or within a fraction of a degree of it), so each step is nearly exact.
     double along = 0.0;
     DtVector64 point(x, y, z);
     for (int step = 0; step < 8; ++step) {
         point = DtVector64(x + along * up.x(), y + along * up.y(), z + along * up.z());
-        DtVector64 geocentric;
-        converter->cigToGeoc(point, geocentric);
-        DtGeodeticCoord geodetic(DtGlobalEllipsoid());
-        geodetic.setGeocentric(geocentric);
-        double ground = 0.0;
-        if (!groundHeight(DtRad2Deg(geodetic.lon()), DtRad2Deg(geodetic.lat()), ground))
+        double lat, lon, height, ground = 0.0;
+        converter->cigToGeodetic(point, lat, lon, height);
+        if (!groundHeight(lon, lat, ground))
             return false;
-        const double miss = ground - geodetic.alt();
+        const double miss = ground - height;
         if (!std::isfinite(miss))
             return false;
         along += miss;

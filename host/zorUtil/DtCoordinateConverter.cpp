@@ -83,6 +83,13 @@ DtVector64 geocentricOf(double latDeg, double lonDeg, double h) {
 
 }  // namespace
 
+void DtCoordinateConverter::cigToGeodetic(const DtVector64& cig, double& latDeg, double& lonDeg,
+                                          double& height) const {
+    DtVector64 geoc;
+    cigToGeoc(cig, geoc);
+    geodeticOf(geoc, latDeg, lonDeg, height);
+}
+
 DtDegMinSec DtCoordinateConverter::convertToDmsLat(double degrees) {
     return DtDegMinSec::fromLatitude(degrees);
 }
@@ -252,22 +259,27 @@ void DtUtmCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64& cig
     cig = DtVector64(easting, northing, h);
 }
 
-void DtUtmCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+void DtUtmCoordinateConverter::cigToGeodetic(const DtVector64& cig, double& latDeg, double& lonDeg,
+                                             double& height) const {
     double easting = cig.x();
     double northing = cig.y();
-    double h = cig.z();
+    height = cig.z();
     if (applyFalseOrigin_) {
         easting += falseOrigin_[0];
         northing += falseOrigin_[1];
-        h += falseOrigin_[2];
+        height += falseOrigin_[2];
     }
-    double lat, lon;
     try {
-        GeographicLib::UTMUPS::Reverse(effectiveZone_, hemisphere_ == 'N', easting, northing, lat,
-                                       lon);
+        GeographicLib::UTMUPS::Reverse(effectiveZone_, hemisphere_ == 'N', easting, northing,
+                                       latDeg, lonDeg);
     } catch (const GeographicLib::GeographicErr& error) {
         DtThrowInvalidInput(std::string("position outside the UTM zone: ") + error.what());
     }
+}
+
+void DtUtmCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+    double lat, lon, h;
+    cigToGeodetic(cig, lat, lon, h);
     geoc = geocentricOf(lat, lon, h);
 }
 
@@ -348,13 +360,20 @@ void DtLambertCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64&
     cig = DtVector64(x, y - projection_->originNorthing, h);
 }
 
-void DtLambertCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+void DtLambertCoordinateConverter::cigToGeodetic(const DtVector64& cig, double& latDeg,
+                                                 double& lonDeg, double& height) const {
     if (!projection_)
         DtThrowInvalidInput("Lambert converter with impossible standard parallels");
-    double lat, lon, gamma, k;
-    projection_->lcc.Reverse(originLonDeg_, cig.x(), cig.y() + projection_->originNorthing, lat,
-                             lon, gamma, k);
-    geoc = geocentricOf(lat, lon, cig.z());
+    double gamma, k;
+    projection_->lcc.Reverse(originLonDeg_, cig.x(), cig.y() + projection_->originNorthing, latDeg,
+                             lonDeg, gamma, k);
+    height = cig.z();
+}
+
+void DtLambertCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+    double lat, lon, h;
+    cigToGeodetic(cig, lat, lon, h);
+    geoc = geocentricOf(lat, lon, h);
 }
 
 std::unique_ptr<DtLambertCoordinateConverter> DtLambertCoordinateConverter::fromStringRep(

@@ -40,6 +40,14 @@ public:
     virtual std::string stringRep() const = 0;
     virtual void geocToCig(const DtVector64& geoc, DtVector64& cig) const = 0;
     virtual void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const = 0;
+    // A scene position as latitude and longitude in degrees and height above the
+    // ellipsoid: the host's road to the terrain's heights, shorter than through
+    // geocentric for a map projection.
+    virtual void cigToGeodetic(const DtVector64& cig, double& latDeg, double& lonDeg,
+                               double& height) const;
+    // True when x and y alone fix latitude and longitude and z is the height: moving
+    // along (0, 0, 1) changes only the height, by as much.
+    virtual bool zIsHeight() const { return false; }
 
     static DtDegMinSec convertToDmsLat(double degrees);
     static DtDegMinSec convertToDmsLon(double degrees);
@@ -141,6 +149,9 @@ public:
     std::string stringRep() const override;
     void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
     void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
+    void cigToGeodetic(const DtVector64& cig, double& latDeg, double& lonDeg,
+                       double& height) const override;
+    bool zIsHeight() const override { return true; }
 
     static std::unique_ptr<DtUtmCoordinateConverter> fromStringRep(const std::string& rep);
 
@@ -176,6 +187,9 @@ public:
     std::string stringRep() const override;
     void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
     void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
+    void cigToGeodetic(const DtVector64& cig, double& latDeg, double& lonDeg,
+                       double& height) const override;
+    bool zIsHeight() const override { return true; }
 
     static std::unique_ptr<DtLambertCoordinateConverter> fromStringRep(const std::string& rep);
 

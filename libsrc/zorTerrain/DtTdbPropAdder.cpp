@@ -19,6 +19,18 @@ const DtNetworkAttribute* attributeOf(const DtListItem* item) {
     return static_cast<const DtNetworkAttribute*>(item->data());
 }
 
+// `text == name`, whole-string and exact (a NUL inside `text` never matches), stopping
+// at the first difference instead of measuring the name first: nearly every name walked
+// differs from the field in its first character.
+bool sameText(const std::string& text, const char* name) {
+    const size_t length = text.size();
+    for (size_t i = 0; i < length; ++i) {
+        if (name[i] == '\0' || name[i] != text[i])
+            return false;
+    }
+    return name[length] == '\0';
+}
+
 // The heading a rotation attribute gives, in degrees: a text by atoi, so fractions go.
 double headingOf(const DtNetworkAttribute& attribute) {
     switch (attribute.type()) {
@@ -37,7 +49,7 @@ double rotationOf(const kelArchives::DtAddPropsRuleRecord& rule, const DtNetwork
     const DtList attributes = node.attributes().attributeList();
     for (const DtListItem* item = attributes.first(); item; item = item->next()) {
         const DtNetworkAttribute* attribute = attributeOf(item);
-        if (attribute && rule.rotationField() == attribute->name().c_str())
+        if (attribute && sameText(rule.rotationField(), attribute->name().c_str()))
             return headingOf(*attribute);
     }
     return 0.0;
@@ -105,7 +117,7 @@ bool DtTdbPropAdder::matchPairWithNode(const std::string& field, const std::stri
     const DtList attributes = node.attributes().attributeList();
     for (const DtListItem* item = attributes.first(); item; item = item->next()) {
         const DtNetworkAttribute* attribute = attributeOf(item);
-        if (attribute && field == attribute->name().c_str() &&
+        if (attribute && sameText(field, attribute->name().c_str()) &&
             value == DtTdbFeatureFieldValueReader::valueText(*attribute))
             return true;
     }

@@ -5,9 +5,12 @@
 #include <GeographicLib/LocalCartesian.hpp>
 #include <GeographicLib/UTMUPS.hpp>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <memory>
+#include <sstream>
 
 #include "TempDir.h"
 #include "VectorFiles.h"
@@ -171,6 +174,65 @@ TEST(TerrainLoader, pointsLandWhereGeographicLibPutsThem) {
         EXPECT_NEAR(q.y(), n, 1e-3);
         EXPECT_NEAR(q.z(), u, 1e-3);
     }
+}
+
+// A layer in the scene's own UTM zone skips the projections; one in the next zone, or
+// with a coordinate the full road must judge, does not. All land where GeographicLib
+// puts them, and a point no projection can take still fails the load.
+TEST(TerrainLoader, layersInTheScenesZoneLandAsTheFullRoadPlacesThem) {
+    TempDir dir;
+    auto utm32 = [] {
+        return std::make_unique<DtUtmCS>(DtDegMinSec::fromLatitude(45.5),
+                                         DtDegMinSec::fromLongitude(9.0), 0, 32, false, 0.0,
+                                         0.9996);
+    };
+    struct Case {
+        int epsg, zone;
+        std::vector<std::array<double, 3>> points;  // easting, northing, height
+    };
+    const Case cases[] = {
+        {32632, 32, {{400000, 5000000, 12.5}, {899000, 1300000, 0}, {612345.678, 9200000, -3}}},
+        {32632, 32, {{400000, 5000000, 0}, {50000, 5000000, 0}}},  // one outside the safe box
+        {32633, 33, {{300000, 5100000, 7}, {250000, 4500000, 0}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.epsg);
+        std::vector<TestFeature> features;
+        for (const auto& p : c.points) {
+            std::ostringstream wkt;
+            wkt << std::setprecision(17) << "POINT Z (" << p[0] << " " << p[1] << " " << p[2]
+                << ")";
+            features.push_back({wkt.str(), {}, {}, {}});
+        }
+        const std::string file = dir.file("utm" + std::to_string(&c - cases) + ".shp");
+        ASSERT_TRUE(writeVector(file, srsFromEpsg(c.epsg).get(), features));
+        DtTdbManager manager;
+        DtString error;
+        ASSERT_TRUE(load(manager, file, utm32(), error)) << error.stdString();
+        const DtVectorNetwork& network = *manager.terrainDatabase()->vectorNetwork();
+        ASSERT_EQ(network.numNodes(), int(c.points.size()));
+        for (size_t i = 0; i < c.points.size(); ++i) {
+            SCOPED_TRACE(i);
+            double lat, lon, x, y;
+            GeographicLib::UTMUPS::Reverse(c.zone, true, c.points[i][0], c.points[i][1], lat, lon);
+            int zone;
+            bool north;
+            GeographicLib::UTMUPS::Forward(lat, lon, zone, north, x, y, 32);
+            const DtPoint& p = network.node(int(i))->location();
+            EXPECT_NEAR(p.x(), x, 1e-6);
+            EXPECT_NEAR(p.y(), y, 1e-6);
+            EXPECT_NEAR(p.z(), c.points[i][2], 1e-6);
+        }
+    }
+
+    const std::vector<TestFeature> unplaceable = {{"POINT (400000 5000000)", {}, {}, {}},
+                                                  {"POINT (1e300 5000000)", {}, {}, {}}};
+    ASSERT_TRUE(writeVector(dir.file("far.shp"), srsFromEpsg(32632).get(), unplaceable));
+    DtTdbManager manager;
+    DtString error;
+    EXPECT_FALSE(load(manager, dir.file("far.shp"), utm32(), error));
+    EXPECT_NE(error.stdString().find("cannot be transformed"), std::string::npos)
+        << error.stdString();
 }
 
 // Large files are read in batches transformed on another thread: the network must be the

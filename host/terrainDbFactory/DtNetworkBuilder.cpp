@@ -7,9 +7,11 @@
 
 #include <cmath>
 #include <condition_variable>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -222,6 +224,9 @@ private:
     // Transforming and building, one batch at a time in the worker.
     void build(Batch& batch);
     bool toScene(Batch& batch);
+    bool placeOne(double x, double y, double z, DtVector64& cig) const;
+    std::optional<DtVector64> shiftToScene() const;
+    bool shiftable(const Batch& batch) const;
     void addObject(const PendingObject& object);
     int junction(const DtPoint& point);
 
@@ -249,6 +254,9 @@ private:
     // Worker side.
     TransformPtr toWgs84_;
     int transformGeneration_ = -1;
+    // Set when the layer is in the scene's own UTM zone: what its coordinates less gives
+    // the scene's (the scene's false origin).
+    std::optional<DtVector64> shift_;
     std::vector<int> transformed_;
     std::vector<DtPoint> scene_;
     std::unordered_map<PointKey, int, PointKeyHash> junctions_;
@@ -504,6 +512,86 @@ bool DtNetworkBuilder::Impl::addLayer(OGRLayer& layer, std::string& problem) {
 
 // ------------------------------------------------------------------ building, in the worker
 
+// ------------------------------------------------------------------ UTM layers in a UTM scene
+//
+// A layer in the scene's own UTM zone reaches the scene by a shift alone: the full road
+// (to WGS84 by OGR, geocentric, the scene's projection) only undoes and redoes the same
+// projection. The shift is taken only where the full road is known to agree: the corners
+// of a box of easting and northing well inside the zone (and a height off the ground) go
+// the full road when the layer starts, and each must land shifted by the same amount to a
+// micrometre; that also proves the layer's datum, units and axis order are the scene's.
+// Batches with any coordinate outside the box keep the full road, so its verdicts on odd
+// coordinates stand.
+
+namespace {
+
+constexpr double SafeEastingMin = 100e3, SafeEastingMax = 900e3;
+constexpr double SafeNorthingMin = 1200e3, SafeNorthingMax = 9300e3;
+
+bool insideSafeBox(double easting, double northing, double height) {
+    return easting >= SafeEastingMin && easting <= SafeEastingMax && northing >= SafeNorthingMin &&
+           northing <= SafeNorthingMax && std::isfinite(height);
+}
+
+}  // namespace
+
+// One coordinate by the full road; false when it cannot be placed.
+bool DtNetworkBuilder::Impl::placeOne(double x, double y, double z, DtVector64& cig) const {
+    int done = 0;
+    if (!toWgs84_ || !toWgs84_->Transform(1, &x, &y, &z, &done) || !done || !std::isfinite(x) ||
+        !std::isfinite(y) || !std::isfinite(z))
+        return false;
+    double X, Y, Z;
+    GeographicLib::Geocentric::WGS84().Forward(y, x, z, X, Y, Z);
+    try {
+        converter_->geocToCig(DtVector64(X, Y, Z), cig);
+    } catch (const std::exception&) {
+        return false;
+    }
+    return true;
+}
+
+std::optional<DtVector64> DtNetworkBuilder::Impl::shiftToScene() const {
+    if (std::strcmp(converter_->type(), DtCoordinateConverter::UTM) != 0)
+        return std::nullopt;
+    const double probes[5][3] = {{SafeEastingMin, SafeNorthingMin, 0.0},
+                                 {SafeEastingMax, SafeNorthingMin, 0.0},
+                                 {SafeEastingMin, SafeNorthingMax, 0.0},
+                                 {SafeEastingMax, SafeNorthingMax, 0.0},
+                                 {500e3, 5000e3, 1000.0}};
+    // A probe outside the layer's projection is an answer, not a problem to print.
+    struct QuietGdal {
+        QuietGdal() { CPLPushErrorHandler(CPLQuietErrorHandler); }
+        ~QuietGdal() {
+            CPLPopErrorHandler();
+            CPLErrorReset();
+        }
+    } quiet;
+    std::optional<DtVector64> shift;
+    for (const auto& probe : probes) {
+        DtVector64 cig;
+        if (!placeOne(probe[0], probe[1], probe[2], cig))
+            return std::nullopt;
+        const DtVector64 here(probe[0] - cig.x(), probe[1] - cig.y(), probe[2] - cig.z());
+        if (!shift)
+            shift = here;
+        else if (std::abs(here.x() - shift->x()) > 1e-6 || std::abs(here.y() - shift->y()) > 1e-6 ||
+                 std::abs(here.z() - shift->z()) > 1e-6)
+            return std::nullopt;
+    }
+    return shift;
+}
+
+bool DtNetworkBuilder::Impl::shiftable(const Batch& batch) const {
+    if (!shift_)
+        return false;
+    for (size_t i = 0; i < batch.x.size(); ++i) {
+        if (!insideSafeBox(batch.x[i], batch.y[i], batch.z[i]))
+            return false;
+    }
+    return true;
+}
+
 // The batch's coordinates in the scene, into scene_, up to the first that cannot be placed
 // (then false).
 bool DtNetworkBuilder::Impl::toScene(Batch& batch) {
@@ -511,8 +599,15 @@ bool DtNetworkBuilder::Impl::toScene(Batch& batch) {
     if (transformGeneration_ != layerGeneration_) {
         toWgs84_ = transformToWgs84(*layerSystem_);
         transformGeneration_ = layerGeneration_;
+        shift_ = shiftToScene();
     }
     std::vector<double>&x = batch.x, &y = batch.y, &z = batch.z;
+    if (shiftable(batch)) {
+        const DtVector64 shift = *shift_;
+        for (size_t i = 0; i < x.size(); ++i)
+            scene_.emplace_back(x[i] - shift.x(), y[i] - shift.y(), z[i] - shift.z());
+        return true;
+    }
     transformed_.assign(x.size(), 0);
     if (!toWgs84_)
         return false;

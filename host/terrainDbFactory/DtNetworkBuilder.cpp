@@ -224,6 +224,7 @@ private:
     // Transforming and building, one batch at a time in the worker.
     void build(Batch& batch);
     bool toScene(Batch& batch);
+    bool wgs84ToScene(double lon, double lat, double height, DtVector64& cig) const;
     bool placeOne(double x, double y, double z, DtVector64& cig) const;
     std::optional<DtVector64> shiftToScene() const;
     bool shiftable(const Batch& batch) const;
@@ -535,20 +536,26 @@ bool insideSafeBox(double easting, double northing, double height) {
 
 }  // namespace
 
-// One coordinate by the full road; false when it cannot be placed.
-bool DtNetworkBuilder::Impl::placeOne(double x, double y, double z, DtVector64& cig) const {
-    int done = 0;
-    if (!toWgs84_ || !toWgs84_->Transform(1, &x, &y, &z, &done) || !done || !std::isfinite(x) ||
-        !std::isfinite(y) || !std::isfinite(z))
+// The last leg of the full road, from WGS84; false when the scene cannot hold the point.
+bool DtNetworkBuilder::Impl::wgs84ToScene(double lon, double lat, double height,
+                                          DtVector64& cig) const {
+    if (!std::isfinite(lon) || !std::isfinite(lat) || !std::isfinite(height))
         return false;
     double X, Y, Z;
-    GeographicLib::Geocentric::WGS84().Forward(y, x, z, X, Y, Z);
+    GeographicLib::Geocentric::WGS84().Forward(lat, lon, height, X, Y, Z);
     try {
         converter_->geocToCig(DtVector64(X, Y, Z), cig);
     } catch (const std::exception&) {
         return false;
     }
     return true;
+}
+
+// One coordinate by the full road; false when it cannot be placed.
+bool DtNetworkBuilder::Impl::placeOne(double x, double y, double z, DtVector64& cig) const {
+    int done = 0;
+    return toWgs84_ && toWgs84_->Transform(1, &x, &y, &z, &done) && done &&
+           wgs84ToScene(x, y, z, cig);
 }
 
 std::optional<DtVector64> DtNetworkBuilder::Impl::shiftToScene() const {
@@ -614,19 +621,10 @@ bool DtNetworkBuilder::Impl::toScene(Batch& batch) {
     // Which points failed is in the flags: OGR's answer is false when any one did.
     toWgs84_->Transform(static_cast<int>(x.size()), x.data(), y.data(), z.data(),
                         transformed_.data());
-    const GeographicLib::Geocentric& earth = GeographicLib::Geocentric::WGS84();
     for (size_t i = 0; i < x.size(); ++i) {
-        if (!transformed_[i] || !std::isfinite(x[i]) || !std::isfinite(y[i]) ||
-            !std::isfinite(z[i]))
-            return false;
-        double X, Y, Z;
-        earth.Forward(y[i], x[i], z[i], X, Y, Z);
         DtVector64 cig;
-        try {
-            converter_->geocToCig(DtVector64(X, Y, Z), cig);
-        } catch (const std::exception&) {
+        if (!transformed_[i] || !wgs84ToScene(x[i], y[i], z[i], cig))
             return false;
-        }
         scene_.emplace_back(cig.x(), cig.y(), cig.z());
     }
     return true;

@@ -134,19 +134,10 @@ bool DtTerrain::clampToTerrain(double x, double y, double z, double upX, double 
         !std::isfinite(y) || !std::isfinite(z))
         return false;
     const DtVector64 up(upX / upLength, upY / upLength, upZ / upLength);
-    if (converter->zIsHeight() && up == DtVector64(0.0, 0.0, 1.0)) {
-        // Straight up in a map projection: the ground's height is the answer's z.
-        double lat, lon, height, ground = 0.0;
-        converter->cigToGeodetic(DtVector64(x, y, z), lat, lon, height);
-        if (!groundHeight(lon, lat, ground) || !std::isfinite(ground - height))
-            return false;
-        outX = x;
-        outY = y;
-        outZ = z + (ground - height);
-        return true;
-    }
     // Slide along `up` until the point's height is the ground's there. Up is the
-    // vertical (or within a fraction of a degree of it), so each step is nearly exact.
+    // vertical (or within a fraction of a degree of it), so each step is nearly exact;
+    // straight up in a map projection only the height changes, so the first is.
+    const bool oneStep = converter->zIsHeight() && up == DtVector64(0.0, 0.0, 1.0);
     double along = 0.0;
     DtVector64 point(x, y, z);
     for (int step = 0; step < 8; ++step) {
@@ -159,7 +150,7 @@ bool DtTerrain::clampToTerrain(double x, double y, double z, double upX, double 
         if (!std::isfinite(miss))
             return false;
         along += miss;
-        if (std::abs(miss) < 1e-6)
+        if (oneStep || std::abs(miss) < 1e-6)
             break;
     }
     point = DtVector64(x + along * up.x(), y + along * up.y(), z + along * up.z());

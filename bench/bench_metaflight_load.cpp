@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -251,6 +252,14 @@ int main(int argc, char** argv) {
     }
     if (!caseName.empty())
         return runOneCase(caseName, path);
+    // For profiling a case by hand: --write=MB --document=PATH keeps a generated document.
+    for (int i = 1; i < argc; ++i) {
+        if (std::strncmp(argv[i], "--write=", 8) == 0) {
+            std::ofstream(path, std::ios::binary)
+                << generateDocument(std::strtoul(argv[i] + 8, nullptr, 10) << 20);
+            return 0;
+        }
+    }
 
     for (const size_t megabytes : {1u, 20u}) {
         const std::string text = generateDocument(megabytes << 20);

@@ -108,7 +108,7 @@ public:
         if (!is(name))
             return false;
         boost::shared_ptr<Named> element = parsed<Named>();
-        member[parser_.currentElementNameOrGenerateUnique()] = element;
+        member.insert_or_assign(parser_.currentElementNameOrGenerateUnique(), std::move(element));
         return true;
     }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "TempDir.h"
 #include "hxutil/DtException.h"
@@ -150,16 +151,51 @@ TEST(MetaFlightTypes, unnamedElementsGetGeneratedNamesAndKeys) {
     EXPECT_EQ(ellipsoids.at("same")->semiMajorRadius, 2.0);
 }
 
-TEST(MetaFlightTypes, anUnknownEnumerationTextEndsTheParse) {
+TEST(MetaFlightTypes, anUnknownEnumerationTextEndsTheParseKeepingWhatWasRead) {
+    TempDir dir;
+    DtMetaFlightParser parser;
+    std::string error;
+    ASSERT_TRUE(parser.openFile(
+        dir.write("bad.mft",
+                  "<MetaFlightRoot><Database><Ellipsoid "
+                  "name=\"e\"><SemiMajorRadius>7</SemiMajorRadius></Ellipsoid>"
+                  "<GeometryGridDataset name=\"d\"><GeometryGridLevel>"
+                  "<TileType>TILE</TileType></GeometryGridLevel></GeometryGridDataset>"
+                  "</Database></MetaFlightRoot>"),
+        "", error));
+    T::Database database;
     try {
-        Loaded loaded(
-            "<GeometryGridDataset name=\"d\"><GeometryGridLevel>"
-            "<TileType>TILE</TileType></GeometryGridLevel></GeometryGridDataset>",
-            false);
+        database.parse(parser);
         FAIL();
     } catch (const T::EnumParseErrorException& e) {
         EXPECT_STREQ(e.what(), "TileType");
     }
+    EXPECT_EQ(database.ellipsoid.at("e")->semiMajorRadius, 7.0);
+    // A parse after the one that threw starts cleanly.
+    Loaded next("<Ellipsoid name=\"f\"/>", false);
+    EXPECT_EQ(next.database.ellipsoid.count("f"), 1u);
+}
+
+TEST(MetaFlightTypes, elementsOutliveTheirDatabaseAndParserOnAnyThread) {
+    boost::shared_ptr<T::GeometryGridDataset> dataset;
+    boost::shared_ptr<T::SwitchDistance> distance;
+    {
+        Loaded loaded(
+            "<SwitchDistanceTable name=\"t\"><SwitchDistance name=\"near\"><Value>10</Value>"
+            "</SwitchDistance></SwitchDistanceTable>"
+            "<GeometryGridDataset name=\"d\"><FileFormat>flt</FileFormat>"
+            "<GeometryGridLevel><TileType>FILE_GEOM</TileType></GeometryGridLevel>"
+            "<GeometryGridLevel><TileType>LOD_GEOM</TileType></GeometryGridLevel>"
+            "</GeometryGridDataset>",
+            false);
+        dataset = loaded.database.geometryGridDataset.at("d");
+        distance = loaded.database.switchDistanceTable.at("t")->switchDistance.at("near");
+    }
+    ASSERT_EQ(dataset->geometryGridLevel.size(), 2u);
+    EXPECT_EQ(dataset->geometryGridLevel[1]->tileType.value, T::TileType::LOD_GEOM);
+    EXPECT_EQ(dataset->fileFormat, "flt");
+    std::thread([held = std::move(dataset)]() mutable { held.reset(); }).join();
+    EXPECT_EQ(distance->value, 10.0);
 }
 
 TEST(MetaFlightDatabase, namesResolveWithTheirPrefixRules) {

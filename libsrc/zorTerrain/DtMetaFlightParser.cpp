@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <libxml/parser.h>
 #include <libxml/xmlerror.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,34 +63,25 @@ private:
     void* savedContext_;
 };
 
-// A text buffer in pages of its own rather than in the heap: a document's text is
-// large and short-lived, and taking it from malloc right after the previous document's
-// many small frees makes glibc consolidate its whole heap.
+// A document's text, left unzeroed since the file fills it. From the heap: pages of its
+// own would be faulted in afresh on every load, where the heap's are reused (the parser
+// asks for a large block right after anyway, so the heap is tidied either way).
 class TextBuffer {
 public:
-    TextBuffer() = default;
-    ~TextBuffer() {
-        if (data_)
-            munmap(data_, capacity_);
-    }
-    TextBuffer(const TextBuffer&) = delete;
-    TextBuffer& operator=(const TextBuffer&) = delete;
-
     bool allocate(size_t bytes) {
-        void* pages = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
-                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-        if (pages == MAP_FAILED)
-            return false;
-        data_ = static_cast<char*>(pages);
-        capacity_ = bytes;
-        return true;
+        data_.reset(static_cast<char*>(std::malloc(bytes)));
+        capacity_ = data_ ? bytes : 0;
+        return data_ != nullptr;
     }
-    char* data() { return data_; }
+    char* data() { return data_.get(); }
     size_t size() const { return size_; }
     void resize(size_t bytes) { size_ = bytes < capacity_ ? bytes : capacity_; }
 
 private:
-    char* data_ = nullptr;
+    struct Free {
+        void operator()(char* text) const { std::free(text); }
+    };
+    std::unique_ptr<char, Free> data_;
     size_t capacity_ = 0;
     size_t size_ = 0;
 };
@@ -113,8 +103,7 @@ private:
 };
 
 // The whole file up to its first zero byte, or false with the loader's message. Read
-// without stdio: its buffer would be the first sizeable allocation of a load, and the
-// one that pays for consolidating the heap the previous document left behind.
+// without stdio, whose buffer would be one more copy of the text.
 bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& errorMessage) {
     const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     struct stat info;
@@ -196,11 +185,13 @@ void forEachPrefix(const char* text, const char* end, OnMatch onMatch) {
         if (!colon)
             return;
         at = colon + 1;
+        const size_t room = static_cast<size_t>(colon - read) + 1;
         for (const Prefix& prefix : namespacePrefixes) {
-            if (static_cast<size_t>(colon - read) + 1 < prefix.length)
+            // The byte before the ':' turns most candidates away without a call.
+            if (room < prefix.length || colon[-1] != prefix.text[prefix.length - 2])
                 continue;
             const char* start = colon + 1 - prefix.length;
-            if (std::memcmp(start, prefix.text, prefix.length - 1) == 0) {
+            if (std::memcmp(start, prefix.text, prefix.length - 2) == 0) {
                 onMatch(start, prefix.length);
                 read = at;
                 break;
@@ -590,6 +581,10 @@ const char* DtMetaFlightParser::text(xmlNode* node) {
         if (child->type == XML_TEXT_NODE) {
             return child->content ? reinterpret_cast<const char*>(child->content) : "";
         }
+        // An element with no text is about to have its children walked, each read for
+        // its name and its own children: asking for those now overlaps their misses.
+        __builtin_prefetch(child->properties);
+        __builtin_prefetch(child->children);
     }
     return nullptr;
 }

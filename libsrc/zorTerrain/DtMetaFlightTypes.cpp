@@ -1,8 +1,24 @@
 #include "zorTerrain/DtMetaFlightTypes.h"
 
+#include <algorithm>
+#include <atomic>
 #include <boost/make_shared.hpp>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <type_traits>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define ZOR_ARENA_POISONS 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ZOR_ARENA_POISONS 1
+#endif
+#endif
+#ifdef ZOR_ARENA_POISONS
+#include <sanitizer/asan_interface.h>
+#endif
 
 #include "zorTerrain/DtMetaFlightParser.h"
 
@@ -11,6 +27,145 @@ namespace kelZor {
 using T = DtMetaFlightTypes;
 
 namespace {
+
+// The storage of the elements one parse makes. A document has tens of elements per
+// kilobyte, each a small heap block of its own: taking them from a few large blocks
+// spares the allocator most of its work, and spares it the many small free blocks it
+// would have to merge again on the next large request. Elements still end one by one
+// (their destructors run, their strings and containers go back at once); an arena's
+// blocks go back when the last of its elements ends, from whichever thread that is.
+class ElementArena {
+public:
+    ElementArena() = default;
+    ElementArena(const ElementArena&) = delete;
+    ElementArena& operator=(const ElementArena&) = delete;
+
+    // Single-threaded: only the parse that opened the arena takes from it.
+    void* take(size_t bytes, size_t alignment) {
+        char* at = alignUp(at_, alignment);
+        if (!at_ || at > end_ || bytes > static_cast<size_t>(end_ - at)) {
+            addBlock(bytes + alignment);
+            at = alignUp(at_, alignment);
+        }
+        at_ = at + bytes;
+        users_.fetch_add(1, std::memory_order_relaxed);
+        return at;
+    }
+
+    void giveBack(void* storage, size_t bytes) {
+#ifdef ZOR_ARENA_POISONS
+        ASAN_POISON_MEMORY_REGION(storage, bytes);
+#else
+        (void)storage;
+        (void)bytes;
+#endif
+        release();
+    }
+
+    // The parse that opened the arena holds it as one user until it ends.
+    void release() {
+        if (users_.fetch_sub(1, std::memory_order_acq_rel) == 1)
+            delete this;
+    }
+
+private:
+    struct Block {
+        Block* previous;
+        size_t size;
+    };
+    static constexpr size_t firstBlockBytes = 4096;
+    static constexpr size_t largestBlockBytes = 64 * 1024 - 64;  // stays below mmap's threshold
+
+    ~ElementArena() {
+        while (last_) {
+            Block* previous = last_->previous;
+#ifdef ZOR_ARENA_POISONS
+            ASAN_UNPOISON_MEMORY_REGION(last_, last_->size);
+#endif
+            std::free(last_);
+            last_ = previous;
+        }
+    }
+
+    static char* alignUp(char* at, size_t alignment) {
+        const auto address = reinterpret_cast<uintptr_t>(at);
+        return reinterpret_cast<char*>((address + alignment - 1) & ~(uintptr_t(alignment) - 1));
+    }
+
+    void addBlock(size_t atLeast) {
+        size_t size = nextBlockBytes_;
+        nextBlockBytes_ = std::min(nextBlockBytes_ * 2, largestBlockBytes);
+        size = std::max(size, atLeast + sizeof(Block));
+        auto* block = static_cast<Block*>(std::malloc(size));
+        if (!block)
+            throw std::bad_alloc();
+        *block = Block{last_, size};
+        last_ = block;
+        at_ = reinterpret_cast<char*>(block + 1);
+        end_ = reinterpret_cast<char*>(block) + size;
+    }
+
+    std::atomic<size_t> users_{1};
+    Block* last_ = nullptr;
+    char* at_ = nullptr;
+    char* end_ = nullptr;
+    size_t nextBlockBytes_ = firstBlockBytes;
+};
+
+// The arena of the parse running on this thread, if any.
+thread_local ElementArena* currentArena = nullptr;
+
+// Opens an arena for the outermost parse on its thread; nested parses share it.
+class ArenaScope {
+public:
+    ArenaScope() : opened_(currentArena == nullptr) {
+        if (opened_)
+            currentArena = new ElementArena;
+    }
+    ~ArenaScope() {
+        if (opened_) {
+            ElementArena* arena = currentArena;
+            currentArena = nullptr;
+            arena->release();
+        }
+    }
+    ArenaScope(const ArenaScope&) = delete;
+    ArenaScope& operator=(const ArenaScope&) = delete;
+
+private:
+    bool opened_;
+};
+
+// What boost::allocate_shared keeps in each element's control block: copies cost nothing,
+// each block taken holds the arena.
+template <typename Value>
+class ArenaAllocator {
+public:
+    using value_type = Value;
+    explicit ArenaAllocator(ElementArena* arena) : arena_(arena) {}
+    template <typename Other>
+    ArenaAllocator(const ArenaAllocator<Other>& other) : arena_(other.arena()) {}  // NOLINT
+
+    Value* allocate(size_t count) {
+        return static_cast<Value*>(arena_->take(count * sizeof(Value), alignof(Value)));
+    }
+    void deallocate(Value* storage, size_t count) {
+        arena_->giveBack(storage, count * sizeof(Value));
+    }
+
+    ElementArena* arena() const { return arena_; }
+    template <typename Other>
+    bool operator==(const ArenaAllocator<Other>& other) const {
+        return arena_ == other.arena();
+    }
+    template <typename Other>
+    bool operator!=(const ArenaAllocator<Other>& other) const {
+        return arena_ != other.arena();
+    }
+
+private:
+    ElementArena* arena_;
+};
 
 // Names and enumeration texts compare ASCII letters without case and every other byte
 // exactly, whatever locale the host has set.
@@ -122,7 +277,8 @@ private:
     // Owned before it parses, so an exception out of parse loses nothing.
     template <typename Element>
     boost::shared_ptr<Element> parsed() {
-        boost::shared_ptr<Element> element = boost::make_shared<Element>();
+        boost::shared_ptr<Element> element =
+            boost::allocate_shared<Element>(ArenaAllocator<Element>(currentArena));
         element->parse(parser_);
         return element;
     }
@@ -191,6 +347,7 @@ ZOR_ENUM_CLASS(PixelOrigin, pixelOriginTexts)
 // ---------------------------------------------------------------------- Element
 
 void T::Element::parse(DtMetaFlightParser& parser) {
+    const ArenaScope arena;
     name = parser.currentElementNameOrGenerateUnique();
     if (parser.currentElementText())
         parseText(parser);

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "TempDir.h"
@@ -93,6 +96,38 @@ TEST(MetaFlightParser, textIsCleanedBeforeParsing) {
         std::string text = c[0];
         Helpers::replaceAll(text, c[1], c[2]);
         EXPECT_EQ(text, c[3]) << c[0] << " " << c[1] << "->" << c[2];
+    }
+}
+
+// A file read in pieces is cleaned as one text: prefixes that straddle two pieces go, and
+// a prefix that one pass cannot delete exactly, met late, sends the whole text back to
+// deletion prefix by prefix ("EllipMetaFlight:soid:x" is "Ellipsoid:x" once the first
+// prefix is gone, then "x").
+TEST(MetaFlightParser, largeFilesAreCleanedAsOneText) {
+    for (const bool withLateJoin : {false, true}) {
+        std::string body;
+        for (int i = 0; body.size() < 300 * 1024; ++i) {
+            body += "<MetaFlight:Ellipsoid name=\"Ellipsoid:E" + std::to_string(i) + "\">" +
+                    std::string(static_cast<size_t>(i % 23), ' ') + "</MetaFlight:Ellipsoid>";
+        }
+        if (withLateJoin)
+            body +=
+                "<ModelListDataset name=\"m\"><DatasetName>EllipMetaFlight:soid:x</DatasetName>"
+                "</ModelListDataset>";
+        TempDir dir;
+        DtMetaFlightParser parser;
+        std::string error;
+        ASSERT_TRUE(parser.openFile(dir.write("large.mft", wrap(body)), "", error)) << error;
+        kelZor::DtMetaFlightTypes::Database database;
+        database.parse(parser);
+        const auto& ellipsoids = database.ellipsoid;
+        ASSERT_GT(ellipsoids.size(), 3000u);
+        for (size_t i = 0; i < ellipsoids.size(); ++i) {
+            ASSERT_EQ(ellipsoids.count("E" + std::to_string(i)), 1u) << i;
+        }
+        if (withLateJoin) {
+            EXPECT_EQ(database.modelListDataset.at("m")->datasetName, "x");
+        }
     }
 }
 
@@ -223,4 +258,52 @@ TEST(MetaFlightParser, deepNestingIsRefusedByTheXmlParser) {
     database.parse(parser);
     EXPECT_EQ(database.ellipsoid.size(), 100000u);
     EXPECT_NO_THROW(database.resolveReferences());
+}
+
+// Numbers read as atof reads them, whatever shortcut plain digits take: each text is the
+// only child of its element, and the element's value must be strtod's, bit for bit.
+TEST(MetaFlightParser, decimalValuesAreAtofsReading) {
+    const char* const texts[] = {"6378137",
+                                 "-0",
+                                 "007",
+                                 "1e5",
+                                 "1E+05",
+                                 "2e-3",
+                                 "1e",
+                                 "1e308",
+                                 "1e309",
+                                 "-1e400",
+                                 "4.9e-324",
+                                 "1e-400",
+                                 " 5",
+                                 "+5",
+                                 "0x10",
+                                 "1.5",
+                                 "12abc",
+                                 "-",
+                                 "",
+                                 "inf",
+                                 "nan",
+                                 "123456789012345678901234567890",
+                                 "9007199254740993"};
+    std::string body;
+    for (const char* text : texts)
+        body += std::string("<V>") + text + "</V>";
+    TempDir dir;
+    DtMetaFlightParser parser;
+    std::string error;
+    ASSERT_TRUE(parser.openFile(dir.write("numbers.mft", wrap(body)), "", error)) << error;
+    ASSERT_TRUE(parser.readFirstChildElement());
+    for (const char* text : texts) {
+        double value = -1;
+        const bool hasText = parser.getCurrentElementValue(value);
+        EXPECT_EQ(hasText, *text != '\0') << text;
+        if (hasText) {
+            const double expected = std::strtod(text, nullptr);
+            EXPECT_TRUE(std::memcmp(&value, &expected, sizeof value) == 0 ||
+                        (std::isnan(value) && std::isnan(expected)))
+                << "\"" << text << "\" read as " << value << ", strtod gives " << expected;
+        }
+        parser.readNextElement();
+    }
 }

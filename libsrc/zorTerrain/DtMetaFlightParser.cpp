@@ -102,41 +102,6 @@ private:
     int descriptor_;
 };
 
-// The whole file up to its first zero byte, or false with the loader's message. Read
-// without stdio, whose buffer would be one more copy of the text.
-bool readWholeFile(const std::string& path, TextBuffer& contents, std::string& errorMessage) {
-    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat info;
-    if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        // A directory or a device may open, but holds no document.
-        errorMessage = openFailed;
-        return false;
-    }
-    if (info.st_size == 0) {
-        errorMessage = fileEmpty;
-        return false;
-    }
-    const size_t size = static_cast<size_t>(info.st_size);
-    if (!contents.allocate(size)) {
-        errorMessage = openFailed;
-        return false;
-    }
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t got = read(file.get(), contents.data() + done, size - done);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;  // a file that shrank while read ends where it ended
-        done += static_cast<size_t>(got);
-    }
-    // The text ends at its first zero byte.
-    const void* zero = std::memchr(contents.data(), '\0', done);
-    contents.resize(zero ? static_cast<size_t>(static_cast<const char*>(zero) - contents.data())
-                         : done);
-    return true;
-}
-
 // The first occurrence of `literal` in [from, end), found by its last byte: the
 // prefixes all end in ':', which is rare in XML text, so memchr hops between candidates.
 // Ordering candidates by their end orders them by their start, so this is the leftmost.
@@ -174,66 +139,177 @@ size_t deleteAll(char* text, size_t size, const char* literal, size_t length) {
     return static_cast<size_t>(write - text);
 }
 
-// Calls `onMatch(start, length)` for every prefix one left-to-right pass meets in
-// [text, end): at each ':' the first prefix, in deletion order, whose text ends there.
-template <typename OnMatch>
-void forEachPrefix(const char* text, const char* end, OnMatch onMatch) {
-    const char* read = text;
-    for (const char* at = text; at < end;) {
-        const char* colon =
-            static_cast<const char*>(std::memchr(at, ':', static_cast<size_t>(end - at)));
-        if (!colon)
-            return;
-        at = colon + 1;
-        const size_t room = static_cast<size_t>(colon - read) + 1;
-        for (const Prefix& prefix : namespacePrefixes) {
-            // The byte before the ':' turns most candidates away without a call.
-            if (room < prefix.length || colon[-1] != prefix.text[prefix.length - 2])
-                continue;
-            const char* start = colon + 1 - prefix.length;
-            if (std::memcmp(start, prefix.text, prefix.length - 2) == 0) {
-                onMatch(start, prefix.length);
-                read = at;
-                break;
-            }
-        }
-    }
+// Deleting each prefix in turn over the whole text, as the format defines it.
+size_t deleteEachInTurn(char* text, size_t size) {
+    for (const Prefix& prefix : namespacePrefixes)
+        size = deleteAll(text, size, prefix.text, prefix.length);
+    return size;
 }
 
 bool isPrefixByte(char c) {
     return c == ':' || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-// Whether one pass deleting every prefix at once leaves what deleting them one after
-// another does. It does when each prefix found stands behind a byte that no prefix
-// holds ('<', '/', '"', a space: every real document): no deletion can then join two
-// pieces of text into a new prefix, so the order of deletion cannot matter.
-bool onePassSuffices(const char* text, const char* end) {
-    bool suffices = true;
-    forEachPrefix(text, end, [&](const char* start, size_t) {
-        suffices = suffices && (start == text || !isPrefixByte(start[-1]));
+// The prefixes one left-to-right pass meets: at each ':' the first prefix, in deletion
+// order, whose text ends there and starts after the last one met. The text may arrive
+// in pieces; each scan goes on where the last stopped.
+class PrefixScanner {
+public:
+    explicit PrefixScanner(const char* text) : afterLast_(text), at_(text) {}
+
+    // Calls `onMatch(start, length)` for each prefix whose ':' lies before `end`; stops
+    // and answers false as soon as onMatch does.
+    template <typename OnMatch>
+    bool scan(const char* end, OnMatch onMatch) {
+        while (at_ < end) {
+            const char* colon =
+                static_cast<const char*>(std::memchr(at_, ':', static_cast<size_t>(end - at_)));
+            if (!colon) {
+                at_ = end;
+                return true;
+            }
+            at_ = colon + 1;
+            if (const Prefix* prefix = prefixEndingAt(colon)) {
+                if (!onMatch(at_ - prefix->length, prefix->length))
+                    return false;
+                afterLast_ = at_;
+            }
+        }
+        return true;
+    }
+
+private:
+    const Prefix* prefixEndingAt(const char* colon) const {
+        const size_t room = static_cast<size_t>(colon - afterLast_) + 1;
+        for (const Prefix& prefix : namespacePrefixes) {
+            // The byte before the ':' turns most candidates away without a call.
+            if (room < prefix.length || colon[-1] != prefix.text[prefix.length - 2])
+                continue;
+            if (std::memcmp(colon + 1 - prefix.length, prefix.text, prefix.length - 2) == 0)
+                return &prefix;
+        }
+        return nullptr;
+    }
+
+    const char* afterLast_;
+    const char* at_;
+};
+
+// Whether a prefix the pass meets may be deleted together with the others: when it
+// stands behind a byte that no prefix holds ('<', '/', '"', a space: every real
+// document), no deletion can join two pieces of text into a new prefix, so deleting all
+// at once leaves what deleting each in turn does.
+bool deletableInOnePass(const char* text, const char* start) {
+    return start == text || !isPrefixByte(start[-1]);
+}
+
+// Deletes every prefix in one pass, in place, taking the text as it arrives.
+class OnePassDeletion {
+public:
+    explicit OnePassDeletion(char* text) : text_(text), write_(text), kept_(text), scanner_(text) {}
+
+    // Takes the text up to `end`, which only grows from call to call. False, the text
+    // spoilt, at the first prefix one pass cannot delete exactly; the byte before a
+    // prefix is still as it came when it is looked at (the pass writes only behind what
+    // it has read).
+    bool takeUpTo(const char* end) {
+        return scanner_.scan(end, [this](const char* start, size_t length) {
+            if (!deletableInOnePass(text_, start))
+                return false;
+            std::memmove(write_, kept_, static_cast<size_t>(start - kept_));
+            write_ += start - kept_;
+            kept_ = start + length;
+            return true;
+        });
+    }
+
+    // Closes the text at `end`; answers its new size.
+    size_t finish(const char* end) {
+        std::memmove(write_, kept_, static_cast<size_t>(end - kept_));
+        return static_cast<size_t>(write_ - text_) + static_cast<size_t>(end - kept_);
+    }
+
+private:
+    char* text_;
+    char* write_;
+    const char* kept_;  // the first byte taken and not yet written
+    PrefixScanner scanner_;
+};
+
+// Small enough that a piece is still in the cache when it is looked at.
+constexpr size_t pieceBytes = 64 * 1024;
+
+// Reads [0, size) of the file into `buffer`, calling `onPiece(begin, end)` with each
+// piece as it comes in; stops early when onPiece answers false. Answers the bytes read:
+// a file that shrank while read ends where it ended.
+template <typename OnPiece>
+size_t readPieces(int file, char* buffer, size_t size, OnPiece onPiece) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t got =
+            pread(file, buffer + done, std::min(pieceBytes, size - done), static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        const size_t begin = done;
+        done += static_cast<size_t>(got);
+        if (!onPiece(buffer + begin, buffer + done))
+            break;
+    }
+    return done;
+}
+
+// The file's text up to its first zero byte with the prefixes deleted, or false with the
+// loader's message. Each piece is cleaned as soon as it is read; a text that one pass
+// cannot clean exactly is read again and cleaned prefix by prefix.
+bool readDocumentText(const std::string& path, TextBuffer& contents, std::string& errorMessage) {
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat info;
+    if (file.get() < 0 || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        // A directory or a device may open, but holds no document.
+        errorMessage = openFailed;
+        return false;
+    }
+    if (info.st_size == 0) {
+        errorMessage = fileEmpty;
+        return false;
+    }
+    const size_t size = static_cast<size_t>(info.st_size);
+    if (!contents.allocate(size)) {
+        errorMessage = openFailed;
+        return false;
+    }
+    char* text = contents.data();
+    OnePassDeletion deletion(text);
+    const char* zero = nullptr;
+    bool exact = true;
+    const size_t read = readPieces(file.get(), text, size, [&](char* begin, char* end) {
+        zero = static_cast<const char*>(std::memchr(begin, '\0', static_cast<size_t>(end - begin)));
+        exact = deletion.takeUpTo(zero ? zero : end);
+        return exact && !zero;
     });
-    return suffices;
+    if (exact) {
+        contents.resize(deletion.finish(zero ? zero : text + read));
+        return true;
+    }
+    const size_t again = readPieces(file.get(), text, size, [](char*, char*) { return true; });
+    zero = static_cast<const char*>(std::memchr(text, '\0', again));
+    contents.resize(deleteEachInTurn(text, zero ? static_cast<size_t>(zero - text) : again));
+    return true;
 }
 
 }  // namespace
 
 size_t DtMetaFlightParser::deleteNamespacePrefixes(char* text, size_t size) {
-    const char* end = text + size;
-    if (!onePassSuffices(text, end)) {
-        for (const Prefix& prefix : namespacePrefixes)
-            size = deleteAll(text, size, prefix.text, prefix.length);
-        return size;
-    }
-    char* write = text;
-    const char* read = text;
-    forEachPrefix(text, end, [&](const char* start, size_t length) {
-        std::memmove(write, read, static_cast<size_t>(start - read));
-        write += start - read;
-        read = start + length;
-    });
-    std::memmove(write, read, static_cast<size_t>(end - read));
-    return static_cast<size_t>(write - text) + static_cast<size_t>(end - read);
+    char* end = text + size;
+    const bool onePassIsExact = PrefixScanner(text).scan(
+        end, [text](const char* start, size_t) { return deletableInOnePass(text, start); });
+    if (!onePassIsExact)
+        return deleteEachInTurn(text, size);
+    OnePassDeletion deletion(text);
+    deletion.takeUpTo(end);
+    return deletion.finish(end);
 }
 
 namespace {
@@ -334,6 +410,41 @@ const char* attributeNamed(xmlNode* node, const char* name) {
 // as the C library's own conversion does.
 int textToInt(const char* text) {
     return static_cast<int>(std::strtol(text, nullptr, 10));
+}
+
+// Whether `text` is a whole number in plain digits ([-]digits, an exponent allowed): no
+// decimal point a locale could read otherwise, no sign or blank strtod alone takes.
+bool isPlainNumber(const char* text) {
+    const char* at = text + (*text == '-' ? 1 : 0);
+    const char* digits = at;
+    while (*at >= '0' && *at <= '9')
+        ++at;
+    if (at == digits)
+        return false;
+    if (*at == 'e' || *at == 'E') {
+        ++at;
+        if (*at == '+' || *at == '-')
+            ++at;
+        const char* exponent = at;
+        while (*at >= '0' && *at <= '9')
+            ++at;
+        if (at == exponent)
+            return false;
+    }
+    return *at == '\0';
+}
+
+// atof's reading. Documents are mostly plain numbers, which from_chars rounds exactly
+// as strtod does, in a fraction of its time; anything else, or a value out of range,
+// goes to strtod itself.
+double textToDouble(const char* text) {
+    if (isPlainNumber(text)) {
+        double value = 0.0;
+        const auto [end, error] = std::from_chars(text, text + std::strlen(text), value);
+        if (error == std::errc())
+            return value;
+    }
+    return std::strtod(text, nullptr);
 }
 
 }  // namespace
@@ -459,7 +570,7 @@ bool DtMetaFlightParser::getCurrentElementValue(double& value) const {
     const char* content = currentElementText();
     if (!content)
         return false;
-    value = std::strtod(content, nullptr);
+    value = textToDouble(content);
     return true;
 }
 
@@ -513,9 +624,8 @@ xmlDoc* DtMetaFlightParser::createDocument(const std::string& fileName, std::str
             c = '/';
     }
     TextBuffer contents;
-    if (!readWholeFile(path, contents, errorMessage))
+    if (!readDocumentText(path, contents, errorMessage))
         return nullptr;
-    contents.resize(deleteNamespacePrefixes(contents.data(), contents.size()));
     if (contents.size() > static_cast<size_t>(INT_MAX)) {
         errorMessage = "MetaFlight Parsing Error : File is too large.\n";
         return nullptr;

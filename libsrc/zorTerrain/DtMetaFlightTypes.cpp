@@ -268,9 +268,11 @@ public:
     }
 
 private:
-    // A whole chain is tried on every child: the length turns most names away at once.
+    // A whole chain is tried on every child: the length and then the first letter turn
+    // most names away at once.
     bool is(ChildName name) const {
         return type_ && name.length == typeLength_ &&
+               asciiLower(type_[0]) == asciiLower(name.text[0]) &&
                sameIgnoringAsciiCase(type_, name.text, name.length);
     }
 

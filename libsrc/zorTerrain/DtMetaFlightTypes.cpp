@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <type_traits>
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -48,7 +49,7 @@ public:
             at = alignUp(at_, alignment);
         }
         at_ = at + bytes;
-        users_.fetch_add(1, std::memory_order_relaxed);
+        ++taken_;
         return at;
     }
 
@@ -62,13 +63,23 @@ public:
         release();
     }
 
-    // The parse that opened the arena holds it as one user until it ends.
-    void release() {
-        if (users_.fetch_sub(1, std::memory_order_acq_rel) == 1)
-            delete this;
+    // Ends the parse that opened the arena: from now on it lives while its elements do.
+    void close() {
+        release(openerHold - taken_);
     }
 
 private:
+    // While the arena is open, its opener holds it by a count larger than any number of
+    // elements, so that elements ending meanwhile never bring it to zero, and each
+    // element taken need not be counted with an atomic operation of its own: close
+    // trades the hold for the number taken.
+    static constexpr size_t openerHold = size_t(1) << 62;
+
+    void release(size_t count = 1) {
+        if (users_.fetch_sub(count, std::memory_order_acq_rel) == count)
+            delete this;
+    }
+
     struct Block {
         Block* previous;
         size_t size;
@@ -105,7 +116,8 @@ private:
         end_ = reinterpret_cast<char*>(block) + size;
     }
 
-    std::atomic<size_t> users_{1};
+    std::atomic<size_t> users_{openerHold};
+    size_t taken_ = 0;  // by the opener's thread only
     Block* last_ = nullptr;
     char* at_ = nullptr;
     char* end_ = nullptr;
@@ -126,7 +138,7 @@ public:
         if (opened_) {
             ElementArena* arena = currentArena;
             currentArena = nullptr;
-            arena->release();
+            arena->close();
         }
     }
     ArenaScope(const ArenaScope&) = delete;
@@ -180,10 +192,38 @@ bool equalsIgnoringAsciiCase(const char* a, const char* b) {
     return *a == *b;
 }
 
+// Exact comparison of two texts of the same length. Names are short: comparing them
+// here, eight bytes at a time, costs less than the call to memcmp.
+template <typename Word>
+bool sameWord(const char* a, const char* b) {
+    Word x, y;
+    std::memcpy(&x, a, sizeof x);
+    std::memcpy(&y, b, sizeof y);
+    return x == y;
+}
+
+bool sameBytes(const char* a, const char* b, size_t length) {
+    if (length >= 8) {
+        // Whole words, the last one overlapping the one before where the length asks.
+        for (size_t at = 0; at + 8 < length; at += 8) {
+            if (!sameWord<uint64_t>(a + at, b + at))
+                return false;
+        }
+        return sameWord<uint64_t>(a + length - 8, b + length - 8);
+    }
+    if (length >= 4)
+        return sameWord<uint32_t>(a, b) && sameWord<uint32_t>(a + length - 4, b + length - 4);
+    for (; length > 0; ++a, ++b, --length) {
+        if (*a != *b)
+            return false;
+    }
+    return true;
+}
+
 // For texts of the same known length; documents mostly write names as the tables do, so
 // the exact comparison answers first.
 bool sameIgnoringAsciiCase(const char* a, const char* b, size_t length) {
-    return std::memcmp(a, b, length) == 0 || equalsIgnoringAsciiCase(a, b);
+    return sameBytes(a, b, length) || equalsIgnoringAsciiCase(a, b);
 }
 
 // A child's name as the tables write it, its length known at compile time.
@@ -254,6 +294,8 @@ public:
     bool operator()(ChildName name, std::vector<boost::shared_ptr<Repeated>>& member) {
         if (!is(name))
             return false;
+        if (member.empty())
+            member.reserve(sameNamedFromHere(name));
         member.push_back(parsed<Repeated>());
         return true;
     }
@@ -276,6 +318,24 @@ private:
                sameIgnoringAsciiCase(type_, name.text, name.length);
     }
 
+    // How many of the cursor's element and its later siblings the name matches: a
+    // repeated member gets its room at once rather than growing step by step.
+    size_t sameNamedFromHere(ChildName name) {
+        size_t count = 1;
+        size_t steps = 0;
+        while (parser_.readNextElement()) {
+            ++steps;
+            const char* type = parser_.currentElementType();
+            if (type && std::strlen(type) == name.length &&
+                sameIgnoringAsciiCase(type, name.text, name.length)) {
+                ++count;
+            }
+        }
+        for (; steps > 0; --steps)
+            parser_.readPreviousElement();
+        return count;
+    }
+
     // Owned before it parses, so an exception out of parse loses nothing.
     template <typename Element>
     boost::shared_ptr<Element> parsed() {
@@ -292,18 +352,18 @@ private:
 
 // The texts of an enumeration, in the order of its numbers.
 template <size_t N>
-std::string enumText(const char* const (&texts)[N], int32_t value, const char* className) {
+std::string enumText(const std::string_view (&texts)[N], int32_t value, const char* className) {
     if (value < 0 || static_cast<size_t>(value) >= N)
         throw T::EnumParseErrorException(className);
-    return texts[value];
+    return std::string(texts[value]);
 }
 
 template <typename Value, size_t N>
-void enumFromText(const char* const (&texts)[N], const std::string& text, Value& value,
+void enumFromText(const std::string_view (&texts)[N], const std::string& text, Value& value,
                   const char* className) {
     for (size_t i = 0; i < N; ++i) {
-        if (text.size() == std::char_traits<char>::length(texts[i]) &&
-            sameIgnoringAsciiCase(texts[i], text.c_str(), text.size())) {
+        if (text.size() == texts[i].size() &&
+            sameIgnoringAsciiCase(texts[i].data(), text.c_str(), text.size())) {
             value = static_cast<Value>(i);
             return;
         }
@@ -311,19 +371,22 @@ void enumFromText(const char* const (&texts)[N], const std::string& text, Value&
     throw T::EnumParseErrorException(className);
 }
 
-const char* const tileTypeTexts[] = {"GROUP", "FILE_LOD_GEOM", "LOD_GEOM", "FILE_GROUP",
-                                     "FILE_GEOM"};
-const char* const localizedTypeTexts[] = {"UNLOCALIZED", "LOCALIZED", "LOCALIZED_DEPENDENT"};
-const char* const unitsCategoryTexts[] = {"ANGULAR_DISTANCE", "LINEAR_DISTANCE"};
-const char* const unitTypeTexts[] = {
+constexpr std::string_view tileTypeTexts[] = {"GROUP", "FILE_LOD_GEOM", "LOD_GEOM", "FILE_GROUP",
+                                              "FILE_GEOM"};
+constexpr std::string_view localizedTypeTexts[] = {"UNLOCALIZED", "LOCALIZED",
+                                                   "LOCALIZED_DEPENDENT"};
+constexpr std::string_view unitsCategoryTexts[] = {"ANGULAR_DISTANCE", "LINEAR_DISTANCE"};
+constexpr std::string_view unitTypeTexts[] = {
     "METERS", "FEET",    "INCHES",  "KILOMETERS", "CENTIMETERS", "MILLIMETERS", "NAUTICAL_MILES",
     "MILES",  "DEGREES", "RADIANS", "MINUTES",    "SECONDS",     "ARCMINUTES",  "ARCSECONDS"};
-const char* const verticalDatumTexts[] = {"MSL", "WGS84_GEOID", "ELLIPSOID", "UNDEFINED"};
-const char* const geoTypeTexts[] = {"GEODETIC", "GEOCENTRIC"};
-const char* const hemisphereTexts[] = {"NORTH", "SOUTH"};
-const char* const hierarchyTypeTexts[] = {"ADDITIVE", "SUBSTITUTIVE", "SPARSE_SUBSTITUTIVE"};
-const char* const pixelOriginTexts[] = {"LL_OPENGL_PIXELORIGIN_TYPE", "UL_DIRECTX_PIXELORIGIN_TYPE",
-                                        "LR_PIXELORIGIN_TYPE", "UR_PIXELORIGIN_TYPE"};
+constexpr std::string_view verticalDatumTexts[] = {"MSL", "WGS84_GEOID", "ELLIPSOID", "UNDEFINED"};
+constexpr std::string_view geoTypeTexts[] = {"GEODETIC", "GEOCENTRIC"};
+constexpr std::string_view hemisphereTexts[] = {"NORTH", "SOUTH"};
+constexpr std::string_view hierarchyTypeTexts[] = {"ADDITIVE", "SUBSTITUTIVE",
+                                                   "SPARSE_SUBSTITUTIVE"};
+constexpr std::string_view pixelOriginTexts[] = {"LL_OPENGL_PIXELORIGIN_TYPE",
+                                                 "UL_DIRECTX_PIXELORIGIN_TYPE",
+                                                 "LR_PIXELORIGIN_TYPE", "UR_PIXELORIGIN_TYPE"};
 
 }  // namespace
 

@@ -294,8 +294,6 @@ public:
     bool operator()(ChildName name, std::vector<boost::shared_ptr<Repeated>>& member) {
         if (!is(name))
             return false;
-        if (member.empty())
-            member.reserve(sameNamedFromHere(name));
         member.push_back(parsed<Repeated>());
         return true;
     }
@@ -316,24 +314,6 @@ private:
         return type_ && name.length == typeLength_ &&
                asciiLower(type_[0]) == asciiLower(name.text[0]) &&
                sameIgnoringAsciiCase(type_, name.text, name.length);
-    }
-
-    // How many of the cursor's element and its later siblings the name matches: a
-    // repeated member gets its room at once rather than growing step by step.
-    size_t sameNamedFromHere(ChildName name) {
-        size_t count = 1;
-        size_t steps = 0;
-        while (parser_.readNextElement()) {
-            ++steps;
-            const char* type = parser_.currentElementType();
-            if (type && std::strlen(type) == name.length &&
-                sameIgnoringAsciiCase(type, name.text, name.length)) {
-                ++count;
-            }
-        }
-        for (; steps > 0; --steps)
-            parser_.readPreviousElement();
-        return count;
     }
 
     // Owned before it parses, so an exception out of parse loses nothing.

@@ -310,10 +310,15 @@ public:
 private:
     // A whole chain is tried on every child: the length and then the first letter turn
     // most names away at once.
-    bool is(ChildName name) const {
-        return type_ && name.length == typeLength_ &&
-               asciiLower(type_[0]) == asciiLower(name.text[0]) &&
-               sameIgnoringAsciiCase(type_, name.text, name.length);
+    // The first tests are kept small enough to be inlined into every link of a chain.
+    __attribute__((always_inline)) bool is(ChildName name) const {
+        return name.length == typeLength_ && type_ && sameStart(name) && matches(name);
+    }
+    bool sameStart(ChildName name) const {
+        return asciiLower(type_[0]) == asciiLower(name.text[0]);
+    }
+    bool matches(ChildName name) const {
+        return sameIgnoringAsciiCase(type_, name.text, name.length);
     }
 
     // Owned before it parses, so an exception out of parse loses nothing.

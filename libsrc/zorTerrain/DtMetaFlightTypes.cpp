@@ -309,8 +309,7 @@ public:
 
 private:
     // A whole chain is tried on every child: the length and then the first letter turn
-    // most names away at once.
-    // The first tests are kept small enough to be inlined into every link of a chain.
+    // most names away at once, in tests small enough to inline into every link.
     __attribute__((always_inline)) bool is(ChildName name) const {
         return name.length == typeLength_ && type_ && sameStart(name) && matches(name);
     }

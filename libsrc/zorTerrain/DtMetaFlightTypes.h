@@ -14,6 +14,9 @@
 //
 // Nothing is required while parsing: an absent child leaves its default, text that is
 // no number reads as 0. An unknown enumeration text throws EnumParseErrorException.
+//
+// The elements one parse makes share their storage, which goes back when the last of them
+// ends (from any thread); each element's own strings and containers go back with it.
 #pragma once
 
 #include <boost/shared_ptr.hpp>

@@ -176,6 +176,26 @@ TEST(MetaFlightTypes, anUnknownEnumerationTextEndsTheParseKeepingWhatWasRead) {
     EXPECT_EQ(next.database.ellipsoid.count("f"), 1u);
 }
 
+// The text hook runs for an element with text, whatever class reads it: the library's own
+// classes read none, a class from outside may.
+TEST(MetaFlightTypes, parseTextRunsWhenTheElementHasText) {
+    struct TextCounter : T::Element {
+        int texts = 0;
+        void parseText(DtMetaFlightParser&) override { ++texts; }
+    };
+    TempDir dir;
+    for (const auto& [body, expected] :
+         {std::pair<std::string, int>{"<Database><A/>text<B/></Database>", 1},
+          {"<Database><A/><B/></Database>", 0}}) {
+        DtMetaFlightParser parser;
+        std::string error;
+        ASSERT_TRUE(parser.openFile(dir.write("t.mft", "<Root>" + body + "</Root>"), "", error));
+        TextCounter counter;
+        counter.parse(parser);
+        EXPECT_EQ(counter.texts, expected) << body;
+    }
+}
+
 TEST(MetaFlightTypes, elementsOutliveTheirDatabaseAndParserOnAnyThread) {
     boost::shared_ptr<T::GeometryGridDataset> dataset;
     boost::shared_ptr<T::SwitchDistance> distance;

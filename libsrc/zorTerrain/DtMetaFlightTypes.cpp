@@ -179,6 +179,25 @@ private:
     ElementArena* arena_;
 };
 
+enum class TextReading { mayRead, readsNone };
+
+// The steps of Element::parse. The elements the library makes while parsing are of its
+// own classes, none of which reads text: for them the search of the children for a text,
+// which walks them all when there is none, is skipped, as the call it decides would do
+// nothing.
+void walk(T::Element& element, DtMetaFlightParser& parser, TextReading text) {
+    const ArenaScope arena;
+    element.name = parser.currentElementNameOrGenerateUnique();
+    if (text == TextReading::mayRead && parser.currentElementText())
+        element.parseText(parser);
+    if (!parser.readFirstChildElement())
+        return;
+    do {
+        element.parseChild(parser);
+    } while (parser.readNextElement());
+    parser.readParentElement();
+}
+
 // Names and enumeration texts compare ASCII letters without case and every other byte
 // exactly, whatever locale the host has set.
 char asciiLower(char c) {
@@ -278,7 +297,7 @@ public:
         if (!is(name))
             return false;
         member = Nested();
-        member.parse(parser_);
+        walk(member, parser_, TextReading::readsNone);  // a member is exactly its own class
         return true;
     }
 
@@ -325,7 +344,7 @@ private:
     boost::shared_ptr<Element> parsed() {
         boost::shared_ptr<Element> element =
             boost::allocate_shared<Element>(ArenaAllocator<Element>(currentArena));
-        element->parse(parser_);
+        walk(*element, parser_, TextReading::readsNone);  // made here, of exactly this class
         return element;
     }
 
@@ -396,16 +415,7 @@ ZOR_ENUM_CLASS(PixelOrigin, pixelOriginTexts)
 // ---------------------------------------------------------------------- Element
 
 void T::Element::parse(DtMetaFlightParser& parser) {
-    const ArenaScope arena;
-    name = parser.currentElementNameOrGenerateUnique();
-    if (parser.currentElementText())
-        parseText(parser);
-    if (!parser.readFirstChildElement())
-        return;
-    do {
-        parseChild(parser);
-    } while (parser.readNextElement());
-    parser.readParentElement();
+    walk(*this, parser, TextReading::mayRead);
 }
 
 void T::Element::parseText(DtMetaFlightParser&) {}

@@ -3,7 +3,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "TempDir.h"
 #include "zorTerrain/DtMetaFlightParser.h"
@@ -263,43 +265,28 @@ TEST(MetaFlightParser, deepNestingIsRefusedByTheXmlParser) {
 // Numbers read as atof reads them, whatever shortcut plain digits take: each text is the
 // only child of its element, and the element's value must be strtod's, bit for bit.
 TEST(MetaFlightParser, decimalValuesAreAtofsReading) {
-    const char* const texts[] = {"6378137",
-                                 "-0",
-                                 "007",
-                                 "1e5",
-                                 "1E+05",
-                                 "2e-3",
-                                 "1e",
-                                 "1e308",
-                                 "1e309",
-                                 "-1e400",
-                                 "4.9e-324",
-                                 "1e-400",
-                                 " 5",
-                                 "+5",
-                                 "0x10",
-                                 "1.5",
-                                 "12abc",
-                                 "-",
-                                 "",
-                                 "inf",
-                                 "nan",
-                                 "123456789012345678901234567890",
-                                 "9007199254740993"};
+    // One per line below: plain numbers, then what only strtod reads, then what it refuses.
+    std::vector<std::string> texts;
+    std::istringstream lines(
+        "6378137\n-0\n007\n1e5\n1E+05\n2e-3\n1e\n1e308\n1e309\n-1e400\n4.9e-324\n1e-400\n"
+        "9007199254740993\n123456789012345678901234567890\n 5\n+5\n0x10\n1.5\ninf\nnan\n"
+        "12abc\n-\n\n");
+    for (std::string line; std::getline(lines, line);)
+        texts.push_back(line);
     std::string body;
-    for (const char* text : texts)
-        body += std::string("<V>") + text + "</V>";
+    for (const std::string& text : texts)
+        body += "<V>" + text + "</V>";
     TempDir dir;
     DtMetaFlightParser parser;
     std::string error;
     ASSERT_TRUE(parser.openFile(dir.write("numbers.mft", wrap(body)), "", error)) << error;
     ASSERT_TRUE(parser.readFirstChildElement());
-    for (const char* text : texts) {
+    for (const std::string& text : texts) {
         double value = -1;
         const bool hasText = parser.getCurrentElementValue(value);
-        EXPECT_EQ(hasText, *text != '\0') << text;
+        EXPECT_EQ(hasText, !text.empty()) << text;
         if (hasText) {
-            const double expected = std::strtod(text, nullptr);
+            const double expected = std::strtod(text.c_str(), nullptr);
             EXPECT_TRUE(std::memcmp(&value, &expected, sizeof value) == 0 ||
                         (std::isnan(value) && std::isnan(expected)))
                 << "\"" << text << "\" read as " << value << ", strtod gives " << expected;

@@ -64,8 +64,6 @@ TEST(MetaFlightEnums, textsAreWholeCaseInsensitiveAndTheDefaultIsTheFirstRow) {
     localized.setFromString("LOCALIZED");
     EXPECT_EQ(localized.value, T::LocalizedType::LOCALIZED);
     EXPECT_EQ(T::PixelOrigin().toString(), "LL_OPENGL_PIXELORIGIN_TYPE");
-    EXPECT_EQ(T::VerticalDatum().toString(), "MSL");
-    EXPECT_EQ(T::UnitsCategory().toString(), "ANGULAR_DISTANCE");
 
     T::TileType tile;
     tile.value = T::TileType::FILE_GEOM;
@@ -281,26 +279,6 @@ TEST(MetaFlightDatabase, theFirstDanglingNameThrowsWithItsMessage) {
                            "<SwitchDistanceTableUsed refTo=\"t\"/><CoordSysUsed refTo=\"Zone33\"/>"
                            "</GeometryGridDataset><ModelListDataset/>"),
               "(resolved)");
-}
-
-TEST(MetaFlightDatabase, theSampleDocumentsLoadAndResolve) {
-    for (const char* name : {"zone33_quad.mft", "metaflight/alpine_valley.mft"}) {
-        SCOPED_TRACE(name);
-        DtMetaFlightParser parser;
-        std::string error;
-        ASSERT_TRUE(parser.openFile(std::string(ZOR_SAMPLE_DIR) + "/" + name, "", error)) << error;
-        T::Database database;
-        database.parse(parser);
-        ASSERT_NO_THROW(database.resolveReferences());
-        for (const auto& [key, dataset] : database.geometryGridDataset) {
-            SCOPED_TRACE(key);
-            EXPECT_TRUE(dataset->coordSysUsed.target);
-            EXPECT_TRUE(dataset->gridStack.coverageUsed.target->coordSysUsed.target);
-            for (const auto& level : dataset->geometryGridLevel) {
-                EXPECT_TRUE(level->switchIn_DistanceUsed.target);
-            }
-        }
-    }
 }
 
 TEST(TemplateUtil, lookupsThrowAndNeverAdd) {

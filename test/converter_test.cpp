@@ -98,8 +98,61 @@ TEST(Converters, utmKeepsItsHemisphereAndFalseOrigin) {
     EXPECT_NEAR(cig.y(), 982.8121, 1e-3);
     EXPECT_NEAR(cig.z(), 0.0, 1e-6);
 
-    // Far outside any sensible zone: an exception of the host's family, not a crash.
-    EXPECT_THROW(utm.geocToCig(geocOf(45.0, -170.0, 0.0), cig), DtTemplatedException<-1>);
+    // On the equator 90 degrees from the central meridian the projection has no finite
+    // value: an exception of the host's family, not a crash or a NaN.
+    EXPECT_THROW(utm.geocToCig(geocOf(0.0, 99.0, 0.0), cig), DtTemplatedException<-1>);
+    EXPECT_THROW(utm.cigToGeoc(DtVector64(std::nan(""), 0.0, 0.0), cig), DtTemplatedException<-1>);
+}
+
+// A country-wide layer in one zone reaches far beyond the zone's band (Italy in zone 32
+// to an easting of 1,279 km): the zone's projection still holds there, as PROJ computes
+// it (gdaltransform -s_srs EPSG:4326 -t_srs EPSG:32632: 18.5 36.7 gives 1349692.7831
+// 4103914.9074), and the southern hemisphere keeps its false northing across the
+// equator (-t_srs EPSG:32733: 15 -10 gives 500000 8894587.5087).
+TEST(Converters, utmHoldsBeyondTheZonesBandAndAcrossTheEquator) {
+    DtUtmCoordinateConverter utm;
+    utm.init(32, 'N', false);
+    DtVector64 cig, back;
+    utm.geocToCig(geocOf(36.7, 18.5, 50.0), cig);
+    EXPECT_NEAR(cig.x(), 1349692.7831, 1e-3);
+    EXPECT_NEAR(cig.y(), 4103914.9074, 1e-3);
+    utm.cigToGeoc(cig, back);
+    EXPECT_LT(distance(back, geocOf(36.7, 18.5, 50.0)), 1e-6);
+
+    DtUtmCoordinateConverter south;
+    south.init(0.0, 0.0, 0.0, 33, 'S', true);
+    south.geocToCig(geocOf(-10.0, 15.0, 0.0), cig);
+    EXPECT_NEAR(cig.x(), 500000.0, 1e-3);
+    EXPECT_NEAR(cig.y(), 8894587.5087, 1e-3);
+    south.geocToCig(geocOf(0.5, 15.0, 0.0), cig);  // just north of the equator, still south
+    EXPECT_GT(cig.y(), 10000000.0);
+}
+
+// A negative zone names the zone of the southern hemisphere whatever the origin (as
+// OpenFlight and the terrain database do); the terrain database is told the zone with
+// its sign and, for a scene with a false origin, where the frame's (0, 0) lies.
+TEST(Converters, theTerrainDatabaseIsToldHemisphereAndFrame) {
+    DtUtmCoordinateConverter southOfData;
+    southOfData.init(0.25, 15.0, -33, 0);  // data just north of the equator, zone 33 S
+    EXPECT_EQ(southOfData.hemisphere(), 'S');
+    EXPECT_EQ(southOfData.effectiveZone(), 33);
+    EXPECT_EQ(southOfData.signedZone(), -33);
+    EXPECT_EQ(southOfData.originPlacement(), DtUtmCoordinateConverter::OriginInArea);
+    EXPECT_NEAR(southOfData.frameOriginLatitude().toDegrees(), 0.25, 1e-12);
+    EXPECT_EQ(DtUtmCoordinateConverter::fromStringRep(southOfData.stringRep())->signedZone(), -33);
+
+    DtUtmCoordinateConverter north;
+    north.init(32, 'N', true);  // a false origin of zero is no frame of its own
+    EXPECT_EQ(north.signedZone(), 32);
+    EXPECT_EQ(north.originPlacement(), DtUtmCoordinateConverter::OriginInArea);
+
+    // GeoConvert --input-string "33s 498000 8894000": -10.005313265 14.981750781
+    DtUtmCoordinateConverter shifted;
+    shifted.init(498000.0, 8894000.0, 0.0, 33, 'S', true);
+    EXPECT_EQ(shifted.signedZone(), -33);
+    EXPECT_EQ(shifted.originPlacement(), DtUtmCoordinateConverter::OriginAtFrameZero);
+    EXPECT_NEAR(shifted.frameOriginLatitude().toDegrees(), -10.005313265, 1e-9);
+    EXPECT_NEAR(shifted.frameOriginLongitude().toDegrees(), 14.981750781, 1e-9);
 }
 
 TEST(Converters, zoneOutOfRangeComesFromTheOrigin) {

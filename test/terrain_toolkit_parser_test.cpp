@@ -102,7 +102,7 @@ TEST(TerrainToolkitHeaderParser, theSceneSystemInTheLoadersClasses) {
     cs.reset(DtTdbToolCoordSysFactory::create(DtCoordinateSystem(std::move(utmConverter))));
     const auto* utm = dynamic_cast<DtUtmCS*>(cs.get());
     ASSERT_NE(utm, nullptr);
-    EXPECT_EQ(utm->zone(), 34);
+    EXPECT_EQ(utm->zone(), -34);  // the loader's name of zone 34 south
     EXPECT_EQ(utm->hemisphere(), 'S');
     EXPECT_EQ(utm->scaleFactor(), 0.9996);
     EXPECT_FALSE(utm->hasVerticalOffset());

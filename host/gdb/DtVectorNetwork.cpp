@@ -34,10 +34,16 @@ void DtAttributeTable::addAlias(const DtSymbolString& name, int type, uint32_t s
     columns_.push_back({name, type, slot});
 }
 
-uint32_t DtAttributeTable::addRow(int featureType, int fid) {
+namespace {
+// The feature type shares its word with the FID; its top bit says there is none.
+constexpr uint32_t NoFid = 0x80000000u;
+}  // namespace
+
+uint32_t DtAttributeTable::addRow(int featureType, std::optional<int> fid) {
     const auto row = static_cast<uint32_t>(words_.size() / rowWords_);
     words_.resize(words_.size() + rowWords_, 0);
-    rowWords(row)[0] = (uint64_t(uint32_t(fid)) << 32) | uint32_t(featureType);
+    const uint32_t type = (uint32_t(featureType) & ~NoFid) | (fid ? 0u : NoFid);
+    rowWords(row)[0] = (uint64_t(uint32_t(fid.value_or(0))) << 32) | type;
     return row;
 }
 
@@ -83,7 +89,11 @@ const std::string* DtAttributeTable::textAt(uint32_t row, uint32_t slot) const {
 }
 
 int DtAttributeTable::featureType(uint32_t row) const {
-    return int(uint32_t(rowWords(row)[0]));
+    return int(uint32_t(rowWords(row)[0]) & ~NoFid);
+}
+
+bool DtAttributeTable::hasFid(uint32_t row) const {
+    return (uint32_t(rowWords(row)[0]) & NoFid) == 0;
 }
 
 int DtAttributeTable::fid(uint32_t row) const {
@@ -124,7 +134,8 @@ void DtNetworkAttributes::forEach(Visit&& visit) const {
         }
     }
     visit(DtNetworkAttribute(featureTypeName(), table_->featureType(row_)));
-    visit(DtNetworkAttribute(fidName(), table_->fid(row_)));
+    if (table_->hasFid(row_))
+        visit(DtNetworkAttribute(fidName(), table_->fid(row_)));
 }
 
 const DtAttributeTable::Column* DtNetworkAttributes::find(const DtString& name, int type) const {
@@ -148,7 +159,7 @@ bool DtNetworkAttributes::getInt(const DtString& name, int& out) const {
         out = table_->featureType(row_);
         return true;
     }
-    if (table_ && name.stdString() == fidName().string()) {
+    if (table_ && table_->hasFid(row_) && name.stdString() == fidName().string()) {
         out = table_->fid(row_);
         return true;
     }

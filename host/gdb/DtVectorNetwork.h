@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -78,8 +79,9 @@ public:
     void addAlias(const DtSymbolString& name, int type, uint32_t slot);
     const std::vector<Column>& columns() const { return columns_; }
 
-    // A row with no value set; answers its index.
-    uint32_t addRow(int featureType, int fid);
+    // A row with no value set; answers its index. A row without a FID (its feature's id
+    // does not fit the engine's 32 bits) has no "DtFidCode".
+    uint32_t addRow(int featureType, std::optional<int> fid);
     void reserveRows(size_t rows);
     void shrinkToFit() { words_.shrink_to_fit(); }
     void setInt(uint32_t row, uint32_t slot, int value);
@@ -91,6 +93,7 @@ public:
     double doubleAt(uint32_t row, uint32_t slot) const;
     const std::string* textAt(uint32_t row, uint32_t slot) const;
     int featureType(uint32_t row) const;
+    bool hasFid(uint32_t row) const;
     int fid(uint32_t row) const;
 
 private:
@@ -119,8 +122,8 @@ public:
     bool getString(const DtString& name, DtString& out) const;
 
     // The attributes in their order: the layer's fields, the derived ones, then
-    // "DtFeatureType" and "DtFidCode". Items are const DtNetworkAttribute*, kept alive by
-    // the list.
+    // "DtFeatureType" and "DtFidCode" (when the row has one). Items are const DtNetworkAttribute*,
+    // kept alive by the list.
     DtList attributeList() const;
     std::vector<DtNetworkAttribute> toVector() const;
     int size() const;

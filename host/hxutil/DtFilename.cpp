@@ -15,10 +15,15 @@ size_t lastComponentStart(const std::string& path) {
     return slash == std::string::npos ? 0 : slash + 1;
 }
 
-// Position of the extension's '.', or npos.
+// Position of the extension's '.', or npos. Trailing slashes (a directory's, as shell
+// completion adds them to "roads.gdb/") end no component of their own.
 size_t extensionDot(const std::string& path) {
-    const size_t start = lastComponentStart(path);
-    const size_t dot = path.rfind('.');
+    const size_t last = path.find_last_not_of('/');
+    if (last == std::string::npos)
+        return std::string::npos;
+    const std::string name = path.substr(0, last + 1);
+    const size_t start = lastComponentStart(name);
+    const size_t dot = name.rfind('.');
     if (dot == std::string::npos || dot <= start)
         return std::string::npos;
     return dot;
@@ -84,7 +89,9 @@ long long DtFilename::fileLength() const {
 
 DtString DtFilename::extension() const {
     const size_t dot = extensionDot(text_);
-    return dot == std::string::npos ? DtString() : DtString(text_.substr(dot + 1));
+    if (dot == std::string::npos)
+        return DtString();
+    return DtString(text_.substr(dot + 1, text_.find_last_not_of('/') - dot));
 }
 
 DtFilename& DtFilename::setExtension(const char* extension) {

@@ -29,7 +29,8 @@ public:
     // Size of the file in bytes, -1 when it is no readable regular file.
     virtual long long fileLength() const;
     // The text after the last '.' of the last path component, without the point; empty
-    // when there is none (a leading '.' of a hidden file does not count).
+    // when there is none (a leading '.' of a hidden file does not count). Trailing
+    // slashes are no component: "roads.gdb/" has the extension "gdb".
     virtual DtString extension() const;
     // Replaces the extension, or adds one; `extension` may start with '.'.
     virtual DtFilename& setExtension(const char* extension);

@@ -1,8 +1,9 @@
 // Process-wide talkativeness of the engine's libraries, and their warning stream.
 //
 // DtNotifyLevel: 0 is quiet; the terrain database loader and the vector library only
-// write diagnostics above it. Code that must keep them quiet saves, zeroes and
-// restores it (DtNotifyLevelGuard).
+// write diagnostics above it. What a user must know whatever the level (a load that had
+// to leave features out) still goes to DtWarn. Code that must keep the libraries quiet
+// saves, zeroes and restores it (DtNotifyLevelGuard).
 //
 // DtWarn: where the libraries write warnings, one line each. It writes to std::cerr
 // unless redirected (tests capture it with setTarget).

@@ -27,17 +27,28 @@ DtDegMinSec Coordinate_System::originLongitude() const {
 }
 
 DtUtmCS::DtUtmCS(const DtDegMinSec& originLatitude, const DtDegMinSec& originLongitude,
-                 int ellipsoid, long zone, bool hasVerticalOffset, double verticalOffset,
+                 int originPlacement, long zone, bool hasVerticalOffset, double verticalOffset,
                  double scaleFactor)
     : Coordinate_System(Utm, DtString(kelZor::DtCoordinateConverter::UTM),
                         originLatitude.toDegrees(), originLongitude.toDegrees(), hasVerticalOffset,
                         verticalOffset),
-      ellipsoid_(ellipsoid),
+      placement_(originPlacement),
       zone_(zone),
       scaleFactor_(scaleFactor) {}
 
 char DtUtmCS::hemisphere() const {
-    return originLatitude().hemisphere() == DtDegMinSec::South ? 'S' : 'N';
+    if (zone_ != 0)
+        return zone_ < 0 ? 'S' : 'N';
+    return originLatitudeDegrees() < 0.0 ? 'S' : 'N';
+}
+
+bool DtUtmCS::frameZero(double& easting, double& northing) const {
+    easting = northing = 0.0;
+    if (placement_ != OriginAtFrameZero)
+        return true;
+    return kelZor::DtUtmCoordinateConverter::project(zoneNumber(), hemisphere() == 'N',
+                                                     originLatitudeDegrees(),
+                                                     originLongitudeDegrees(), easting, northing);
 }
 
 DtLambertConformalCS::DtLambertConformalCS(double originLatitude, double originLongitude,

@@ -11,7 +11,7 @@
 //
 //   std::unique_ptr<Coordinate_System> cs(manager.coordinateSystemFrom(file, ...));
 //   if (cs && cs->kind() == Coordinate_System::Utm)
-//       zone = static_cast<DtUtmCS&>(*cs).zone();
+//       zone = static_cast<DtUtmCS&>(*cs).zone();   // -33: zone 33 south
 #pragma once
 
 #include "hxutil/DtString.h"
@@ -57,18 +57,30 @@ private:
 
 class DtUtmCS : public Coordinate_System {
 public:
-    // The origin (its hemisphere is the system's), the ellipsoid code, the zone, then a
-    // vertical offset as in the base and the central scale factor.
-    DtUtmCS(const DtDegMinSec& originLatitude, const DtDegMinSec& originLongitude, int ellipsoid,
-            long zone, bool hasVerticalOffset, double verticalOffset, double scaleFactor);
+    // What the origin stands for, as DtUtmCoordinateConverter::OriginPlacement: a place in
+    // the system's area, coordinates being plain easting and northing (what a file's
+    // system reports); or the place of the frame's (0, 0), coordinates being easting and
+    // northing less that place's (a scene with a false origin).
+    enum OriginPlacement { OriginInArea = 0, OriginAtFrameZero = 1 };
+
+    // The origin, how it places the frame, the zone (negative in the southern hemisphere;
+    // 0 for UPS, in the origin's hemisphere), then a vertical offset as in the base and
+    // the central scale factor.
+    DtUtmCS(const DtDegMinSec& originLatitude, const DtDegMinSec& originLongitude,
+            int originPlacement, long zone, bool hasVerticalOffset, double verticalOffset,
+            double scaleFactor);
+    // Signed as given: negative in the southern hemisphere.
     long zone() const { return zone_; }
-    int ellipsoid() const { return ellipsoid_; }
-    double scaleFactor() const { return scaleFactor_; }
-    // 'N' or 'S', from the origin's latitude.
+    int zoneNumber() const { return static_cast<int>(zone_ < 0 ? -zone_ : zone_); }
     char hemisphere() const;
+    int originPlacement() const { return placement_; }
+    double scaleFactor() const { return scaleFactor_; }
+    // Easting and northing of the frame's (0, 0): those of the origin when it is the
+    // frame's zero, else (0, 0). False when the origin cannot be projected.
+    bool frameZero(double& easting, double& northing) const;
 
 private:
-    int ellipsoid_;
+    int placement_;
     long zone_;
     double scaleFactor_;
 };

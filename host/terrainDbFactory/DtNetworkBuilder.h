@@ -1,15 +1,24 @@
 // DtNetworkBuilder: the loader's builder of a vector network from the layers of an
-// opened vector source, each coordinate taken to WGS84 by OGR and then into the
-// requested system by the host's own converter.
+// opened vector source. Points (each part of a multipoint) become free nodes; lines
+// (each part) edges whose ends are junction nodes shared by lines that meet at exactly
+// the same point; polygons (each part) one areal edge along the exterior ring as stored.
 //
-// Reading features and transforming coordinates overlap: the features of a layer are read
-// in batches, and while one batch is read the previous one is transformed and turned into
-// nodes and edges on a worker thread, in order, so the network is the same as a serial
-// build would make (identifiers included).
+// Features are read in batches; while one batch is read the one before is taken into the
+// scene (DtLayerToScene) and turned into nodes and edges on a worker thread, in order, so
+// the network is the one a serial build makes (identifiers included).
+//
+// What cannot be placed does not stop the load: a feature with a coordinate the scene
+// cannot hold (a latitude beyond the pole, a point on a projection's singular line, an
+// infinity) is left out whole, and notes() says how many, naming the first. A feature
+// whose id does not fit the engine's 32 bits keeps its geometry and attributes but no
+// "DtFidCode", so the engine makes no feature of it; notes() says that as well.
+//
+// Internal to the loader; not installed.
 #pragma once
 
 #include <memory>
 #include <string>
+#include <vector>
 
 class Coordinate_System;
 class DtVectorNetwork;
@@ -17,14 +26,19 @@ class OGRLayer;
 
 class DtNetworkBuilder {
 public:
-    // `network` outlives the builder. The converter is chosen from `cs` (null: geocentric).
+    // `network` outlives the builder. The scene is `cs` (null: geocentric).
     DtNetworkBuilder(const Coordinate_System* cs, DtVectorNetwork& network);
     ~DtNetworkBuilder();
     DtNetworkBuilder(const DtNetworkBuilder&) = delete;
     DtNetworkBuilder& operator=(const DtNetworkBuilder&) = delete;
 
-    // Adds the layer's objects; false with the reason in `problem`.
+    // Adds the layer's objects; false with the reason in `problem`. A layer without
+    // geometry (an attribute table) adds nothing and is no failure.
     bool addLayer(OGRLayer& layer, std::string& problem);
+
+    // What a user must know of the load so far, one sentence each: features left out,
+    // ids the engine cannot hold, heights not taken through their vertical datum.
+    std::vector<std::string> notes() const;
 
 private:
     class Impl;

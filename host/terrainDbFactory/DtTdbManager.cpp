@@ -2,19 +2,14 @@
 
 #include "terrainDbFactory/DtNetworkBuilder.h"
 
-#include <gdal_priv.h>
-#include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
-#include <GeographicLib/Geocentric.hpp>
 #include <GeographicLib/UTMUPS.hpp>
 
+#include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <limits>
-#include <mutex>
-#include <unordered_map>
 #include <vector>
 
+#include "gdalsupport/DtGdalScope.h"
 #include "hxutil/DtNotify.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
@@ -22,32 +17,10 @@ using kelZor::DtCoordinateConverter;
 
 namespace {
 
-// GDAL's messages go nowhere while DtNotifyLevel is 0; the last one is kept for the
-// error text. The previous handler comes back on every path.
-class GdalMessages {
-public:
-    GdalMessages() {
-        static std::once_flag registered;
-        std::call_once(registered, [] { GDALAllRegister(); });
-        CPLPushErrorHandler(DtNotifyLevel > 0 ? CPLDefaultErrorHandler : CPLQuietErrorHandler);
-        CPLErrorReset();
-    }
-    ~GdalMessages() { CPLPopErrorHandler(); }
-    GdalMessages(const GdalMessages&) = delete;
-    GdalMessages& operator=(const GdalMessages&) = delete;
-
-    static std::string last() {
-        const char* message = CPLGetLastErrorMsg();
-        return message && *message ? message : "";
-    }
-};
-
-struct TransformDeleter {
-    void operator()(OGRCoordinateTransformation* t) const {
-        OGRCoordinateTransformation::DestroyCT(t);
-    }
-};
-using TransformPtr = std::unique_ptr<OGRCoordinateTransformation, TransformDeleter>;
+// GDAL prints while DtNotifyLevel is above 0.
+DtGdalMessages::Mode gdalMode() {
+    return DtNotifyLevel > 0 ? DtGdalMessages::Printed : DtGdalMessages::Quiet;
+}
 
 std::string lowerExtension(const DtFilename& file) {
     return file.extension().toLower().stdString();
@@ -79,34 +52,39 @@ std::string openProblem(const DtFilename& file) {
 }
 
 GDALDatasetUniquePtr open(const DtFilename& file, unsigned flags, std::string& problem) {
+    DtGdalRegisterOnce();
     GDALDatasetUniquePtr dataset(static_cast<GDALDataset*>(
         GDALOpenEx(file.c_str(), flags | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
     if (!dataset) {
-        const std::string reason = GdalMessages::last();
+        const std::string reason = DtGdalMessages::last();
         problem = "not a terrain source this loader reads" + (reason.empty() ? "" : ": " + reason);
     }
     return dataset;
 }
 
-OGRSpatialReference wgs84() {
-    OGRSpatialReference srs;
-    srs.SetWellKnownGeogCS("WGS84");
-    srs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    return srs;
-}
-
 // Longitude and latitude, degrees, of (x, y) in `srs`; false when OGR cannot say.
 bool toWgs84(const OGRSpatialReference& srs, double x, double y, double& lon, double& lat) {
-    const OGRSpatialReference target = wgs84();
-    TransformPtr transform(OGRCreateCoordinateTransformation(&srs, &target));
+    const OGRSpatialReference target = DtWgs84();
+    DtTransformPtr transform(OGRCreateCoordinateTransformation(&srs, &target));
     if (!transform || !transform->Transform(1, &x, &y))
         return false;
     lon = x;
     lat = y;
-    return std::isfinite(lon) && std::isfinite(lat);
+    return std::isfinite(lon) && std::fabs(lat) <= 90.0;
 }
 
 // ------------------------------------------------------------------ coordinate systems
+
+// The zone as the terrain database names it: negative in the southern hemisphere.
+long signedZone(int zone, bool north) {
+    return north ? zone : -zone;
+}
+
+Coordinate_System* utmAt(double lat, double lon, long zone) {
+    return new DtUtmCS(DtCoordinateConverter::convertToDmsLat(lat),
+                       DtCoordinateConverter::convertToDmsLon(lon), DtUtmCS::OriginInArea, zone,
+                       false, 0.0, 0.9996);
+}
 
 Coordinate_System* dtedSystem(const DtFilename& file, std::string& problem) {
     GDALDatasetUniquePtr dataset = open(file, GDAL_OF_RASTER, problem);
@@ -130,35 +108,61 @@ Coordinate_System* dtedSystem(const DtFilename& file, std::string& problem) {
         return nullptr;
     }
     const int zone = GeographicLib::UTMUPS::StandardZone(lat, lon);
-    return new DtUtmCS(DtCoordinateConverter::convertToDmsLat(lat),
-                       DtCoordinateConverter::convertToDmsLon(lon), 0, zone, false, 0.0, 0.9996);
+    return utmAt(lat, lon, signedZone(zone, lat >= 0.0));
 }
 
-// The centre of the layer's extent as the header or layer definition gives it.
+// The centre of the layer's extent as the header or layer definition gives it; false for
+// a layer without features, whose header extent is no place.
 bool extentCentre(OGRLayer& layer, double& x, double& y) {
     OGREnvelope envelope;
-    if (layer.GetExtent(&envelope, FALSE) != OGRERR_NONE)
+    if (layer.GetFeatureCount(FALSE) == 0 || layer.GetExtent(&envelope, FALSE) != OGRERR_NONE)
         return false;
     x = (envelope.MinX + envelope.MaxX) / 2.0;
     y = (envelope.MinY + envelope.MaxY) / 2.0;
     return std::isfinite(x) && std::isfinite(y);
 }
 
+// The hemisphere is the system's (the zone's sign says it); the origin is where the data
+// lie, or the zone's central meridian on the equator. A northern origin stays north of
+// the equator, since a positive zone takes its hemisphere from the origin.
 Coordinate_System* utmSystem(const OGRSpatialReference& srs, OGRLayer& layer, int zone,
                              bool north) {
-    // The zone's own central meridian on the equator, unless the extent says better.
     double lon = -183.0 + 6.0 * zone;
-    double lat = north ? 0.0 : -1e-9;
+    double lat = 0.0;
     double x = 0.0, y = 0.0;
     if (extentCentre(layer, x, y)) {
         double centreLon = 0.0, centreLat = 0.0;
         if (toWgs84(srs, x, y, centreLon, centreLat)) {
             lon = centreLon;
-            lat = centreLat;
+            lat = north ? std::max(centreLat, 0.0) : centreLat;
         }
     }
-    return new DtUtmCS(DtCoordinateConverter::convertToDmsLat(lat),
-                       DtCoordinateConverter::convertToDmsLon(lon), 0, zone, false, 0.0, 0.9996);
+    return utmAt(lat, lon, signedZone(zone, north));
+}
+
+// Angles of a projection in Greenwich degrees, whatever the system's prime meridian.
+double meridianOf(const OGRSpatialReference& srs, const char* parameter) {
+    return srs.GetNormProjParm(parameter, 0.0) + srs.GetPrimeMeridian();
+}
+
+// A Lambert cone by its origin and two standard parallels; the one-parallel form with a
+// scale factor is the same cone with two (OGR converts), so no scale is dropped.
+Coordinate_System* lambertSystem(const OGRSpatialReference& srs, const std::string& projection) {
+    std::unique_ptr<OGRSpatialReference> twoParallels;
+    const OGRSpatialReference* cone = &srs;
+    if (projection == SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP &&
+        srs.GetNormProjParm(SRS_PP_SCALE_FACTOR, 1.0) != 1.0) {
+        twoParallels.reset(srs.convertToOtherProjection(SRS_PT_LAMBERT_CONFORMAL_CONIC_2SP));
+        if (twoParallels)
+            cone = twoParallels.get();
+    }
+    const double originLat = cone->GetNormProjParm(SRS_PP_LATITUDE_OF_ORIGIN, 0.0);
+    const double originLon = meridianOf(*cone, SRS_PP_CENTRAL_MERIDIAN);
+    if (cone == &srs && projection == SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP)
+        return new DtLambertConformalCS(originLat, originLon, originLat, originLat);
+    return new DtLambertConformalCS(originLat, originLon,
+                                    cone->GetNormProjParm(SRS_PP_STANDARD_PARALLEL_1, originLat),
+                                    cone->GetNormProjParm(SRS_PP_STANDARD_PARALLEL_2, originLat));
 }
 
 Coordinate_System* projectedSystem(const OGRSpatialReference& srs, OGRLayer& layer) {
@@ -167,17 +171,12 @@ Coordinate_System* projectedSystem(const OGRSpatialReference& srs, OGRLayer& lay
         return utmSystem(srs, layer, zone, north != 0);
     const char* projection = srs.GetAttrValue("PROJECTION");
     const std::string name = projection ? projection : "";
-    const double originLat = srs.GetNormProjParm(SRS_PP_LATITUDE_OF_ORIGIN, 0.0);
-    const double originLon = srs.GetNormProjParm(SRS_PP_CENTRAL_MERIDIAN, 0.0);
-    if (name == SRS_PT_LAMBERT_CONFORMAL_CONIC_2SP) {
-        return new DtLambertConformalCS(originLat, originLon,
-                                        srs.GetNormProjParm(SRS_PP_STANDARD_PARALLEL_1, originLat),
-                                        srs.GetNormProjParm(SRS_PP_STANDARD_PARALLEL_2, originLat));
+    if (name == SRS_PT_LAMBERT_CONFORMAL_CONIC_2SP || name == SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP)
+        return lambertSystem(srs, name);
+    if (name == SRS_PT_EQUIRECTANGULAR) {
+        return new DtFlatEarthCS(DtDeg2Rad(srs.GetNormProjParm(SRS_PP_LATITUDE_OF_ORIGIN, 0.0)),
+                                 DtDeg2Rad(meridianOf(srs, SRS_PP_CENTRAL_MERIDIAN)), false, 0.0);
     }
-    if (name == SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP)
-        return new DtLambertConformalCS(originLat, originLon, originLat, originLat);
-    if (name == SRS_PT_EQUIRECTANGULAR)
-        return new DtFlatEarthCS(DtDeg2Rad(originLat), DtDeg2Rad(originLon), false, 0.0);
     const char* own = srs.GetName();
     return new Coordinate_System(Coordinate_System::OtherProjected, DtString(own ? own : name));
 }
@@ -187,6 +186,7 @@ Coordinate_System* vectorSystem(const DtFilename& file, std::string& problem) {
     if (!dataset)
         return nullptr;
     for (OGRLayer* layer : dataset->GetLayers()) {
+        // An attribute table has no place, and so no system.
         const OGRSpatialReference* srs = layer ? layer->GetSpatialRef() : nullptr;
         if (!srs)
             continue;
@@ -211,7 +211,7 @@ DtTdbManager::~DtTdbManager() = default;
 
 Coordinate_System* DtTdbManager::coordinateSystemFrom(const DtFilename& file, const DtFilename&,
                                                       DtString* error) {
-    GdalMessages messages;
+    const DtGdalMessages messages(gdalMode());
     std::string problem = openProblem(file);
     Coordinate_System* system = nullptr;
     if (problem.empty()) {
@@ -226,7 +226,7 @@ Coordinate_System* DtTdbManager::coordinateSystemFrom(const DtFilename& file, co
 bool DtTdbManager::loadFor3DVisualization(const DtFilename& file, Coordinate_System* cs,
                                           DtString* error) {
     database_.reset();
-    GdalMessages messages;
+    const DtGdalMessages messages(gdalMode());
     std::string problem = openProblem(file);
     if (!problem.empty()) {
         setError(error, file, problem);
@@ -257,9 +257,16 @@ bool DtTdbManager::loadFor3DVisualization(const DtFilename& file, Coordinate_Sys
                 return false;
             }
         }
+        tellNotes(file, builder.notes());
     }
     network->finishBuilding();
     database_ = std::make_unique<DtTerrainDatabase>(std::move(network),
                                                     std::unique_ptr<Coordinate_System>(cs));
     return true;
+}
+
+void DtTdbManager::tellNotes(const DtFilename& file, const std::vector<std::string>& notes) {
+    // Whatever DtNotifyLevel says: what a load left out is part of its answer.
+    for (const std::string& note : notes)
+        DtWarn << file.stdString() << ": " << note << std::endl;
 }

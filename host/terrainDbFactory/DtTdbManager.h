@@ -8,11 +8,15 @@
 //   if (manager.loadFor3DVisualization(DtFilename("roads.shp"), cs, &error))
 //       walk(*manager.terrainDatabase()->vectorNetwork());
 //
-// While DtNotifyLevel is 0 neither the loader nor GDAL writes anything; the reason of a
-// failure is in the error text either way.
+// While DtNotifyLevel is 0 GDAL writes nothing; the reason of a failure is in the error
+// text either way. What a load that worked had to leave out (features the scene cannot
+// hold, ids beyond 32 bits, heights not taken through their vertical datum) is written to
+// DtWarn whatever the level, one line per kind naming the file: it is part of the answer.
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "gdb/DtVectorNetwork.h"
 #include "hxutil/DtFilename.h"
@@ -59,5 +63,6 @@ public:
     virtual DtTerrainDatabase* terrainDatabase() const { return database_.get(); }
 
 private:
+    static void tellNotes(const DtFilename& file, const std::vector<std::string>& notes);
     std::unique_ptr<DtTerrainDatabase> database_;
 };

@@ -4,6 +4,7 @@
 #include <GeographicLib/Constants.hpp>
 #include <GeographicLib/Geocentric.hpp>
 #include <GeographicLib/LambertConformalConic.hpp>
+#include <GeographicLib/TransverseMercator.hpp>
 #include <GeographicLib/UTMUPS.hpp>
 
 #include <cmath>
@@ -180,14 +181,81 @@ std::unique_ptr<DtFlatEarthCoordinateConverter> DtFlatEarthCoordinateConverter::
 
 // ---------------------------------------------------------------- UTM
 
+namespace {
+
+constexpr double UtmFalseEasting = 500000.0;
+constexpr double UtmSouthFalseNorthing = 10000000.0;
+
+bool isUtmZone(long zone) {
+    return zone >= GeographicLib::UTMUPS::MINUTMZONE && zone <= GeographicLib::UTMUPS::MAXUTMZONE;
+}
+
+double centralMeridian(int zone) {
+    return 6.0 * zone - 183.0;
+}
+
+[[noreturn]] void throwOutside(const char* what) {
+    DtThrowInvalidInput(std::string("position outside the UTM zone's projection: ") + what);
+}
+
+}  // namespace
+
+bool DtUtmCoordinateConverter::project(int zone, bool north, double latDeg, double lonDeg,
+                                       double& easting, double& northing) {
+    if (!(std::fabs(latDeg) <= 90.0) || !std::isfinite(lonDeg))
+        return false;
+    if (isUtmZone(zone)) {
+        // Not UTMUPS::Forward: its range check refuses a country-wide layer that reaches
+        // beyond the zone's band, where the zone's projection is still defined.
+        GeographicLib::TransverseMercator::UTM().Forward(centralMeridian(zone), latDeg, lonDeg,
+                                                         easting, northing);
+        easting += UtmFalseEasting;
+        northing += north ? 0.0 : UtmSouthFalseNorthing;
+    } else {
+        try {
+            int unused;
+            bool northp;
+            GeographicLib::UTMUPS::Forward(latDeg, lonDeg, unused, northp, easting, northing,
+                                           GeographicLib::UTMUPS::UPS);
+            if (northp != north)
+                return false;  // the other pole's system
+        } catch (const GeographicLib::GeographicErr&) {
+            return false;
+        }
+    }
+    return std::isfinite(easting) && std::isfinite(northing);
+}
+
+bool DtUtmCoordinateConverter::unproject(int zone, bool north, double easting, double northing,
+                                         double& latDeg, double& lonDeg) {
+    if (!std::isfinite(easting) || !std::isfinite(northing))
+        return false;
+    if (isUtmZone(zone)) {
+        GeographicLib::TransverseMercator::UTM().Reverse(
+            centralMeridian(zone), easting - UtmFalseEasting,
+            northing - (north ? 0.0 : UtmSouthFalseNorthing), latDeg, lonDeg);
+    } else {
+        try {
+            GeographicLib::UTMUPS::Reverse(GeographicLib::UTMUPS::UPS, north, easting, northing,
+                                           latDeg, lonDeg);
+        } catch (const GeographicLib::GeographicErr&) {
+            return false;
+        }
+    }
+    return std::isfinite(latDeg) && std::isfinite(lonDeg);
+}
+
 DtUtmCoordinateConverter::DtUtmCoordinateConverter() {
     init(31, 'N', false);
 }
 
 void DtUtmCoordinateConverter::setZone(long zone, bool haveOrigin) {
     zone_ = static_cast<int32_t>(zone);
-    if (zone >= GeographicLib::UTMUPS::MINUTMZONE && zone <= GeographicLib::UTMUPS::MAXUTMZONE) {
+    if (isUtmZone(zone)) {
         effectiveZone_ = static_cast<int>(zone);
+    } else if (isUtmZone(-zone)) {
+        effectiveZone_ = static_cast<int>(-zone);
+        hemisphere_ = 'S';
     } else if (haveOrigin && std::fabs(originLatDeg_) <= 90.0 && std::isfinite(originLonDeg_)) {
         effectiveZone_ = GeographicLib::UTMUPS::StandardZone(originLatDeg_, originLonDeg_);
     } else {
@@ -208,10 +276,11 @@ void DtUtmCoordinateConverter::init(double falseOriginX, double falseOriginY, do
     applyFalseOrigin_ = applyFalseOrigin;
     ellipsoidCode_ = 0;
     setZone(zone, false);
-    // Without an origin of its own, the zone's central meridian on the equator is one.
-    originLatDeg_ = 0.0;
-    originLonDeg_ =
-        effectiveZone_ == GeographicLib::UTMUPS::UPS ? 0.0 : 6.0 * effectiveZone_ - 183.0;
+    // Without an origin of its own, the zone's central meridian on the equator is one;
+    // for UPS, the pole.
+    const bool ups = effectiveZone_ == GeographicLib::UTMUPS::UPS;
+    originLatDeg_ = ups ? (hemisphere_ == 'N' ? 90.0 : -90.0) : 0.0;
+    originLonDeg_ = ups ? 0.0 : centralMeridian(effectiveZone_);
 }
 
 void DtUtmCoordinateConverter::init(double latitude, double longitude, long zone,
@@ -230,6 +299,36 @@ void DtUtmCoordinateConverter::init(const DtDegMinSec& latitude, const DtDegMinS
     init(latitude.toDegrees(), longitude.toDegrees(), zone, ellipsoidCode);
 }
 
+bool DtUtmCoordinateConverter::hasFrameOrigin() const {
+    return applyFalseOrigin_ && (falseOrigin_[0] != 0.0 || falseOrigin_[1] != 0.0);
+}
+
+uint8_t DtUtmCoordinateConverter::originPlacement() const {
+    return hasFrameOrigin() ? OriginAtFrameZero : OriginInArea;
+}
+
+int32_t DtUtmCoordinateConverter::signedZone() const {
+    return hemisphere_ == 'S' ? -effectiveZone_ : effectiveZone_;
+}
+
+// The height of the false origin has no place in the terrain database's system: only its
+// easting and northing reach a load.
+DtDegMinSec DtUtmCoordinateConverter::frameOriginLatitude() const {
+    double lat = originLatDeg_, lon = originLonDeg_;
+    if (hasFrameOrigin() &&
+        !unproject(effectiveZone_, hemisphere_ == 'N', falseOrigin_[0], falseOrigin_[1], lat, lon))
+        lat = std::nan("");
+    return convertToDmsLat(lat);
+}
+
+DtDegMinSec DtUtmCoordinateConverter::frameOriginLongitude() const {
+    double lat = originLatDeg_, lon = originLonDeg_;
+    if (hasFrameOrigin() &&
+        !unproject(effectiveZone_, hemisphere_ == 'N', falseOrigin_[0], falseOrigin_[1], lat, lon))
+        lon = std::nan("");
+    return convertToDmsLon(lon);
+}
+
 std::string DtUtmCoordinateConverter::stringRep() const {
     return joinNumbers({num(originLatDeg_), num(originLonDeg_), std::to_string(zone_),
                         std::to_string(effectiveZone_), std::string(1, hemisphere_),
@@ -241,16 +340,10 @@ void DtUtmCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64& cig
     double lat, lon, h;
     geodeticOf(geoc, lat, lon, h);
     double easting, northing;
-    try {
-        int zone;
-        bool northp;
-        GeographicLib::UTMUPS::Forward(lat, lon, zone, northp, easting, northing, effectiveZone_);
-        // Northing in the converter's hemisphere even for points across the equator.
-        GeographicLib::UTMUPS::Transfer(zone, northp, easting, northing, effectiveZone_,
-                                        hemisphere_ == 'N', easting, northing, zone);
-    } catch (const GeographicLib::GeographicErr& error) {
-        DtThrowInvalidInput(std::string("position outside the UTM zone: ") + error.what());
-    }
+    // Northings stay in the converter's hemisphere even for points across the equator.
+    if (!std::isfinite(h) ||
+        !project(effectiveZone_, hemisphere_ == 'N', lat, lon, easting, northing))
+        throwOutside("no finite easting and northing");
     if (applyFalseOrigin_) {
         easting -= falseOrigin_[0];
         northing -= falseOrigin_[1];
@@ -269,12 +362,9 @@ void DtUtmCoordinateConverter::cigToGeodetic(const DtVector64& cig, double& latD
         northing += falseOrigin_[1];
         height += falseOrigin_[2];
     }
-    try {
-        GeographicLib::UTMUPS::Reverse(effectiveZone_, hemisphere_ == 'N', easting, northing,
-                                       latDeg, lonDeg);
-    } catch (const GeographicLib::GeographicErr& error) {
-        DtThrowInvalidInput(std::string("position outside the UTM zone: ") + error.what());
-    }
+    if (!std::isfinite(height) ||
+        !unproject(effectiveZone_, hemisphere_ == 'N', easting, northing, latDeg, lonDeg))
+        throwOutside("no finite latitude and longitude");
 }
 
 void DtUtmCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {

@@ -13,8 +13,9 @@
 //   DtCoordinateSystem system(DtCoordinateConverter::UTM, utm.stringRep());
 // The UTM and flat-earth texts both begin "<latitude>,<longitude>," in degrees.
 //
-// Conversions that the projection cannot make (a point far outside a UTM zone, a
-// Lambert set-up with impossible parallels) throw DtTemplatedException<-1>.
+// Conversions that the projection cannot make (a point on a UTM zone's singular meridians,
+// 90 degrees from its centre on the equator; a Lambert set-up with impossible parallels;
+// a position that is not finite) throw DtTemplatedException<-1>.
 #pragma once
 
 #include <cstdint>
@@ -122,6 +123,12 @@ private:
 
 class DtUtmCoordinateConverter : public DtCoordinateConverter {
 public:
+    // What the two angles the terrain database is given (frameOriginLatitude/Longitude)
+    // stand for: a place in the system's area, its frame being plain easting and
+    // northing; or the place of the frame's (0, 0), its frame being easting and northing
+    // less those of that place (a scene with a false origin).
+    enum OriginPlacement : uint8_t { OriginInArea = 0, OriginAtFrameZero = 1 };
+
     DtUtmCoordinateConverter();
     const char* type() const override { return UTM; }
 
@@ -131,19 +138,31 @@ public:
     virtual void init(long zone, char hemisphere, bool applyFalseOrigin);
     virtual void init(double falseOriginX, double falseOriginY, double falseOriginZ, long zone,
                       char hemisphere, bool applyFalseOrigin);
-    // Origin in degrees; the hemisphere is the origin's. `ellipsoidCode` is kept and
-    // reported; 0 is WGS84, the only ellipsoid this host computes on.
+    // Origin in degrees. Zone 1..60 is that zone in the origin's hemisphere; -1..-60 is
+    // that zone in the southern hemisphere whatever the origin's latitude (OpenFlight's
+    // and the terrain database's way of naming a southern zone); any other, the standard
+    // zone of the origin. `ellipsoidCode` is kept and reported; 0 is WGS84, the only
+    // ellipsoid this host computes on.
     virtual void init(double latitude, double longitude, long zone, int ellipsoidCode);
     virtual void init(const DtDegMinSec& latitude, const DtDegMinSec& longitude, long zone,
                       int ellipsoidCode);
 
-    virtual uint8_t ellipsoidCode() const { return ellipsoidCode_; }
-    // The zone given to init, which may be out of range; effectiveZone() is used.
-    virtual int32_t zone() const { return zone_; }
+    // What the terrain database is told of the frame, in this order of the table: how the
+    // angles place it, the zone (negative in the southern hemisphere; 0 for UPS, whose
+    // hemisphere is the angles'), and the two angles.
+    virtual uint8_t originPlacement() const;
+    virtual int32_t signedZone() const;
     virtual char hemisphere() const { return hemisphere_; }
-    virtual DtDegMinSec originLatitude() const { return convertToDmsLat(originLatDeg_); }
-    virtual DtDegMinSec originLongitude() const { return convertToDmsLon(originLonDeg_); }
+    virtual DtDegMinSec frameOriginLatitude() const;
+    virtual DtDegMinSec frameOriginLongitude() const;
+
+    uint8_t ellipsoidCode() const { return ellipsoidCode_; }
+    // The zone given to init, which may be out of range; effectiveZone() is used.
+    int32_t zone() const { return zone_; }
     int effectiveZone() const { return effectiveZone_; }
+    // The origin init was given (or the zone's central meridian on the equator).
+    DtDegMinSec originLatitude() const { return convertToDmsLat(originLatDeg_); }
+    DtDegMinSec originLongitude() const { return convertToDmsLon(originLonDeg_); }
 
     // "<lat>,<lon>,<zone>,<effective zone>,<N|S>,<fx>,<fy>,<fz>,<0|1>,<ellipsoid>"
     std::string stringRep() const override;
@@ -153,10 +172,19 @@ public:
                        double& height) const override;
     bool zIsHeight() const override { return true; }
 
+    // Easting and northing of a geodetic position in a zone (1..60, transverse Mercator
+    // with the zone's constants wherever it is defined, also beyond the zone's band; 0,
+    // UPS) and hemisphere; false where the projection has no finite answer.
+    static bool project(int zone, bool north, double latDeg, double lonDeg, double& easting,
+                        double& northing);
+    static bool unproject(int zone, bool north, double easting, double northing, double& latDeg,
+                          double& lonDeg);
+
     static std::unique_ptr<DtUtmCoordinateConverter> fromStringRep(const std::string& rep);
 
 private:
     void setZone(long zone, bool haveOrigin);
+    bool hasFrameOrigin() const;
     double originLatDeg_ = 0.0;
     double originLonDeg_ = 0.0;
     int32_t zone_ = 0;

@@ -7,11 +7,11 @@ namespace kelZor {
 namespace {
 
 Coordinate_System* utmSystem(const DtUtmCoordinateConverter& converter) {
-    const long zone = converter.zone();
-    const int ellipsoid = converter.ellipsoidCode();
-    const DtDegMinSec longitude = converter.originLongitude();
-    const DtDegMinSec latitude = converter.originLatitude();
-    return new DtUtmCS(latitude, longitude, ellipsoid, zone, false, 0.0, 0.9996);
+    const long zone = converter.signedZone();
+    const int placement = converter.originPlacement();
+    const DtDegMinSec longitude = converter.frameOriginLongitude();
+    const DtDegMinSec latitude = converter.frameOriginLatitude();
+    return new DtUtmCS(latitude, longitude, placement, zone, false, 0.0, 0.9996);
 }
 
 Coordinate_System* lambertSystem(const DtLambertCoordinateConverter& converter) {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "hxutil/DtNotify.h"
 #include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
+#include "zorCore/DtHeaderParser.h"
 #include "zorTerrain/DtTdbFeatureAdder.h"
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
 #include "zorTerrain/DtTdbToolCoordSysFactory.h"
@@ -285,5 +287,82 @@ TEST(FieldValueReader, freePointsOfSeveralFilesGatherInOneMap) {
                                     dir.file("missing.shp") + ": "),
               std::string::npos)
         << engine.log.str();
+    DtNotifyLevel = 0;
+}
+
+// A southern scene as the parsers answer one (origin on the equator, hemisphere S: here
+// the WKT parser's answer for the sample harbour) and one with a false origin applied: a
+// feature lands in the scene's own frame, GeographicLib's easting and northing less the
+// false origin (gdaltransform -s_srs EPSG:4326 -t_srs EPSG:32733: 15 -10 gives 500000
+// 8894587.5087; 14.9 -10.2 gives 489047.2121 8872472.9783).
+TEST(FeatureAdder, southernAndFalseOriginScenesHoldTheirFeatures) {
+    TempDir dir;
+    ASSERT_TRUE(writeVector(dir.file("coast.geojson"), srsFromEpsg(4326).get(),
+                            {{"POINT (15 -10)", {{"ECC", "BD030"}}, {}, {}},
+                             {"LINESTRING (15 -10,14.9 -10.2)", {{"ECC", "BA010"}}, {}, {}}},
+                            "GeoJSON", "coast", wkbUnknown));
+    Engine parsers;
+    std::unique_ptr<DtHeaderParser> harbour(
+        DtHeaderParserFactory::instance(parsers.de)
+            .createHeaderParser(std::string(ZOR_SAMPLE_DIR) + "/harbour_utm33s.osg"));
+    ASSERT_TRUE(harbour && harbour->isValid());
+    DtUtmCoordinateConverter shifted;
+    shifted.init(498000.0, 8894000.0, 25.0, 33, 'S', true);
+    const struct {
+        DtCoordinateSystem scene;
+        double dx, dy;
+    } cases[] = {
+        {DtCoordinateSystem(harbour->terrainCoordinateSystem(),
+                            harbour->terrainCoordinateSystemParameters()),
+         0.0, 0.0},
+        {DtCoordinateSystem(DtCoordinateConverter::UTM, shifted.stringRep()), 498000.0, 8894000.0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.scene.converter()->stringRep());
+        Engine engine;
+        engine.de.sharedState().coordinateSystem() = c.scene;
+        DtFeatureLayer layer(dir.file("coast.geojson"));
+        engine.addFeatures(layer);
+        EXPECT_TRUE(engine.de.reportedErrors().empty()) << engine.log.str();
+        ASSERT_EQ(layer.featureSet().count(DtFeature::Point), 1u);
+        ASSERT_EQ(layer.featureSet().count(DtFeature::Linear), 1u);
+        std::vector<DtVector64> at;
+        layer.featureSet().forEach([&](const DtPointFeature& f) { at.push_back(f.location()); },
+                                   [&](const DtEdgeFeature& f) {
+                                       at.insert(at.end(), f.vertices().begin(),
+                                                 f.vertices().end());
+                                   },
+                                   [](const DtArealFeature&) {});
+        ASSERT_EQ(at.size(), 3u);
+        const double expected[][2] = {
+            {500000.0, 8894587.5087}, {500000.0, 8894587.5087}, {489047.2121, 8872472.9783}};
+        for (size_t i = 0; i < 3; ++i) {
+            EXPECT_NEAR(at[i].x(), expected[i][0] - c.dx, 1e-3);
+            EXPECT_NEAR(at[i].y(), expected[i][1] - c.dy, 1e-3);
+        }
+    }
+}
+
+namespace {
+struct ThrowingWalk : DtTdbFeatureAdder {
+    using DtTdbFeatureAdder::DtTdbFeatureAdder;
+    void addFeaturesFromVectorNetwork(const DtVectorNetwork&, DtFeatureLayer&) override {
+        throw std::runtime_error("walk failed");
+    }
+};
+}  // namespace
+
+// The level the adders set for the engine's libraries comes back on every path, an
+// exception of a subclass's walk included.
+TEST(FeatureAdder, theNotifyLevelComesBackWhenTheWalkThrows) {
+    TempDir dir;
+    ASSERT_TRUE(writeVector(dir.file("p.shp"), srsFromEpsg(4326).get(),
+                            {{"POINT (-75 42)", {{"ECC", "AL015"}}, {}, {}}}));
+    Engine engine;
+    ThrowingWalk adder(engine.de);
+    DtFeatureLayer layer(dir.file("p.shp"));
+    DtNotifyLevel = 3;
+    EXPECT_THROW(adder.addFeatures(layer), std::runtime_error);
+    EXPECT_EQ(DtNotifyLevel, 3);
     DtNotifyLevel = 0;
 }

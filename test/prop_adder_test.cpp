@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -108,12 +109,18 @@ double gdalBilinear(const std::string& path, double lon, double lat) {
     return value;
 }
 
-// The heading of a prop in a projected scene: its turn about z, in degrees.
-double turnAboutZ(const kelArchives::DtPropRecord& record) {
+// The model's axes (x right, y forward, z up) in the scene.
+Eigen::Matrix3d axesOf(const kelArchives::DtPropRecord& record) {
     const double* q = record.orientation();
-    EXPECT_NEAR(q[0], 0.0, 1e-12);
-    EXPECT_NEAR(q[1], 0.0, 1e-12);
-    double degrees = 2.0 * std::atan2(q[2], q[3]) * 180.0 / M_PI;
+    return Eigen::Quaterniond(q[3], q[0], q[1], q[2]).toRotationMatrix();
+}
+
+// The heading of a prop in a projected scene: its forward axis from grid north towards
+// east, in degrees; its up axis must be the scene's.
+double gridHeading(const kelArchives::DtPropRecord& record) {
+    const Eigen::Matrix3d axes = axesOf(record);
+    EXPECT_LT((axes.col(2) - Eigen::Vector3d::UnitZ()).norm(), 1e-12);
+    double degrees = std::atan2(axes(0, 1), axes(1, 1)) * 180.0 / M_PI;
     return degrees < -1e-9 ? degrees + 360.0 : degrees;
 }
 
@@ -153,7 +160,7 @@ TEST(PropAdder, propsStandOnGdalsBilinearHeightAtGeographicLibsEastingAndNorthin
         EXPECT_NEAR(record.position()[0], x, 1e-3);
         EXPECT_NEAR(record.position()[1], y, 1e-3);
         EXPECT_NEAR(record.position()[2], gdalBilinear(cell, lonLat[i][0], lonLat[i][1]), 0.01);
-        EXPECT_NEAR(turnAboutZ(record), std::fmod(headings[i], 360.0), 1e-9);
+        EXPECT_NEAR(gridHeading(record), std::fmod(headings[i], 360.0), 1e-9);
     }
     // 730 became 370, a turn past the full circle: the other sign of the same rotation.
     EXPECT_GT(engine.layer.prop(1).record().orientation()[3], 0.0);
@@ -187,10 +194,9 @@ TEST(PropAdder, inAGeocentricSceneHeadingsFollowTheLocalFrame) {
         EXPECT_NEAR(record.position()[2], Z, 1e-3);
         const Eigen::Matrix3d enu =
             Eigen::Map<Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(m.data());
-        const double* q = record.orientation();
-        const Eigen::Matrix3d turn = Eigen::Quaterniond(q[3], q[0], q[1], q[2]).toRotationMatrix();
-        const Eigen::Vector3d forward = turn * Eigen::Vector3d::UnitX();
-        const Eigen::Vector3d up = turn * -Eigen::Vector3d::UnitZ();
+        const Eigen::Matrix3d turn = axesOf(record);
+        const Eigen::Vector3d forward = turn * Eigen::Vector3d::UnitY();
+        const Eigen::Vector3d up = turn * Eigen::Vector3d::UnitZ();
         const Eigen::Vector3d expectedForward = i == 0 ? enu.col(0) : enu.col(1);  // east, north
         EXPECT_LT((forward - expectedForward).norm(), 1e-9) << forward.transpose();
         EXPECT_LT((up - enu.col(2)).norm(), 1e-9) << up.transpose();
@@ -229,8 +235,8 @@ TEST(PropAdder, theWalkReportsEachUnknownModelAndCountsTheFailures) {
     engine.addProps(dir.file("trees.shp"), rule({{"HDGT", "45.9"}}, "tree", "HDGT"));
     engine.addProps(dir.file("trees.shp"), rule({{"HDGT", "45.9"}}, "tree", ""));
     ASSERT_EQ(engine.layer.numProps(), 2u);
-    EXPECT_NEAR(turnAboutZ(engine.layer.prop(0).record()), 45.0, 1e-9);
-    EXPECT_NEAR(turnAboutZ(engine.layer.prop(1).record()), 0.0, 1e-9);
+    EXPECT_NEAR(gridHeading(engine.layer.prop(0).record()), 45.0, 1e-9);
+    EXPECT_NEAR(gridHeading(engine.layer.prop(1).record()), 0.0, 1e-9);
 
     // A file that does not load: code 6 with the flag false, the warning, nothing else.
     engine.de.clearReportedErrors();
@@ -269,4 +275,84 @@ TEST(PropAdder, validPointsAreOffTheOriginAndFitAFloat) {
     EXPECT_FALSE(probe.validPoint(DtPoint(1.0, std::nan(""), 1.0)));
     EXPECT_FALSE(probe.validPoint(DtPoint(1.0, 1.0, -INFINITY)));
     EXPECT_TRUE(probe.validPoint(DtPoint(3e38, -3e38, 1.0)));
+}
+
+// One convention in every scene kind: a prop with heading h has its forward axis (the
+// model's y) at azimuth h from north towards east, grid north in a projected scene and
+// GeographicLib's local north in a geocentric one, and its up axis (the model's z) along
+// the local vertical. A heading of 730 is brought once into range, to 370: the same turn
+// as 10 with the other sign.
+TEST(PropAdder, headingsFaceTheSameWayInEverySceneKind) {
+    TempDir dir;
+    ASSERT_TRUE(writeVector(
+        dir.file("trees.shp"), srsFromEpsg(4326).get(),
+        {tree(9.1, 45.2, 30), tree(9.3, 45.4, 10), tree(9.3, 45.4, 730), tree(9.0, 44.9, 250)}));
+    const double expected[] = {30, 10, 10, 250};
+    auto lambert = std::make_unique<DtLambertCoordinateConverter>();
+    lambert->init(45.0, 9.0, 44.0, 46.0);
+    auto flat = std::make_unique<DtFlatEarthCoordinateConverter>();
+    flat->init(DtDeg2Rad(45.0), DtDeg2Rad(9.0));
+    std::vector<DtCoordinateSystem> scenes;
+    scenes.emplace_back(DtCoordinateConverter::UTM, "45,9,32,32,N,0,0,0,0,0");
+    scenes.emplace_back(std::move(lambert));
+    scenes.emplace_back(std::move(flat));
+    scenes.emplace_back();
+    for (const DtCoordinateSystem& scene : scenes) {
+        SCOPED_TRACE(scene.type());
+        Engine engine(false);
+        engine.de.sharedState().coordinateSystem() = scene;
+        engine.addProps(dir.file("trees.shp"), rule({{"ECC", "EC030"}}));
+        ASSERT_EQ(engine.layer.numProps(), 4u);
+        for (size_t i = 0; i < 4; ++i) {
+            SCOPED_TRACE(i);
+            const kelArchives::DtPropRecord& record = engine.layer.prop(i).record();
+            const Eigen::Matrix3d axes = axesOf(record);
+            Eigen::Vector3d north = Eigen::Vector3d::UnitY(), east = Eigen::Vector3d::UnitX();
+            Eigen::Vector3d up = Eigen::Vector3d::UnitZ();
+            if (scene.type() == DtCoordinateConverter::Geocentric) {
+                const double* p = record.position();
+                std::vector<double> m(9);
+                double lat, lon, h;
+                GeographicLib::Geocentric::WGS84().Reverse(p[0], p[1], p[2], lat, lon, h, m);
+                east = Eigen::Vector3d(m[0], m[3], m[6]);
+                north = Eigen::Vector3d(m[1], m[4], m[7]);
+                up = Eigen::Vector3d(m[2], m[5], m[8]);
+            }
+            const Eigen::Vector3d forward = axes.col(1);
+            double azimuth = std::atan2(forward.dot(east), forward.dot(north)) * 180.0 / M_PI;
+            azimuth = azimuth < -1e-9 ? azimuth + 360.0 : azimuth;
+            EXPECT_NEAR(azimuth, expected[i], 1e-9);
+            EXPECT_LT((axes.col(2) - up).norm(), 1e-9);
+        }
+        const double* q10 = engine.layer.prop(1).record().orientation();
+        const double* q370 = engine.layer.prop(2).record().orientation();
+        for (int k = 0; k < 4; ++k)
+            EXPECT_NEAR(q370[k], -q10[k], 1e-12);
+    }
+}
+
+namespace {
+// A scene whose converter fails once a prop is being made.
+struct FailingConverter : DtGeocentricCoordinateConverter {
+    DtVector64 upVector(const DtVector64&) const override {
+        throw std::runtime_error("no vertical here");
+    }
+};
+}  // namespace
+
+// An exception on the way out of the engine's libraries passes to the caller, with the
+// notify level given back and the prop begun for the node freed (the sanitizer build
+// checks the second).
+TEST(PropAdder, aFailureOnTheWayRestoresTheLevelAndLeaksNothing) {
+    TempDir dir;
+    ASSERT_TRUE(writeVector(dir.file("trees.shp"), srsFromEpsg(4326).get(), {tree(9.1, 45.2, 0)}));
+    Engine engine(false);
+    engine.de.sharedState().coordinateSystem() =
+        DtCoordinateSystem(std::make_unique<FailingConverter>());
+    DtNotifyLevel = 2;
+    EXPECT_THROW(engine.addProps(dir.file("trees.shp"), rule({{"ECC", "EC030"}})),
+                 std::runtime_error);
+    EXPECT_EQ(DtNotifyLevel, 2);
+    EXPECT_EQ(engine.layer.numProps(), 0u);
+    DtNotifyLevel = 0;
 }

@@ -14,6 +14,7 @@
 
 #include "TempDir.h"
 #include "VectorFiles.h"
+#include "ZorhostRun.h"
 #include "hxutil/DtNotify.h"
 #include "terrainDbFactory/DtTdbManager.h"
 
@@ -408,4 +409,110 @@ TEST(TerrainLoader, brokenFilesGiveALineAndNoDatabase) {
             EXPECT_EQ(manager.terrainDatabase(), nullptr);
         }
     }
+}
+
+// ------------------------------------------------------------------ layers as they come
+
+// A geodatabase or GeoPackage that also holds an attribute table loads: the table has no
+// place and is skipped, as the file systems' answer skips it.
+TEST(TerrainLoader, attributeTablesAreSkippedNotFatal) {
+    TempDir dir;
+    for (const char* driver : {"OpenFileGDB", "GPKG"}) {
+        SCOPED_TRACE(driver);
+        const std::string path =
+            dir.file(std::string("set.") + (driver[0] == 'G' ? "gpkg" : "gdb"));
+        ASSERT_TRUE(writeVector(path, nullptr, {}, driver, "codes", wkbNone));
+        ASSERT_TRUE(writeVector(path, srsFromEpsg(32632).get(),
+                                pointsAt({"POINT (500000 5000000)"}), driver, "sites", wkbPoint));
+        DtTdbManager manager;
+        DtString error;
+        ASSERT_TRUE(load(manager, path, std::make_unique<Coordinate_System>(false, 0.0), error))
+            << error.stdString();
+        EXPECT_EQ(manager.terrainDatabase()->vectorNetwork()->numNodes(), 1);
+        const auto system = systemOf(path);
+        ASSERT_NE(system, nullptr);
+        EXPECT_EQ(system->kind(), Coordinate_System::Utm);
+    }
+}
+
+// Italy in zone 32 reaches an easting of 1,279 km; the zone's projection holds there
+// (gdaltransform -s_srs EPSG:4326 -t_srs EPSG:32632: 18.5 40.1 gives 1310360.0604
+// 4482347.3724). Loaded from WGS84 into a zone 32 scene, and from the layer's own UTM.
+TEST(TerrainLoader, aCountryWideLayerLoadsIntoItsZone) {
+    TempDir dir;
+    ASSERT_TRUE(writeVector(dir.file("otranto.shp"), srsFromEpsg(4326).get(),
+                            pointsAt({"POINT (18.5 40.1)"})));
+    ASSERT_TRUE(writeVector(dir.file("otranto32.shp"), srsFromEpsg(32632).get(),
+                            pointsAt({"POINT (1310360.06042529 4482347.37239543)"})));
+    for (const char* name : {"otranto.shp", "otranto32.shp"}) {
+        SCOPED_TRACE(name);
+        DtTdbManager manager;
+        DtString error;
+        ASSERT_TRUE(load(
+            manager, dir.file(name),
+            std::make_unique<DtUtmCS>(DtDegMinSec::fromLatitude(42.0),
+                                      DtDegMinSec::fromLongitude(12.0), 0, 32, false, 0.0, 0.9996),
+            error))
+            << error.stdString();
+        const DtPoint& p = manager.terrainDatabase()->vectorNetwork()->node(0)->location();
+        EXPECT_NEAR(p.x(), 1310360.0604, 1e-3);
+        EXPECT_NEAR(p.y(), 4482347.3724, 1e-3);
+    }
+}
+
+// What cannot be placed (a latitude beyond the pole, the axes of a file swapped, an
+// infinity, a point on the projection's singular meridian) is left out whole, never a
+// NaN; the load says once how many, naming the first. Ids the engine cannot hold keep
+// their place but carry no DtFidCode, and are said too.
+TEST(TerrainLoader, whatCannotBePlacedIsLeftOutAndSaid) {
+    TempDir dir;
+    const std::string path = dir.write("odd.geojson", R"({"type": "FeatureCollection", "features": [
+      {"type": "Feature", "id": 1, "properties": {}, "geometry": {"type": "Point", "coordinates": [9, 45]}},
+      {"type": "Feature", "id": 2, "properties": {}, "geometry": {"type": "Point", "coordinates": [9, 91]}},
+      {"type": "Feature", "id": 3, "properties": {}, "geometry": {"type": "LineString", "coordinates": [[9, 45], [99, 0]]}},
+      {"type": "Feature", "id": 4, "properties": {}, "geometry": {"type": "MultiPoint", "coordinates": [[9.5, 45], [45, 120]]}},
+      {"type": "Feature", "id": 5, "properties": {}, "geometry": {"type": "Point", "coordinates": [9.5, 1e999]}},
+      {"type": "Feature", "id": 8589934592, "properties": {}, "geometry": {"type": "Point", "coordinates": [9.2, 45]}},
+      {"type": "Feature", "id": 2147483648, "properties": {}, "geometry": {"type": "Point", "coordinates": [9.3, 45]}}]})");
+    const auto utm32 = [] {
+        return std::make_unique<DtUtmCS>(DtDegMinSec::fromLatitude(45.0),
+                                         DtDegMinSec::fromLongitude(9.0), 0, 32, false, 0.0,
+                                         0.9996);
+    };
+    const WarnCapture warnings;
+    DtTdbManager manager;
+    DtString error;
+    ASSERT_TRUE(load(manager, path, utm32(), error)) << error.stdString();
+    const DtVectorNetwork& network = *manager.terrainDatabase()->vectorNetwork();
+    // Features 1 and the two whose ids are too wide stay; 3 (its far end on the equator 90
+    // degrees from zone 32's meridian, where the projection has no value) and 4 (a part
+    // beyond the pole) go whole.
+    std::vector<int> fids;
+    int withoutFid = 0;
+    for (int i = 0; i < network.numNodes(); ++i) {
+        const DtPoint& p = network.node(i)->location();
+        EXPECT_TRUE(std::isfinite(p.x()) && std::isfinite(p.y()) && std::isfinite(p.z()));
+        int fid = -1;
+        if (network.node(i)->attributes().getInt(DtString("DtFidCode"), fid))
+            fids.push_back(fid);
+        else
+            ++withoutFid;
+    }
+    for (int i = 0; i < network.numEdges(); ++i) {
+        for (int v = 0; v < network.edge(i)->numPoints(); ++v)
+            EXPECT_TRUE(std::isfinite(network.edge(i)->point(v).x()));
+    }
+    EXPECT_EQ(withoutFid, 2);
+    const std::string said = warnings.text();
+    EXPECT_EQ(countLines(said), 2u) << said;
+    EXPECT_NE(said.find(path + ": "), std::string::npos) << said;
+    EXPECT_NE(said.find("feature 2 of layer \"odd\": its latitude lies beyond the pole"),
+              std::string::npos)
+        << said;
+    EXPECT_NE(said.find("2 features with an id the engine cannot hold"), std::string::npos) << said;
+    EXPECT_NE(said.find("the first is 8589934592"), std::string::npos) << said;
+    const size_t leftOut = said.find(" features left out");
+    ASSERT_NE(leftOut, std::string::npos) << said;
+    EXPECT_EQ(said.substr(leftOut - 1, 1), "4");  // 2, 3, 4 and 5
+    EXPECT_EQ(fids, std::vector<int>{1});
 }

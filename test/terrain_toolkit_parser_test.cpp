@@ -2,12 +2,14 @@
 // to the loader's, on files written here with GDAL/OGR.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 
 #include "TempDir.h"
 #include "VectorFiles.h"
 #include "hxutil/DtNotify.h"
+#include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
 #include "zorTerrain/DtMetaFileHeaderParser.h"
 #include "zorTerrain/DtTdbToolCoordSysFactory.h"
@@ -217,4 +219,129 @@ TEST(MetaFileHeaderParser, theDataFileIsFoundBesideTheMetafile) {
         DtMetaFileHeaderParser parser(de, broken);
         EXPECT_FALSE(parser.isValid());
     }
+}
+
+// ------------------------------------------------------------------ systems of files
+
+namespace {
+
+// The first node of `path` loaded into the scene the toolkit parser answers for `sceneOf`.
+DtPoint firstNodeInSceneOf(const std::string& sceneOf, const std::string& path) {
+    const Answer answer = toolkit(sceneOf);
+    EXPECT_TRUE(answer.valid);
+    const DtCoordinateSystem scene(answer.type, answer.parameters);
+    std::unique_ptr<Coordinate_System> cs(DtTdbToolCoordSysFactory::create(scene));
+    DtTdbManager manager;
+    DtString error;
+    if (!manager.loadFor3DVisualization(DtFilename(path), cs.get(), &error)) {
+        ADD_FAILURE() << error.stdString();
+        return DtPoint();
+    }
+    cs.release();
+    const DtVectorNetwork* network = manager.terrainDatabase()->vectorNetwork();
+    return network && network->numNodes() > 0 ? network->node(0)->location() : DtPoint();
+}
+
+}  // namespace
+
+// A UTM file's hemisphere is its system's (+south), not where its data lie; an empty one
+// answers its zone's central meridian on the equator.
+TEST(TerrainToolkitHeaderParser, aUtmFilesHemisphereIsItsSystems) {
+    TempDir dir;
+    // gdaltransform -s_srs EPSG:4326 -t_srs EPSG:32733: 14.5 0.2 gives 444362.1443 10022106.8576
+    ASSERT_TRUE(writeVector(dir.file("north33s.shp"), srsFromEpsg(32733).get(),
+                            {{"POINT (444362.144270904 10022106.8575515)", {}, {}, {}}}));
+    const Answer answer = toolkit(dir.file("north33s.shp"));
+    ASSERT_EQ(answer.type, DtCoordinateConverter::UTM);
+    const DtCoordinateSystem scene(answer.type, answer.parameters);
+    EXPECT_EQ(scene.utmConverter()->hemisphere(), 'S') << answer.parameters;
+    EXPECT_EQ(scene.utmConverter()->effectiveZone(), 33);
+    const DtPoint p = firstNodeInSceneOf(dir.file("north33s.shp"), dir.file("north33s.shp"));
+    EXPECT_NEAR(p.x(), 444362.1443, 1e-3);
+    EXPECT_NEAR(p.y(), 10022106.8576, 1e-3);
+
+    ASSERT_TRUE(writeVector(dir.file("empty18n.shp"), srsFromEpsg(32618).get(), {},
+                            "ESRI Shapefile", "empty18n", wkbPoint));
+    ASSERT_TRUE(writeVector(dir.file("empty33s.shp"), srsFromEpsg(32733).get(), {},
+                            "ESRI Shapefile", "empty33s", wkbPoint));
+    EXPECT_EQ(toolkit(dir.file("empty18n.shp")).parameters, "0,-75,18,18,N,0,0,0,0,0");
+    EXPECT_EQ(toolkit(dir.file("empty33s.shp")).parameters, "0,15,-33,33,S,0,0,0,0,0");
+}
+
+// NTF (Paris) / Lambert zone II: a one-parallel cone with a scale factor, its longitudes
+// from the Paris meridian in grads. It answers the same cone with two parallels (as OGR
+// converts it), in Greenwich degrees, and a point in Paris lands in that scene where
+// GeographicLib puts it: gdaltransform -t_srs EPSG:27572 of 2.3522 48.8566 is 601152.2993
+// 2428695.8970; ConicProj -c 47.696014502107 45.898918964343 -l 2.33722917 of 48.8566
+// 2.3522 is 1099.1643 228688.7023, of the origin 46.8 2.33722917 is 0 0.0572.
+TEST(TerrainToolkitHeaderParser, longitudesAreGreenwichsAndNoScaleIsDropped) {
+    TempDir dir;
+    ASSERT_TRUE(writeVector(dir.file("paris.shp"), srsFromEpsg(27572).get(),
+                            {{"POINT (601152.299296814 2428695.8969682)", {}, {}, {}}}));
+    const Answer answer = toolkit(dir.file("paris.shp"));
+    ASSERT_EQ(answer.type, DtCoordinateConverter::Lambert);
+    const DtCoordinateSystem scene(answer.type, answer.parameters);
+    const DtLambertCoordinateConverter& lambert = *scene.lambertConverter();
+    EXPECT_NEAR(lambert.originLatitude(), 46.8, 1e-9);
+    EXPECT_NEAR(lambert.originLongitude(), 2.33722917, 1e-9);
+    EXPECT_NEAR(lambert.parallel1(), 47.696014502107, 1e-9);
+    EXPECT_NEAR(lambert.parallel2(), 45.898918964343, 1e-9);
+    const DtPoint p = firstNodeInSceneOf(dir.file("paris.shp"), dir.file("paris.shp"));
+    EXPECT_NEAR(p.x(), 1099.1643, 0.01);
+    EXPECT_NEAR(p.y(), 228688.7023 - 0.0572, 0.01);
+}
+
+// Heights above a vertical datum go through its geoid where PROJ has the grid (EGM96 in
+// Debian's proj-data: gdaltransform -s_srs EPSG:32632+5773 -t_srs EPSG:4979 of 500000
+// 5000000 100 gives a height of 141.5188); where it has none (EGM2008) they are taken as
+// they are, and the load says so once.
+TEST(TerrainLoader, heightsKeepTheirVerticalDatum) {
+    TempDir dir;
+    OGRSpatialReference egm96, egm2008;
+    ASSERT_EQ(egm96.SetFromUserInput("EPSG:32632+5773"), OGRERR_NONE);
+    ASSERT_EQ(egm2008.SetFromUserInput("EPSG:32632+3855"), OGRERR_NONE);
+    const std::vector<TestFeature> point = {{"POINT Z (500000 5000000 100)", {}, {}, {}},
+                                            {"POINT Z (500100 5000000 100)", {}, {}, {}}};
+    ASSERT_TRUE(writeVector(dir.file("egm96.gpkg"), &egm96, point, "GPKG"));
+    ASSERT_TRUE(writeVector(dir.file("egm2008.gpkg"), &egm2008, point, "GPKG"));
+    std::ostringstream warnings;
+    DtWarn.setTarget(&warnings);
+    const auto heightIn = [&](const std::string& path) {
+        DtTdbManager manager;
+        DtString error;
+        auto cs =
+            std::make_unique<DtUtmCS>(DtDegMinSec::fromLatitude(45.0),
+                                      DtDegMinSec::fromLongitude(9.0), 0, 32, false, 0.0, 0.9996);
+        EXPECT_TRUE(manager.loadFor3DVisualization(DtFilename(path), cs.get(), &error))
+            << error.stdString();
+        cs.release();
+        return manager.terrainDatabase()->vectorNetwork()->node(0)->location().z();
+    };
+    EXPECT_NEAR(heightIn(dir.file("egm96.gpkg")), 141.5188, 1e-3);
+    EXPECT_EQ(warnings.str(), "");
+    EXPECT_NEAR(heightIn(dir.file("egm2008.gpkg")), 100.0, 1e-6);
+    DtWarn.setTarget(nullptr);
+    const std::string said = warnings.str();
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    EXPECT_NE(said.find("are taken as heights above the ellipsoid"), std::string::npos) << said;
+}
+
+// A metafile saved with a byte-order mark, and a geodatabase named with the slash that
+// shell completion adds.
+TEST(MetaFileHeaderParser, aByteOrderMarkAndATrailingSlashAreNoObstacle) {
+    TempDir dir;
+    DtDe de;
+    zorTerrain::init(de);
+    ASSERT_TRUE(writeVector(dir.file("t.gdb"), srsFromEpsg(32618).get(), onePoint, "OpenFileGDB",
+                            "t", wkbPoint));
+    DtMetaFileHeaderParser marked(
+        de, dir.write("bom.meta", "\xEF\xBB\xBF[3DView]\nterrain = t.gdb/\n"));
+    const Answer answer = ask(marked);
+    EXPECT_TRUE(answer.valid);
+    EXPECT_EQ(answer.type, DtCoordinateConverter::UTM);
+    EXPECT_EQ(answer.patch, dir.file("t.gdb/"));
+    std::unique_ptr<DtHeaderParser> slashed(
+        DtHeaderParserFactory::instance(de).createHeaderParser(dir.file("t.gdb/")));
+    ASSERT_NE(slashed, nullptr);
+    EXPECT_EQ(ask(*slashed).parameters, toolkit(dir.file("t.gdb")).parameters);
 }

@@ -80,7 +80,7 @@ public:
     const std::vector<Column>& columns() const { return columns_; }
 
     // A row with no value set; answers its index. A row without a FID (its feature's id
-    // does not fit the engine's 32 bits) has no "DtFidCode".
+    // is one the engine cannot hold) has no "DtFidCode".
     uint32_t addRow(int featureType, std::optional<int> fid);
     void reserveRows(size_t rows);
     void shrinkToFit() { words_.shrink_to_fit(); }

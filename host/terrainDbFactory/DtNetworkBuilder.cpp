@@ -26,12 +26,13 @@ struct PointKeyHash {
     }
 };
 
-// The id the engine keeps for a feature: its 32 bits (an id up to 2^32 - 1 comes back
-// whole as the engine's unsigned feature id), or none when it has more.
+// The id the engine keeps for a feature, or none: "DtFidCode" is a 32-bit int and the
+// engine's feature id its unsigned bits, so only 0 .. 2^31 - 1 reach both unchanged and
+// apart (a negative id would meet a large one on the way).
 std::optional<int> engineFid(GIntBig fid) {
-    if (fid < std::numeric_limits<int32_t>::min() || fid > std::numeric_limits<uint32_t>::max())
+    if (fid < 0 || fid > std::numeric_limits<int32_t>::max())
         return std::nullopt;
-    return static_cast<int>(static_cast<uint32_t>(fid));
+    return static_cast<int>(fid);
 }
 
 bool placed(const DtPoint& p) {
@@ -381,8 +382,9 @@ std::vector<std::string> DtNetworkBuilder::Impl::notes() const {
     }
     if (wideIds_.count > 0) {
         notes.push_back(countOf(wideIds_.count, "feature") +
-                        " with an id beyond the engine's 32 bits keep no DtFidCode, so no "
-                        "feature is made of them (the first is " +
+                        " with an id the engine cannot hold (outside 0 to 2147483647) "
+                        "carry no DtFidCode, so no engine feature is made of them (the first "
+                        "is " +
                         std::to_string(wideIds_.fid) + " of layer \"" + wideIds_.layer + "\")");
     }
     notes.insert(notes.end(), heightNotes_.begin(), heightNotes_.end());

@@ -10,8 +10,9 @@
 // What cannot be placed does not stop the load: a feature with a coordinate the scene
 // cannot hold (a latitude beyond the pole, a point on a projection's singular line, an
 // infinity) is left out whole, and notes() says how many, naming the first. A feature
-// whose id does not fit the engine's 32 bits keeps its geometry and attributes but no
-// "DtFidCode", so the engine makes no feature of it; notes() says that as well.
+// whose id the engine cannot hold (outside 0 .. 2^31 - 1) keeps its geometry and
+// attributes but no "DtFidCode", so the engine makes no feature of it; notes() says that
+// as well.
 //
 // Internal to the loader; not installed.
 #pragma once

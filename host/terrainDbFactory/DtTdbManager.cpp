@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "gdalsupport/DtGdalScope.h"
+#include "gdalsupport/DtSrsParameters.h"
 #include "hxutil/DtNotify.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
@@ -140,42 +141,21 @@ Coordinate_System* utmSystem(const OGRSpatialReference& srs, OGRLayer& layer, in
     return utmAt(lat, lon, signedZone(zone, north));
 }
 
-// Angles of a projection in Greenwich degrees, whatever the system's prime meridian.
-double meridianOf(const OGRSpatialReference& srs, const char* parameter) {
-    return srs.GetNormProjParm(parameter, 0.0) + srs.GetPrimeMeridian();
-}
-
-// A Lambert cone by its origin and two standard parallels; the one-parallel form with a
-// scale factor is the same cone with two (OGR converts), so no scale is dropped.
-Coordinate_System* lambertSystem(const OGRSpatialReference& srs, const std::string& projection) {
-    std::unique_ptr<OGRSpatialReference> twoParallels;
-    const OGRSpatialReference* cone = &srs;
-    if (projection == SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP &&
-        srs.GetNormProjParm(SRS_PP_SCALE_FACTOR, 1.0) != 1.0) {
-        twoParallels.reset(srs.convertToOtherProjection(SRS_PT_LAMBERT_CONFORMAL_CONIC_2SP));
-        if (twoParallels)
-            cone = twoParallels.get();
-    }
-    const double originLat = cone->GetNormProjParm(SRS_PP_LATITUDE_OF_ORIGIN, 0.0);
-    const double originLon = meridianOf(*cone, SRS_PP_CENTRAL_MERIDIAN);
-    if (cone == &srs && projection == SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP)
-        return new DtLambertConformalCS(originLat, originLon, originLat, originLat);
-    return new DtLambertConformalCS(originLat, originLon,
-                                    cone->GetNormProjParm(SRS_PP_STANDARD_PARALLEL_1, originLat),
-                                    cone->GetNormProjParm(SRS_PP_STANDARD_PARALLEL_2, originLat));
-}
-
 Coordinate_System* projectedSystem(const OGRSpatialReference& srs, OGRLayer& layer) {
     int north = 0;
     if (const int zone = srs.GetUTMZone(&north))
         return utmSystem(srs, layer, zone, north != 0);
+    DtLambertCone cone;
+    if (DtLambertConeOf(srs, cone)) {
+        return new DtLambertConformalCS(cone.originLat, cone.originLon, cone.parallel1,
+                                        cone.parallel2);
+    }
     const char* projection = srs.GetAttrValue("PROJECTION");
     const std::string name = projection ? projection : "";
-    if (name == SRS_PT_LAMBERT_CONFORMAL_CONIC_2SP || name == SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP)
-        return lambertSystem(srs, name);
     if (name == SRS_PT_EQUIRECTANGULAR) {
         return new DtFlatEarthCS(DtDeg2Rad(srs.GetNormProjParm(SRS_PP_LATITUDE_OF_ORIGIN, 0.0)),
-                                 DtDeg2Rad(meridianOf(srs, SRS_PP_CENTRAL_MERIDIAN)), false, 0.0);
+                                 DtDeg2Rad(DtGreenwichLongitude(srs, SRS_PP_CENTRAL_MERIDIAN)),
+                                 false, 0.0);
     }
     const char* own = srs.GetName();
     return new Coordinate_System(Coordinate_System::OtherProjected, DtString(own ? own : name));

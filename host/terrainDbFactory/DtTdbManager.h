@@ -10,7 +10,7 @@
 //
 // While DtNotifyLevel is 0 GDAL writes nothing; the reason of a failure is in the error
 // text either way. What a load that worked had to leave out (features the scene cannot
-// hold, ids beyond 32 bits, heights not taken through their vertical datum) is written to
+// hold, ids it cannot keep, heights not taken through their vertical datum) is written to
 // DtWarn whatever the level, one line per kind naming the file: it is part of the answer.
 #pragma once
 

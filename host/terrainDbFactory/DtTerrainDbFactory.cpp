@@ -24,9 +24,13 @@ bool DtTdbMetafile::initFromText(const std::string& text) {
     // A NUL byte is no text; the INI reader would stop a line early on it.
     if (text.size() > maxSize || text.find('\0') != std::string::npos)
         return false;
+    // Editors on some systems begin a UTF-8 text with a byte-order mark; the INI reader
+    // would take it for part of the first name.
+    const char bom[] = "\xEF\xBB\xBF";
+    const size_t skip = text.compare(0, 3, bom) == 0 ? 3 : 0;
     boost::property_tree::ptree tree;
     try {
-        std::istringstream in(text);
+        std::istringstream in(text.substr(skip));
         boost::property_tree::read_ini(in, tree);
     } catch (const boost::property_tree::ptree_error&) {
         return false;

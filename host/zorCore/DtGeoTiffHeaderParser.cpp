@@ -3,35 +3,15 @@
 #include <ogr_spatialref.h>
 #include <ogr_srs_api.h>
 
-#include <cstring>
 #include <memory>
 
+#include "gdalsupport/DtSrsParameters.h"
 #include "zorCore/DtGdalSupport.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace kelZor {
 
 namespace {
-
-bool isLambertConformalConic(const char* projection) {
-    return projection && (std::strcmp(projection, SRS_PT_LAMBERT_CONFORMAL_CONIC_2SP) == 0 ||
-                          std::strcmp(projection, SRS_PT_LAMBERT_CONFORMAL_CONIC_1SP) == 0);
-}
-
-std::unique_ptr<DtCoordinateConverter> lambertOf(const OGRSpatialReference& srs,
-                                                 const char* projection) {
-    const double originLat = srs.GetNormProjParm(SRS_PP_LATITUDE_OF_ORIGIN, 0.0);
-    const double originLon = srs.GetNormProjParm(SRS_PP_CENTRAL_MERIDIAN, 0.0);
-    double parallel1 = originLat;
-    double parallel2 = originLat;
-    if (std::strcmp(projection, SRS_PT_LAMBERT_CONFORMAL_CONIC_2SP) == 0) {
-        parallel1 = srs.GetNormProjParm(SRS_PP_STANDARD_PARALLEL_1, originLat);
-        parallel2 = srs.GetNormProjParm(SRS_PP_STANDARD_PARALLEL_2, originLat);
-    }
-    auto lambert = std::make_unique<DtLambertCoordinateConverter>();
-    lambert->init(originLat, originLon, parallel1, parallel2);
-    return lambert;
-}
 
 // The converter kind of a raster's coordinate system, or null for one we do not serve.
 std::unique_ptr<DtCoordinateConverter> converterOf(const OGRSpatialReference& srs) {
@@ -43,10 +23,12 @@ std::unique_ptr<DtCoordinateConverter> converterOf(const OGRSpatialReference& sr
             utm->init(zone, north ? 'N' : 'S', false);
             return utm;
         }
-        const char* projection = srs.GetAttrValue("PROJECTION");
-        if (isLambertConformalConic(projection))
-            return lambertOf(srs, projection);
-        return nullptr;
+        DtLambertCone cone;
+        if (!DtLambertConeOf(srs, cone))
+            return nullptr;
+        auto lambert = std::make_unique<DtLambertCoordinateConverter>();
+        lambert->init(cone.originLat, cone.originLon, cone.parallel1, cone.parallel2);
+        return lambert;
     }
     if (srs.IsGeographic() || srs.IsGeocentric()) {
         return std::make_unique<DtGeocentricCoordinateConverter>();

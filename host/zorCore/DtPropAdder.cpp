@@ -18,7 +18,8 @@ void DtProp::setFromRecord(const kelArchives::DtPropRecord& record) {
 DtTerrainLayer::~DtTerrainLayer() = default;
 
 void DtTerrainLayer::addProp(DtProp* prop) {
-    props_.emplace_back(prop);
+    std::unique_ptr<DtProp> owned(prop);  // freed if the list cannot grow
+    props_.push_back(std::move(owned));
 }
 
 DtPropAdderFactory& DtPropAdderFactory::instance(DtDe& de) {

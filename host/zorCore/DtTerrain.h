@@ -14,10 +14,13 @@
 
 #include "zorUtil/DtCoordinateSystem.h"
 
+class GDALRasterBand;
+
 namespace kelZor {
 
-// One elevation raster: heights of its first band as the source gives them, where it
-// lies, and how WGS84 longitude/latitude reach its pixels.
+// One elevation raster: heights of its first band in metres (its scale and offset
+// applied), where it lies, and how WGS84 longitude/latitude reach its pixels. Posts GDAL's
+// mask calls invalid (no-data of any data type, NaN) hold none.
 class DtElevationSource {
 public:
     // Null with the reason in `error` when GDAL cannot read the file as an elevation
@@ -26,19 +29,21 @@ public:
     ~DtElevationSource();
 
     // The height at a WGS84 position by bilinear interpolation between the four posts
-    // around it; false outside the raster or next to a no-data post.
+    // around it; false outside the raster or next to a post without a height. A
+    // geographic raster answers for a longitude in either convention (-180..180, 0..360).
     bool heightAt(double lonDeg, double latDeg, double& height) const;
     const std::string& path() const { return path_; }
 
 private:
     DtElevationSource() = default;
     struct Georeference;
+    bool readPosts(GDALRasterBand& band, std::string& error);
+    bool toPixel(double lonDeg, double latDeg, double& column, double& row) const;
+
     std::string path_;
     int width_ = 0;
     int height_ = 0;
-    std::vector<float> posts_;
-    bool hasNoData_ = false;
-    double noData_ = 0.0;
+    std::vector<float> posts_;  // NaN: no height
     std::unique_ptr<Georeference> georeference_;
 };
 
@@ -64,12 +69,15 @@ public:
     // The point of the ground reached from (x, y, z) along (upX, upY, upZ), all in the
     // scene: the height comes from the first source that covers the position, or is 0
     // (the ellipsoid) when there is no source at all. False, writing nothing, when the
-    // sources cover no such point or the input is not a position.
+    // sources cover no such point, the input is not a position or the scene's converter
+    // cannot place it; it never throws.
     virtual bool clampToTerrain(double x, double y, double z, double upX, double upY, double upZ,
                                 double& outX, double& outY, double& outZ) const;
 
 private:
     bool groundHeight(double lonDeg, double latDeg, double& height) const;
+    bool clampAlong(const DtCoordinateConverter& converter, const DtVector64& start,
+                    const DtVector64& up, double& outX, double& outY, double& outZ) const;
 
     const DtCoordinateSystem* system_ = nullptr;
     std::vector<std::unique_ptr<DtElevationSource>> sources_;

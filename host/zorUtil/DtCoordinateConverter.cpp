@@ -481,17 +481,24 @@ namespace kelZor {
 
 namespace {
 
-Eigen::Matrix3d rotationOf(const DtTaitBryan& angles) {
-    return (Eigen::AngleAxisd(angles.psi(), Eigen::Vector3d::UnitZ()) *
-            Eigen::AngleAxisd(angles.theta(), Eigen::Vector3d::UnitY()) *
-            Eigen::AngleAxisd(angles.phi(), Eigen::Vector3d::UnitX()))
-        .toRotationMatrix();
+// The rotation of DtEulerToQuaternion's convention, with the angle's half-turns.
+Eigen::Quaterniond rotationOf(const DtTaitBryan& angles) {
+    return Eigen::AngleAxisd(-angles.psi(), Eigen::Vector3d::UnitZ()) *
+           Eigen::AngleAxisd(angles.theta(), Eigen::Vector3d::UnitX()) *
+           Eigen::AngleAxisd(angles.phi(), Eigen::Vector3d::UnitY());
 }
 
-// `ned` expressed in a frame whose columns are the local components of north, east, down.
-DtTaitBryan inFrame(const Eigen::Matrix3d& nedAxes, const DtTaitBryan& ned) {
-    const Eigen::Vector3d zyx = (nedAxes * rotationOf(ned)).eulerAngles(2, 1, 0);
-    return DtTaitBryan(zyx[0], zyx[1], zyx[2]);
+// `level`, given relative to a frame whose east, north and up are the columns of
+// `levelAxes` in the scene, as angles about the scene's axes. The decomposition is
+// turned by a full circle where needed so that the angles give the very quaternion
+// `levelAxes * level`, sign included.
+DtTaitBryan inSceneAxes(const Eigen::Matrix3d& levelAxes, const DtTaitBryan& level) {
+    const Eigen::Quaterniond target = Eigen::Quaterniond(levelAxes) * rotationOf(level);
+    const Eigen::Vector3d zxy = target.toRotationMatrix().eulerAngles(2, 0, 1);
+    DtTaitBryan angles(-zxy[0], zxy[1], zxy[2]);
+    if (rotationOf(angles).dot(target) < 0.0)
+        angles = DtTaitBryan(angles.psi() + 2.0 * DtPi, angles.theta(), angles.phi());
+    return angles;
 }
 
 // GeographicLib's local east-north-up frame at a geocentric position, as the columns of
@@ -510,11 +517,7 @@ DtVector64 DtCoordinateConverter::upVector(const DtVector64&) const {
 }
 
 DtTaitBryan DtCoordinateConverter::nedToLocal(const DtTaitBryan& ned) const {
-    Eigen::Matrix3d nedAxes;
-    nedAxes << 0, 1, 0,  //
-        1, 0, 0,         //
-        0, 0, -1;
-    return inFrame(nedAxes, ned);
+    return ned;
 }
 
 DtVector64 DtGeocentricCoordinateConverter::upVector(const DtVector64& position) const {
@@ -523,10 +526,7 @@ DtVector64 DtGeocentricCoordinateConverter::upVector(const DtVector64& position)
 }
 
 DtTaitBryan DtGeocentricCoordinateConverter::nedToLocal(const DtTaitBryan& ned) const {
-    const Eigen::Matrix3d enu = enuAxesAt(reference_);
-    Eigen::Matrix3d nedAxes;
-    nedAxes << enu.col(1), enu.col(0), -enu.col(2);
-    return inFrame(nedAxes, ned);
+    return inSceneAxes(enuAxesAt(reference_), ned);
 }
 
 }  // namespace kelZor

@@ -63,10 +63,13 @@ public:
     bool operator!=(const DtCoordinateConverter& other) const { return !(*this == other); }
 
     // The local frame of a scene position, for placing a model there. The reference
-    // point is set first; nedToLocal turns an orientation given in the north-east-down
-    // frame at it (Tait-Bryan: psi about down, theta about east, phi about north,
-    // radians; the model's x forward, z down) into the scene's own frame. A projected
-    // scene's frame is x east, y north, z up, and its up is exactly (0, 0, 1).
+    // point is set first; nedToLocal takes an orientation given at it relative to the
+    // local level frame (north, east and the vertical; heading, pitch and roll in
+    // radians, as DtEulerToQuaternion.h defines them) to the same orientation as angles
+    // about the scene's own axes, so that DtEulerToQuaternionRad of the answer turns the
+    // model into the scene, keeping the heading's half-turns in the quaternion's sign.
+    // A projected scene's frame is x east, y north (grid north), z up, and its up is
+    // exactly (0, 0, 1): there the angles stay as they are.
     virtual void setReferencePoint(const DtVector64& position) { reference_ = position; }
     virtual DtVector64 upVector(const DtVector64& position) const;
     virtual DtTaitBryan nedToLocal(const DtTaitBryan& ned) const;

@@ -19,8 +19,11 @@ public:
     // Throws DtTemplatedException<-1> for an unknown type or malformed parameters.
     DtCoordinateSystem(const std::string& type, const std::string& parameters);
     explicit DtCoordinateSystem(std::unique_ptr<DtCoordinateConverter> converter);
+    // A copy rebuilds the converter from its text; a move keeps the very converter.
     DtCoordinateSystem(const DtCoordinateSystem& other);
     DtCoordinateSystem& operator=(const DtCoordinateSystem& other);
+    DtCoordinateSystem(DtCoordinateSystem&& other) noexcept = default;
+    DtCoordinateSystem& operator=(DtCoordinateSystem&& other) noexcept = default;
     virtual ~DtCoordinateSystem();
 
     const std::string& type() const { return type_; }

@@ -8,9 +8,9 @@ namespace kelZor {
 
 void DtEulerToQuaternionRad(double psi, double theta, double phi, double& x, double& y, double& z,
                             double& w) {
-    const Eigen::Quaterniond q = Eigen::AngleAxisd(psi, Eigen::Vector3d::UnitZ()) *
-                                 Eigen::AngleAxisd(theta, Eigen::Vector3d::UnitY()) *
-                                 Eigen::AngleAxisd(phi, Eigen::Vector3d::UnitX());
+    const Eigen::Quaterniond q = Eigen::AngleAxisd(-psi, Eigen::Vector3d::UnitZ()) *
+                                 Eigen::AngleAxisd(theta, Eigen::Vector3d::UnitX()) *
+                                 Eigen::AngleAxisd(phi, Eigen::Vector3d::UnitY());
     x = q.x();
     y = q.y();
     z = q.z();

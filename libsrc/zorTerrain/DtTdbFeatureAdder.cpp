@@ -1,12 +1,9 @@
 #include "zorTerrain/DtTdbFeatureAdder.h"
 
 #include "hxutil/DtFilename.h"
-#include "hxutil/DtNotify.h"
 #include "matrix/DtAngles.h"
-#include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
-#include "zorTerrain/DtTdbToolCoordSysFactory.h"
-#include "zorUtil/templateUtil.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 
 namespace kelZor {
 
@@ -62,28 +59,16 @@ void DtTdbFeatureAdder::addFeatures(DtFeatureLayer& layer) {
     if (!file.exists() && file.extension().isEmpty())
         return;
 
-    const int savedNotifyLevel = DtNotifyLevel;
-    DtNotifyLevel = 0;
+    DtQuietLoader quiet;
     DtTdbManager manager;
-    DtString error;
-    Coordinate_System* system =
-        DtTdbToolCoordSysFactory::create(de_.sharedState().coordinateSystem());
-    const bool loaded = manager.loadFor3DVisualization(file, system, &error);
-    const DtVectorNetwork* network = loaded ? manager.terrainDatabase()->vectorNetwork() : nullptr;
-    if (network) {
+    const std::string warning = "DtTdbFeatureAdder::addFeatures error loading file: ";
+    if (!loadIntoScene(de_, manager, layer.filename(), false, quiet, __PRETTY_FUNCTION__, warning))
+        return;
+    // An elevation source loads without a network: reported as a file that gave nothing.
+    if (const DtVectorNetwork* network = manager.terrainDatabase()->vectorNetwork())
         addFeaturesFromVectorNetwork(*network, layer);
-    } else {
-        DtDeError report(DtDeError::FileNotLoaded);
-        report << layer.filename();
-        de_.reportError(report, false);
-        DtNotifyLevel = savedNotifyLevel;
-        ZOR_WARN(de_.log(),
-                 "DtTdbFeatureAdder::addFeatures error loading file: " + error.stdString());
-        // A load that worked handed the system to its database, network or not.
-        if (!loaded)
-            delete system;
-    }
-    DtNotifyLevel = savedNotifyLevel;
+    else
+        reportNotLoaded(de_, layer.filename(), false, quiet, __PRETTY_FUNCTION__, warning, "");
 }
 
 void DtTdbFeatureAdder::addFeaturesFromVectorNetwork(const DtVectorNetwork& network,

@@ -6,8 +6,6 @@
 #include <unordered_set>
 #include <vector>
 
-#include "hxutil/DtNotify.h"
-#include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
 #include "zorTerrain/DtTdbSceneLoad.h"
 
@@ -187,10 +185,9 @@ std::string DtTdbFeatureFieldValueReader::valueText(const DtNetworkAttribute& at
 
 bool DtTdbFeatureFieldValueReader::readValuesFromFile(
     const std::string& filename, std::map<std::string, std::set<std::string>>& values) const {
-    const int savedNotifyLevel = DtNotifyLevel;
-    DtNotifyLevel = 0;
+    DtQuietLoader quiet;
     DtTdbManager manager;
-    if (!loadIntoScene(de_, manager, filename, true, savedNotifyLevel, __PRETTY_FUNCTION__,
+    if (!loadIntoScene(de_, manager, filename, true, quiet, __PRETTY_FUNCTION__,
                        "DtTdbFeatureFieldValueReader::getFeatureFieldValuePairs - "
                        "loadFor3DVisualization Error: "))
         return false;
@@ -210,7 +207,6 @@ bool DtTdbFeatureFieldValueReader::readValuesFromFile(
         }
         gathered.mergeInto(values);
     }
-    DtNotifyLevel = savedNotifyLevel;
     return true;
 }
 

@@ -2,10 +2,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <memory>
 
-#include "hxutil/DtNotify.h"
 #include "matrix/DtAngles.h"
-#include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
 #include "zorTerrain/DtTdbSceneLoad.h"
@@ -76,10 +75,9 @@ void DtTdbPropAdder::addProps(const kelArchives::DtAddPropsRuleRecord& rule,
                               DtTerrainLayer* layer) {
     if (!layer)
         return;
-    const int savedNotifyLevel = DtNotifyLevel;
-    DtNotifyLevel = 0;
+    DtQuietLoader quiet;
     DtTdbManager manager;
-    if (!loadIntoScene(de_, manager, filename_, false, savedNotifyLevel, __PRETTY_FUNCTION__,
+    if (!loadIntoScene(de_, manager, filename_, false, quiet, __PRETTY_FUNCTION__,
                        "DtTdbPropAdder::addProps - loadFor3DVisualization Error: "))
         return;
     int failures = 0;
@@ -98,7 +96,6 @@ void DtTdbPropAdder::addProps(const kelArchives::DtAddPropsRuleRecord& rule,
         de_.reportError(report, true);
     }
     de_.scene().terrain().propsAdded();
-    DtNotifyLevel = savedNotifyLevel;
 }
 
 bool DtTdbPropAdder::matchRuleWithNode(const kelArchives::DtAddPropsRuleRecord& rule,
@@ -148,7 +145,8 @@ bool DtTdbPropAdder::buildProp(const kelArchives::DtAddPropsRuleRecord& rule,
     }
     DtTerrain& terrain = de_.scene().terrain();
     const std::string propName = terrain.generatePropName(rule.propType());
-    DtProp* prop = new DtProp(de_, agentManager_, rule.propType(), propName);
+    // Ours until the layer takes it, so nothing thrown on the way leaks it.
+    auto prop = std::make_unique<DtProp>(de_, agentManager_, rule.propType(), propName);
     kelArchives::DtPropRecord record;
     record.setPropType(rule.propType());
     record.setName(propName);
@@ -176,7 +174,7 @@ bool DtTdbPropAdder::buildProp(const kelArchives::DtAddPropsRuleRecord& rule,
     }
     record.setOrientation(x, y, z, w);
     prop->setFromRecord(record);
-    layer->addProp(prop);
+    layer->addProp(prop.release());
     return true;
 }
 

@@ -3,10 +3,10 @@
 #include <memory>
 
 #include "hxutil/DtFilename.h"
-#include "hxutil/DtNotify.h"
 #include "terrainCS/Coordinate_System.h"
 #include "terrainDbFactory/DtTdbManager.h"
 #include "zorTerrain/DtStandardPatchRecord.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace kelZor {
@@ -31,16 +31,13 @@ DtTerrainToolkitHeaderParser::DtTerrainToolkitHeaderParser(const std::string& fi
     : DtHeaderParser(filePath) {}
 
 bool DtTerrainToolkitHeaderParser::isValid() {
-    const int savedNotifyLevel = DtNotifyLevel;
-    DtNotifyLevel = 0;
+    DtQuietLoader quiet;
     DtTdbManager manager;
     const DtFilename filename(filePath_);
     std::unique_ptr<Coordinate_System> system(
         manager.coordinateSystemFrom(filename, DtFilename::nullFilename(), nullptr));
-    if (!system) {
-        DtNotifyLevel = savedNotifyLevel;
+    if (!system)
         return false;
-    }
     terrainCoordinateSystem_ = system->typeName().stdString();
     switch (system->kind()) {
         case 1:
@@ -83,7 +80,7 @@ bool DtTerrainToolkitHeaderParser::isValid() {
             break;
     }
     system.reset();
-    DtNotifyLevel = savedNotifyLevel;
+    quiet.restore();
     appendStandardPatchRecord(terrainPatchRecords_, filePath_, terrainCoordinateSystem_,
                               terrainCoordinateSystemParameters_);
     return true;

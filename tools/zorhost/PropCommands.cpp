@@ -88,20 +88,21 @@ RulesFile readRules(const std::string& content) {
     return file;
 }
 
+// The model's forward axis (its y) in the scene.
 Eigen::Vector3d forwardOf(const double* q) {
-    return Eigen::Quaterniond(q[3], q[0], q[1], q[2]) * Eigen::Vector3d::UnitX();
+    return Eigen::Quaterniond(q[3], q[0], q[1], q[2]) * Eigen::Vector3d::UnitY();
 }
 
-// The heading the prop was turned to, in degrees from 0 to 360: in a projected scene its
-// turn about z; in a geocentric one the direction of its forward axis from local north
-// towards east (GeographicLib's frame at its position).
+// The heading the prop faces, in degrees from 0 to 360 from north towards east: grid
+// north in a projected scene; in a geocentric one north of GeographicLib's local frame at
+// its position.
 double headingDegrees(const kelZor::DtCoordinateSystem& scene, const kelArchives::DtPropRecord& r) {
     const double* p = r.position();
     const DtVector64 position(p[0], p[1], p[2]);
     const Eigen::Vector3d forward = forwardOf(r.orientation());
     double degrees = 0.0;
     if (scene.converter()->upVector(position) == DtVector64(0.0, 0.0, 1.0)) {
-        degrees = DtRad2Deg(std::atan2(forward.y(), forward.x()));
+        degrees = DtRad2Deg(std::atan2(forward.x(), forward.y()));
     } else {
         DtVector64 geocentric;
         scene.converter()->cigToGeoc(position, geocentric);

@@ -347,5 +347,13 @@ int main(int argc, char** argv) {
         std::cout << app.help();
         return 0;
     }
-    return runCommand(*command, request);
+    // Whatever the engine throws ends the command with one line, never an abort.
+    try {
+        return runCommand(*command, request);
+    } catch (const std::exception& error) {
+        std::cerr << "zorhost: " << command->get_name() << ": " << error.what() << "\n";
+    } catch (...) {
+        std::cerr << "zorhost: " << command->get_name() << ": an unknown failure\n";
+    }
+    return 1;
 }

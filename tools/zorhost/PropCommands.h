@@ -20,6 +20,7 @@ struct PropsRequest {
     std::string scene;                  // as for features; empty: chosen from the data
     bool json = false;
     std::string geojson;
+    bool overwrite = false;
 };
 
 // What a rules file holds: the model definitions the scene knows (name, model file) and
@@ -33,5 +34,6 @@ struct RulesFile {
 bool parseRules(const std::string& text, RulesFile& rules, std::string& problem);
 
 // Prints the scene, each prop, the count per rule and the errors the engine was told.
-// 2 for a malformed rules file or --scene, 1 for a file or DEM that cannot be used.
+// 2 for a malformed rules file or --scene; 1 for a file or DEM that cannot be used, or
+// when the engine was told an error (a model that does not exist, props not placed).
 int runProps(kelZor::DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err);

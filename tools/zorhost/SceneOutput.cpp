@@ -1,24 +1,26 @@
 #include "SceneOutput.h"
 
-#include <iomanip>
-
 #include "zorCore/DtDe.h"
 
-bool SceneOutput::begin(const char* arrayKey, const std::string& geojsonPath,
-                        const GeoJsonWriter::Fields& fields, std::string& error) {
-    if (!geojsonPath.empty()) {
-        geojson_ = std::make_unique<GeoJsonWriter>();
-        if (!geojson_->open(geojsonPath, fields, error))
-            return false;
-    }
-    out_ << std::setprecision(15);
+bool SceneOutput::openGeoJson(const GeoJsonWriter::Target& target,
+                              const GeoJsonWriter::Fields& fields, bool threeD,
+                              std::string& error) {
+    if (target.path.empty())
+        return true;
+    geojson_ = std::make_unique<GeoJsonWriter>();
+    if (geojson_->open(target, fields, threeD, error))
+        return true;
+    geojson_.reset();
+    return false;
+}
+
+void SceneOutput::begin(const char* arrayKey) {
     if (json_) {
         out_ << "{\"scene\":" << jsonText(sceneJson(scene_.system)) << ",\"" << arrayKey << "\":";
         array_ = std::make_unique<JsonArrayStream>(out_);
     } else {
         out_ << sceneLine(scene_) << "\n";
     }
-    return true;
 }
 
 void SceneOutput::addGeoJson(GeoJsonWriter::Shape shape, const std::vector<Wgs84Position>& vertices,
@@ -34,13 +36,15 @@ Json SceneOutput::errorsJson(const kelZor::DtDe& de) {
     return errors;
 }
 
-bool SceneOutput::end(const kelZor::DtDe& de, const Json& moreJson, std::string& error) {
+bool SceneOutput::end(const kelZor::DtDe& de, const Json& moreJson,
+                      const std::vector<std::string>& notes, std::string& error) {
     const Json errors = errorsJson(de);
     if (array_) {
         array_->close();
         for (const auto& [key, value] : moreJson.items())
             out_ << ",\"" << key << "\":" << jsonText(value);
-        out_ << ",\"errors\":" << jsonText(errors) << "}\n";
+        out_ << ",\"errors\":" << jsonText(errors) << ",\"notes\":" << jsonText(Json(notes))
+             << "}\n";
     } else {
         for (const Json& e : errors)
             out_ << "error " << e["code"].get<int>() << ": " << e["text"].get<std::string>()

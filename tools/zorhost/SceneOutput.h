@@ -1,11 +1,12 @@
 // What the scene commands (features, props) print around their records: the scene first
 // (a line, or the opening of one JSON object and its streamed array), GeoJSON when asked,
-// and the errors the engine was told last.
+// and the errors the engine was told and the notes its libraries wrote, last.
 #pragma once
 
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "GeoJsonWriter.h"
 #include "JsonOutput.h"
@@ -20,10 +21,12 @@ public:
     SceneOutput(std::ostream& out, const SceneChoice& scene, bool json)
         : out_(out), scene_(scene), json_(json) {}
 
-    // Opens the GeoJSON file when `geojsonPath` is given, then writes the scene; records
-    // go into the JSON array named `arrayKey`. False with the reason in `error`.
-    bool begin(const char* arrayKey, const std::string& geojsonPath,
-               const GeoJsonWriter::Fields& fields, std::string& error);
+    // Opens the GeoJSON file before anything is loaded, so that a target it must refuse
+    // costs no load. False with the reason in `error`.
+    bool openGeoJson(const GeoJsonWriter::Target& target, const GeoJsonWriter::Fields& fields,
+                     bool threeD, std::string& error);
+    // Writes the scene; records go into the JSON array named `arrayKey`.
+    void begin(const char* arrayKey);
     JsonArrayStream* array() { return array_.get(); }
     bool json() const { return json_; }
     std::ostream& out() { return out_; }
@@ -35,9 +38,11 @@ public:
 
     // Every error the engine was told, each "code" and "text".
     static Json errorsJson(const kelZor::DtDe& de);
-    // Closes the array, writes `moreJson`'s members and the errors (or the errors as
-    // lines), and the GeoJSON file. False with the reason when GeoJSON failed.
-    bool end(const kelZor::DtDe& de, const Json& moreJson, std::string& error);
+    // Closes the array and writes `moreJson`'s members, the errors and `notes` (or the
+    // errors as lines), and puts the GeoJSON file in place. False with the reason when
+    // GeoJSON failed.
+    bool end(const kelZor::DtDe& de, const Json& moreJson, const std::vector<std::string>& notes,
+             std::string& error);
 
 private:
     std::ostream& out_;

@@ -25,15 +25,21 @@ const char* const description =
     "zorhost loads the zorTerrain plug-in (libzorTerrain.so) the way the engine does, calls\n"
     "its init, and asks it about terrain files.";
 
-const char* const footer = R"(
-The plug-in is found by --plugin, else $ZORTERRAIN_PLUGIN, else the one installed with
-zorhost (../lib beside it), else the one of the build tree.
+const char* const exitStatuses =
+    "Exit status: 0 when everything asked was answered; 1 when a file could not be\n"
+    "answered or the engine was told an error; 2 on bad usage.";
 
-Problems with a file (no parser for its extension, missing, unreadable, a directory, a
-parser that refuses it or throws) are reported as one line on stderr naming the path.
-A MetaFlight document that does not load or resolve, an unknown dataset or coordinate
-system, a level or tile out of range: the message on stderr and status 1. Bad usage
-exits with status 2. 'zorhost COMMAND --help' tells more of each command.)";
+const char* const footer = R"(
+Try it from the repository's root:
+  zorhost inspect data/sample/utm_zone32n.flt
+  zorhost features data/sample/valley.gdb
+'zorhost COMMAND --help' tells more of each command, with examples.
+
+The plug-in is found by --plugin, else $ZORTERRAIN_PLUGIN, else the one installed with
+zorhost (../lib beside it), else the one of the build tree. A problem with a file is one
+line on stderr naming the file and the reason. No output file is written over unless
+--overwrite is given, never one of the inputs, and never in part.
+)";
 
 struct GlobalOptions {
     std::string plugin;
@@ -60,13 +66,15 @@ std::string sampleDirectory(const GlobalOptions& options) {
 
 // The terrain files of the sample set that a registered parser answers, sorted, so the
 // output is stable: those at its top (a ".gdb" directory is a File Geodatabase, asked
-// like a file) and the terrain project in project/, which lives a level down so that
-// its terrain can lie in ../data/terrain as a project lays it out.
+// like a file) and, when there is one, the terrain project in project/, which lives a
+// level down so that its terrain can lie in ../data/terrain as a project lays it out.
 std::vector<std::string> sampleFiles(kelZor::DtDe& de, const std::string& directory,
                                      std::string& error) {
     std::vector<std::string> files;
-    std::error_code code;
     for (const char* folder : {"", "/project"}) {
+        std::error_code code;
+        if (*folder && !isDirectory(directory + folder))
+            continue;
         for (const auto& entry : std::filesystem::directory_iterator(directory + folder, code)) {
             const std::string path = entry.path().string();
             const bool geodatabase = entry.is_directory(code) && entry.path().extension() == ".gdb";
@@ -122,62 +130,101 @@ struct Request {
     PublishRequest publish;
     float switchDistance = 0.0f;
     FeaturesRequest features;
+    ValuesRequest valuesRequest;
     PropsRequest props;
 };
 
+// A subcommand with a one-line summary for the command list and the longer text, its
+// examples and the exit statuses for its own --help.
+CLI::App* command(CLI::App& app, const char* name, const char* summary, const std::string& more) {
+    CLI::App* sub = app.add_subcommand(name, summary);
+    sub->footer("\n" + more + "\n\n" + exitStatuses);
+    return sub;
+}
+
 void addInspect(CLI::App& app, Request& request) {
-    CLI::App* inspect = app.add_subcommand(
-        "inspect",
-        "Ask the registered header parser of each file (chosen by extension) whether it is\n"
-        "valid, and print its coordinate system, the parameters of that system and its\n"
-        "terrain patches. Without PATH, every file of the sample terrain set. Exit status:\n"
-        "0 when every file was valid, 1 when any was not.");
+    CLI::App* inspect = command(
+        app, "inspect", "Which parser answers each terrain file, in which coordinate system",
+        "Asks the registered header parser of each file (chosen by extension) whether it is\n"
+        "valid, and prints its coordinate system, the parameters of that system and its\n"
+        "terrain patches. Without PATH, every file of the sample terrain set.\n\n"
+        "Examples:\n"
+        "  zorhost inspect data/sample/utm_zone32n.flt data/sample/valley.gdb\n"
+        "  zorhost inspect --parser DtTerrainProjectHeaderParser data/sample/project/valley.tproj\n"
+        "  zorhost inspect --json");
     inspect->add_flag("--json", request.json,
                       "One JSON array of objects with the keys path, parser (null when no "
-                      "parser fits), valid, coordinateSystem, parameters and patches (each: "
-                      "name, filename, coordinateSystem, parameters, schema)");
+                      "parser fits), valid, reason (when not valid), coordinateSystem (as the "
+                      "parser answered it), kind, parameters and patches (each: name, "
+                      "filename, coordinateSystem, parameters, schema)");
     inspect->add_option("--parser", request.parser,
                         "Ask the parser registered under NAME whatever the extension (for "
                         "example DtTerrainProjectHeaderParser, which no extension leads to)");
     inspect->add_option("PATH", request.paths, "Terrain files");
 }
 
+CLI::Validator levelValidator() {
+    return CLI::Validator(
+        [](std::string& text) -> std::string {
+            try {
+                size_t used = 0;
+                const long level = std::stol(text, &used);
+                if (used == text.size() && level >= 0 && level <= 1000000)
+                    return "";
+            } catch (const std::exception&) {
+            }
+            return "levels are counted from 0: " + text + " is no level";
+        },
+        "LEVEL");
+}
+
 void addMetaFlight(CLI::App& app, Request& request) {
-    CLI::App* describe = app.add_subcommand(
-        "describe",
-        "A MetaFlight document: each geometry dataset (key, DatasetName, title, file format,\n"
-        "pattern, hierarchy type, data and grid coordinate systems, radius) with its levels;\n"
-        "each virtual texture dataset with its levels, tile texels, origin and extent.");
+    CLI::App* describe =
+        command(app, "describe", "The datasets and levels of a MetaFlight document",
+                "Each geometry dataset (key, DatasetName, title, file format, pattern, hierarchy\n"
+                "type, data and grid coordinate systems, radius) with its levels; each virtual\n"
+                "texture dataset with its levels, tile texels, origin and extent.\n\n"
+                "Example:\n"
+                "  zorhost describe data/sample/metaflight/alpine_valley.mft");
     describe->add_option("DOC", request.document, "MetaFlight document (.mft)")->required();
     describe->add_flag("--json", request.json, "One JSON object");
 
-    CLI::App* tiles = app.add_subcommand(
-        "tiles",
+    CLI::App* tiles = command(
+        app, "tiles", "Every tile of a MetaFlight geometry dataset: centre, offset and file",
         "One record per tile of a geometry dataset (every level, or level N): level, row,\n"
-        "col, centre, offset and file path, streamed as they are made. Geodetic positions\n"
-        "are latitude and longitude in degrees.");
+        "col, centre, offset and file path, streamed as they are made. Positions in a\n"
+        "geodetic system are latitude and longitude in degrees, and height.\n\n"
+        "Examples:\n"
+        "  zorhost tiles data/sample/zone33_quad.mft --dataset Terrain --level 1\n"
+        "  zorhost tiles data/sample/zone33_quad.mft --dataset Terrain --json");
     tiles->add_option("DOC", request.tiles.document, "MetaFlight document (.mft)")->required();
     tiles->add_option("--dataset", request.tiles.dataset, "The geometry dataset's key")->required();
-    tiles->add_option("--level", request.tiles.level, "One level, from 0")
-        ->check(CLI::NonNegativeNumber);
+    tiles->add_option("--level", request.tiles.level, "One level, counted from 0")
+        ->check(levelValidator());
     tiles->add_flag("--json", request.tiles.json,
                     "A JSON array of objects with the keys level, row, col, center, offset, path");
 
-    CLI::App* convert = app.add_subcommand(
-        "convert",
-        "A position moved between two coordinate systems of a document, named by key. In a\n"
-        "geodetic system the values are latitude and longitude in degrees and altitude in\n"
-        "metres; otherwise the system's own numbers, in metres.");
+    CLI::App* convert = command(
+        app, "convert", "A position moved between two coordinate systems of a document",
+        "The systems are named by their keys in the document. In a geodetic system the\n"
+        "values are latitude and longitude in degrees and altitude in metres; otherwise the\n"
+        "system's own numbers, in metres.\n\n"
+        "Example:\n"
+        "  zorhost convert data/sample/metaflight/alpine_valley.mft --from Geodetic --to UTM32N "
+        "46.5 11.25 1000");
     convert->add_option("DOC", request.convert.document, "MetaFlight document (.mft)")->required();
     convert->add_option("--from", request.convert.from, "Key of the source system")->required();
     convert->add_option("--to", request.convert.to, "Key of the target system")->required();
     convert->add_option("X Y Z", request.values, "The position")->required()->expected(3);
 
-    CLI::App* publish = app.add_subcommand(
-        "publish",
-        "Rewrite a MetaFlight document into OUT (which may be IN): merged, trimmed, with a\n"
-        "new largest switch distance, in the \"medf\" form, as the options say. OUT is\n"
-        "replaced only once completely written. Prints one line on what changed.");
+    CLI::App* publish = command(
+        app, "publish", "A MetaFlight document rewritten: merged, trimmed, in the medf form",
+        "Rewrites a document into OUT (which may be IN): merged, trimmed, with a new largest\n"
+        "switch distance, in the \"medf\" form, as the options say. OUT is replaced only\n"
+        "once completely written; one line says what changed.\n\n"
+        "Example:\n"
+        "  zorhost publish data/sample/metaflight/alpine_valley.mft /tmp/valley.mft --medf "
+        "--remove-virtual-texture");
     publish->add_option("IN", request.publish.input, "The document")->required();
     publish->add_option("OUT", request.publish.output, "Where to write it")->required();
     publish->add_option("--merge", request.publish.merge,
@@ -195,49 +242,74 @@ void addMetaFlight(CLI::App& app, Request& request) {
 
 const char* const sceneHelp =
     "The scene's coordinate system: TYPE:PARAMETERS (a type and a converter text as "
-    "'inspect' prints them, e.g. 'UTM:45.5,9,32,N,...') or @FILE (what that file's header "
-    "parser answers). Default: the file's own system when its parser answers a UTM, Lambert "
-    "or flat-earth one, else geocentric";
+    "'inspect' prints them, e.g. UTM:45.5,9,32,32,N,0,0,0,0,0) or @FILE (what that file's "
+    "header parser answers). Default: the file's own system when its parser answers a UTM, "
+    "Lambert or flat-earth one, else geocentric";
 
-void addVector(CLI::App& app, Request& request) {
-    CLI::App* features = app.add_subcommand(
-        "features",
-        "Load a vector file (shapefile, File Geodatabase, any vector format OGR reads)\n"
-        "through the registered feature adder into a feature layer, and print each feature:\n"
-        "kind, feature id, FACC code, network id, location, dimensions and heading of points,\n"
-        "vertex count of lines and areas; then the counts by kind and the errors the engine\n"
-        "was told. The first line names the scene. Exit status 1 when the file does not load.");
+const char* const overwriteHelp =
+    "Replace OUT when it exists (never one of the inputs, never a directory)";
+
+void addFeatures(CLI::App& app, Request& request) {
+    CLI::App* features = command(
+        app, "features", "The features the engine makes of a vector file",
+        "Loads a vector file (shapefile, File Geodatabase, GeoPackage, any vector format OGR\n"
+        "reads) through the registered feature adder into a feature layer, and prints each\n"
+        "feature: kind, feature id, FACC code, network id, location, dimensions and heading\n"
+        "of points, vertex count of lines and areas; then the counts by kind and the errors\n"
+        "the engine was told. The first line names the scene. What the load left out (areas'\n"
+        "holes, features it could not place) is said on stderr.\n\n"
+        "Examples:\n"
+        "  zorhost features data/sample/valley.gdb\n"
+        "  zorhost features data/sample/valley_points.shp --scene UTM:45.5,9,32,32,N,0,0,0,0,0\n"
+        "  zorhost features data/sample/valley.gdb --geojson /tmp/valley.geojson --overwrite");
     features->add_option("FILE", request.features.file, "The vector file")->required();
     features->add_option("--scene", request.features.scene, sceneHelp);
     features->add_flag("--json", request.features.json,
                        "One JSON object: scene, features (kind, featureId, facc, id, and "
-                       "location, dimensions, rotation (radians, null when not set) or "
-                       "vertices, coordinates [x, y, z] in the scene), errors (code, text)");
+                       "location, dimensions, headingDegrees (null when not set) or "
+                       "vertices, coordinates [x, y, z] in the scene), errors (code, text), "
+                       "notes");
     features->add_option("--geojson", request.features.geojson,
                          "Also write the features to OUT as GeoJSON, in WGS84 longitude and "
-                         "latitude, with their codes, ids, dimensions and rotation");
+                         "latitude (and height when the source has heights)");
+    features->add_flag("--overwrite", request.features.overwrite, overwriteHelp);
+}
 
-    CLI::App* values = app.add_subcommand(
-        "values",
+void addValues(CLI::App& app, Request& request) {
+    CLI::App* values = command(
+        app, "values", "Every value each field of a vector file's points takes",
         "The field value reader over one or more vector files into one map: each attribute\n"
-        "name of the files' free-standing points with every value it takes, in string order.\n"
-        "Exit status 1 when a file does not load (the others are still listed).");
-    values->add_option("FILE", request.paths, "Vector files")->required();
-    values->add_flag("--json", request.json, "One JSON object from field name to its values");
+        "name of the files' free-standing points with every value text it takes, in string\n"
+        "order; the texts a props rule compares with. A file that does not load is said on\n"
+        "stderr and the others are still listed.\n\n"
+        "Examples:\n"
+        "  zorhost values data/sample/valley_points.shp data/sample/valley.gdb\n"
+        "  zorhost values data/sample/valley_points.shp --field ECC");
+    values->add_option("FILE", request.valuesRequest.files, "Vector files")->required();
+    values->add_option("--field", request.valuesRequest.fields,
+                       "List only this field (repeatable)");
+    values->add_flag("--json", request.valuesRequest.json,
+                     "One JSON object from field name to its values");
+}
 
-    CLI::App* props = app.add_subcommand(
-        "props",
-        "Apply each rule of a rules file to a vector file through the prop adder registered\n"
-        "for its extension, into a terrain layer: each prop with its name, type, model,\n"
-        "position, heading and orientation quaternion, the count per rule, and the errors\n"
-        "the engine was told. The rules file is JSON:\n"
+void addProps(CLI::App& app, Request& request) {
+    CLI::App* props = command(
+        app, "props", "Props placed on the terrain by the rules of a rules file",
+        "Applies each rule of a rules file to a vector file through the prop adder\n"
+        "registered for its extension (gdb, shp, dfd, c7b, c7l), into a terrain layer: each\n"
+        "prop with its name, type, model, position (and latitude and longitude), heading and\n"
+        "orientation quaternion, the count per rule, and the errors the engine was told. The\n"
+        "rules file is JSON:\n"
         "  {\"models\": {\"NAME\": \"MODEL FILE\", ...},\n"
         "   \"rules\": [{\"fields\": {\"FIELD\": \"VALUE\", ...}, \"model\": \"NAME\",\n"
         "              \"propType\": \"TYPE\", \"rotationField\": \"FIELD\"}, ...]}\n"
         "Values are compared as the texts 'zorhost values' lists. Props stand on the\n"
         "--terrain elevation sources (DTED, GeoTIFF; the first that covers a place answers),\n"
-        "or on the ellipsoid without any; where no source covers a prop it stands at the\n"
-        "origin, and zorhost says so.");
+        "or on the ellipsoid without any; a prop no source covers is not placed (the engine\n"
+        "leaves it at the origin), and zorhost says so.\n\n"
+        "Example:\n"
+        "  zorhost props data/sample/valley_points.shp --rules data/sample/valley_props.json "
+        "--terrain data/sample/n45_e009.dt0");
     props->add_option("FILE", request.props.file, "The vector file")->required();
     props->add_option("--rules", request.props.rules, "The rules file (JSON)")->required();
     props->add_option("--terrain", request.props.terrains, "An elevation source (repeatable)");
@@ -246,11 +318,12 @@ void addVector(CLI::App& app, Request& request) {
                           "; the first DEM's system is tried before the "
                           "vector file's");
     props->add_flag("--json", request.props.json,
-                    "One JSON object: scene, props (rule, name, propType, model, position "
-                    "[x, y, z], heading in degrees, orientation [x, y, z, w]), rules (rule, "
-                    "added), errors (code, text)");
+                    "One JSON object: scene, props (rule, name, propType, model, placed, "
+                    "position [x, y, z], headingDegrees (null when not placed), orientation "
+                    "[x, y, z, w]), rules (rule, added), errors (code, text), notes");
     props->add_option("--geojson", request.props.geojson,
-                      "Also write the props to OUT as GeoJSON points in WGS84");
+                      "Also write the placed props to OUT as GeoJSON points in WGS84");
+    props->add_flag("--overwrite", request.props.overwrite, overwriteHelp);
 }
 
 int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
@@ -266,6 +339,28 @@ int runMetaFlight(const CLI::App& command, Request& request, const LibraryComman
     request.publish.setSwitchDistance = command.count("--switch-distance") > 0;
     request.publish.switchDistance = request.switchDistance;
     return commands.publish(request.publish, std::cout, std::cerr);
+}
+
+int runInspectCommand(kelZor::DtDe& de, const Request& request) {
+    if (!request.parser.empty()) {
+        const std::vector<std::string>& names =
+            kelZor::DtHeaderParserFactory::instance(de).registeredNames();
+        if (std::find(names.begin(), names.end(), request.parser) == names.end()) {
+            std::cerr << "zorhost: no parser is registered under the name " << request.parser
+                      << "; 'zorhost parsers' lists them\n";
+            return 2;
+        }
+    }
+    std::vector<std::string> paths = request.paths;
+    if (paths.empty()) {
+        std::string error;
+        paths = sampleFiles(de, sampleDirectory(request.global), error);
+        if (!error.empty()) {
+            std::cerr << "zorhost: " << error << "\n";
+            return 1;
+        }
+    }
+    return runInspect(de, paths, request.json, std::cout, std::cerr, request.parser);
 }
 
 int runCommand(const CLI::App& command, Request& request) {
@@ -291,31 +386,49 @@ int runCommand(const CLI::App& command, Request& request) {
     if (name == "props")
         return runProps(de, request.props, std::cout, std::cerr);
     if (name == "values")
-        return runValues(de, request.paths, request.json, std::cout, std::cerr);
-    if (name != "inspect") {
-        if (!haveLibrary) {
-            std::cerr << "zorhost: " << libraryError << "\n";
-            return 1;
-        }
-        return runMetaFlight(command, request, library.commands());
+        return runValues(de, request.valuesRequest, std::cout, std::cerr);
+    if (name == "inspect")
+        return runInspectCommand(de, request);
+    if (!haveLibrary) {
+        std::cerr << "zorhost: " << libraryError << "\n";
+        return 1;
     }
-    std::vector<std::string> paths = request.paths;
-    if (paths.empty()) {
-        std::string error;
-        paths = sampleFiles(de, sampleDirectory(request.global), error);
-        if (!error.empty()) {
-            std::cerr << "zorhost: " << error << "\n";
-            return 1;
+    return runMetaFlight(command, request, library.commands());
+}
+
+// The first word that is not an option or the value of a global one: the command.
+std::string commandWord(int argc, char** argv) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word == "--plugin" || word == "--config-dir" || word == "--sample-dir") {
+            ++i;
+            continue;
         }
+        if (!word.empty() && word[0] != '-')
+            return word;
     }
-    return runInspect(de, paths, request.json, std::cout, std::cerr, request.parser);
+    return "";
+}
+
+std::vector<std::string> commandNames(CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; }))
+        names.push_back(sub->get_name());
+    return names;
+}
+
+std::string commandList(CLI::App& app) {
+    std::string list;
+    for (const std::string& name : commandNames(app))
+        list += (list.empty() ? "" : ", ") + name;
+    return list;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app(description, "zorhost");
-    app.footer(footer);
+    app.footer(std::string(footer) + "\n" + exitStatuses);
     app.require_subcommand(1);
     app.fallthrough();  // the global options may follow the command as well
     Request request;
@@ -328,12 +441,22 @@ int main(int argc, char** argv) {
                    "$ZORHOST_SAMPLE_DIR, else data/sample of the source tree, else the "
                    "installed copy)");
     addInspect(app, request);
-    app.add_subcommand("parsers",
-                       "The registered header parsers and the extensions that lead to them");
+    command(app, "parsers", "The registered header parsers and their extensions",
+            "The parsers the plug-in registered, in registration order, each with the\n"
+            "extensions that lead to it.\n\nExample:\n  zorhost parsers");
     addMetaFlight(app, request);
-    addVector(app, request);
-    app.add_subcommand("help", "Print this text");
+    addFeatures(app, request);
+    addValues(app, request);
+    addProps(app, request);
+    command(app, "help", "Every command with a line on what it does", "Example:\n  zorhost help");
 
+    const std::string word = commandWord(argc, argv);
+    const std::vector<std::string> names = commandNames(app);
+    if (!word.empty() && std::find(names.begin(), names.end(), word) == names.end()) {
+        std::cerr << "zorhost: unknown command " << word << "; the commands are "
+                  << commandList(app) << "\nTry 'zorhost --help'.\n";
+        return 2;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp& e) {
@@ -344,7 +467,8 @@ int main(int argc, char** argv) {
     }
     const CLI::App* command = app.get_subcommands().front();
     if (command->get_name() == "help") {
-        std::cout << app.help();
+        // The whole program's help: app.help() would give the selected command's.
+        std::cout << app.get_formatter()->make_help(&app, "zorhost", CLI::AppFormatMode::Normal);
         return 0;
     }
     // Whatever the engine throws ends the command with one line, never an abort.

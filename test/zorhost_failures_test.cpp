@@ -1,0 +1,187 @@
+// zorhost's failure modes, one row each: the command, the exit status, a phrase stderr
+// must hold, and the files that must be as they were afterwards (inputs, and an output
+// that existed before). No row may abort, print GDAL's raw messages or lose a file.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "TempDir.h"
+#include "ZorhostRun.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Every file under `path` (or the file itself) with its bytes.
+std::map<std::string, std::string> contentsOf(const std::string& path) {
+    std::map<std::string, std::string> contents;
+    std::error_code error;
+    if (fs::is_directory(path, error)) {
+        for (const auto& entry : fs::recursive_directory_iterator(path, error))
+            if (entry.is_regular_file())
+                contents[entry.path().string()] = slurp(entry.path().string());
+        contents[path] = "(directory)";
+    } else if (fs::exists(path, error)) {
+        contents[path] = slurp(path);
+    }
+    return contents;
+}
+
+struct Row {
+    std::string command;
+    int status;
+    std::string phrase;
+    std::vector<std::string> unchanged;
+};
+
+}  // namespace
+
+TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
+    TempDir dir;
+    const std::string sample = std::string(ZOR_SOURCE_DIR) + "/data/sample/";
+    for (const char* part : {".shp", ".shx", ".dbf", ".prj"})
+        fs::copy_file(sample + "valley_points" + part, dir.file(std::string("pts") + part));
+    fs::copy(sample + "valley.gdb", dir.file("set.gdb"), fs::copy_options::recursive);
+    fs::copy_file(sample + "zone33_quad.mft", dir.file("quad.mft"));
+    fs::copy_file(sample + "valley_props.json", dir.file("rules.json"));
+    fs::create_directory(dir.file("empty"));
+    dir.write("old.geojson", "{\"keep\": true}\n");
+    dir.write("bare.geojson", R"({"type": "FeatureCollection", "features": []})");
+    ASSERT_TRUE(fs::copy_file(sample + "valley_points.shp", dir.file("noprj.shp")));
+    fs::copy_file(sample + "valley_points.shx", dir.file("noprj.shx"));
+    fs::copy_file(sample + "valley_points.dbf", dir.file("noprj.dbf"));
+    fs::create_symlink(dir.file("pts.dbf"), dir.file("link.geojson"));
+
+    const std::string pts = dir.file("pts.shp");
+    const std::vector<std::string> shapefile = {pts, dir.file("pts.dbf"), dir.file("pts.shx"),
+                                                dir.file("pts.prj")};
+    const std::string rules = " --rules " + dir.file("rules.json");
+    const std::string quad = dir.file("quad.mft");
+    const std::vector<Row> rows = {
+        // Outputs: never an input, a directory, or an existing file unasked.
+        {"features " + pts + " --geojson " + pts, 1, "is one of the inputs", shapefile},
+        {"features " + pts + " --geojson " + pts + " --overwrite", 1, "is one of the inputs",
+         shapefile},
+        {"features " + pts + " --geojson " + dir.file("PTS.DBF") + " --overwrite", 1,
+         "is one of the inputs", shapefile},
+        {"features " + pts + " --geojson " + dir.file("link.geojson") + " --overwrite", 1,
+         "is one of the inputs", shapefile},
+        {"features " + dir.file("set.gdb") + " --geojson " + dir.file("set.gdb/x.geojson"),
+         1,
+         "is one of the inputs",
+         {dir.file("set.gdb")}},
+        {"features " + pts + " --geojson " + dir.file("empty") + " --overwrite",
+         1,
+         "empty: is a directory",
+         {dir.file("empty")}},
+        {"features " + pts + " --geojson " + dir.file("old.geojson"),
+         1,
+         "exists; give --overwrite to replace it",
+         {dir.file("old.geojson")}},
+        {"features " + pts + " --geojson /nonexistent/x.geojson",
+         1,
+         "/nonexistent/x.geojson: cannot be written: there is no directory /nonexistent",
+         {}},
+        {"props " + pts + rules + " --geojson " + dir.file("rules.json") + " --overwrite",
+         1,
+         "is one of the inputs",
+         {dir.file("rules.json")}},
+        {"publish " + quad + " " + dir.file("empty"),
+         1,
+         "not written: is a directory",
+         {quad, dir.file("empty")}},
+        // Files that cannot be answered say why.
+        {"features " + dir.file("missing"), 1, "missing: no such file", {}},
+        {"features " + sample + "n45_e009.dt0", 1, "it holds no vector features", {}},
+        {"features " + dir.file("noprj.shp"), 1, "has no coordinate system", {}},
+        {"features " + dir.file("bare.geojson") + " --scene UTM:0,15,33,33,S,1e300,1e300,0,1,0",
+         1,
+         "false origin",
+         {}},
+        {"values " + dir.file("missing.shp"), 1, "missing.shp: no such file", {}},
+        {"describe " + dir.file("missing.mft"), 1, "missing.mft: no such file", {}},
+        {"describe " + dir.file("empty"), 1, "is a directory", {}},
+        {"tiles " + quad + " --dataset Nope",
+         1,
+         "no geometry dataset \"Nope\"; its geometry datasets are Terrain",
+         {}},
+        {"tiles " + quad + " --dataset Terrain --level 5",
+         1,
+         "level 5 is out of range: dataset \"Terrain\" has 2 levels (0 to 1)",
+         {}},
+        {"props " + pts + rules + " --terrain /nope.dt0", 1, "/nope.dt0: no such file", {}},
+        {"props " + dir.file("nope.shp") + rules, 1, "nope.shp: no such file", {}},
+        // Bad usage.
+        {"tiles " + quad + " --dataset Terrain --level -1", 2, "levels are counted from 0", {}},
+        {"convert " + sample + "metaflight/alpine_valley.mft --from Geodetic --to UTM32N 95 9 0",
+         2,
+         "latitude 95 is out of range",
+         {}},
+        {"bogus", 2, "unknown command bogus; the commands are inspect, parsers", {}},
+        {"inspect --parser Nope " + pts, 2, "no parser is registered under the name Nope", {}},
+        {"features " + pts + " --scene Bogus:1", 2, "--scene Bogus:1", {}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.command);
+        std::map<std::string, std::string> before;
+        for (const std::string& path : row.unchanged) {
+            const auto contents = contentsOf(path);
+            before.insert(contents.begin(), contents.end());
+        }
+        const ZorhostRun run = zorhost(row.command);
+        EXPECT_EQ(run.status, row.status) << run.err;
+        EXPECT_NE(run.err.find(row.phrase), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.find("terminate"), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.find("ERROR "), std::string::npos) << run.err;  // GDAL's raw voice
+        EXPECT_EQ(run.err.find("1.79769"), std::string::npos) << run.err;
+        EXPECT_LE(countLines(run.err), 2u) << run.err;
+        std::map<std::string, std::string> after;
+        for (const std::string& path : row.unchanged) {
+            const auto contents = contentsOf(path);
+            after.insert(contents.begin(), contents.end());
+        }
+        EXPECT_TRUE(before == after);
+    }
+    // Nothing was left behind beside the targets.
+    for (const auto& entry : fs::directory_iterator(dir.path()))
+        EXPECT_EQ(entry.path().filename().string().rfind(".zorhost-", 0), std::string::npos);
+}
+
+// The help lists every command of the README's table with a line each, and each command's
+// own help has an example that works from the repository's root.
+TEST(ZorhostFailures, theHelpIsTrue) {
+    const std::string readme = slurp(std::string(ZOR_SOURCE_DIR) + "/README.md");
+    const ZorhostRun help = zorhost("help");
+    ASSERT_EQ(help.status, 0);
+    EXPECT_EQ(zorhost("--help").out, help.out);
+    const std::regex row(R"(\n\| `([a-z]+)[ `])");
+    std::vector<std::string> commands;
+    for (auto m = std::sregex_iterator(readme.begin(), readme.end(), row);
+         m != std::sregex_iterator(); ++m) {
+        commands.push_back((*m)[1]);
+        EXPECT_NE(help.out.find("\n  " + commands.back() + " "), std::string::npos)
+            << commands.back();
+    }
+    EXPECT_GE(commands.size(), 9u);
+    for (const std::string& command : commands) {
+        if (command == "help")
+            continue;
+        SCOPED_TRACE(command);
+        const ZorhostRun own = zorhost(command + " --help");
+        EXPECT_EQ(own.status, 0);
+        const size_t example = own.out.find("\n  zorhost " + command);
+        ASSERT_NE(example, std::string::npos) << own.out;
+        std::string line =
+            own.out.substr(example + 11, own.out.find('\n', example + 1) - example - 11);
+        // Written outputs go to a directory of the test's own.
+        TempDir dir;
+        line = std::regex_replace(line, std::regex("/tmp/"), dir.path() + "/");
+        const ZorhostRun run = zorhost(line);
+        EXPECT_EQ(run.status, 0) << line << "\n" << run.err;
+    }
+}

@@ -19,6 +19,7 @@
 #include "zorCore/DtDe.h"
 #include "zorTerrain/DtTdbFeatureAdder.h"
 #include "zorTerrain/DtTdbFeatureFieldValueReader.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 
 namespace {
 
@@ -109,7 +110,7 @@ BENCHMARK(ogrValues)->Unit(benchmark::kMillisecond)->Iterations(3);
 }  // namespace
 
 int main(int argc, char** argv) {
-    DtNotifyLevelGuard quiet;
+    kelZor::DtQuietLoader quiet;
     const PeakTasks tasks = {
         {"adder-points", [] { addFeatures(pointsFile()); }},
         {"peer-points", [] { readAndTransformPoints(pointsFile()); }},

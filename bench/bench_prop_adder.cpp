@@ -15,11 +15,13 @@
 #include <vector>
 
 #include "BenchData.h"
+#include "DtedCell.h"
 #include "RatioReporter.h"
 #include "hxutil/DtNotify.h"
 #include "matrix/DtGeodeticCoord.h"
 #include "zorCore/DtDe.h"
 #include "zorTerrain/DtTdbPropAdder.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 
 namespace {
 
@@ -34,24 +36,10 @@ const std::string& cellFile() {
         const std::string file = directory() + "/n45_e007.dt1";
         if (std::filesystem::exists(file))
             return file;
-        constexpr int posts = 1201;
-        GDALAllRegister();
-        GDALDatasetUniquePtr cell(GetGDALDriverManager()->GetDriverByName("MEM")->Create(
-            "", posts, posts, 1, GDT_Int16, nullptr));
-        const double step = 1.0 / 1200.0;
-        double transform[6] = {7.0 - step / 2, step, 0.0, 46.0 + step / 2, 0.0, -step};
-        cell->SetGeoTransform(transform);
-        OGRSpatialReference srs;
-        srs.SetWellKnownGeogCS("WGS84");
-        cell->SetSpatialRef(&srs);
-        std::vector<int16_t> heights(posts * posts);
-        for (int i = 0; i < posts * posts; ++i)
-            heights[i] = static_cast<int16_t>((i % posts) * 3 % 1700 + (i / posts) % 500);
-        if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts,
-                                             posts, GDT_Int16, 0, 0) != CE_None)
-            return std::string();
-        GDALDatasetUniquePtr copy(GetGDALDriverManager()->GetDriverByName("DTED")->CreateCopy(
-            file.c_str(), cell.get(), FALSE, nullptr, nullptr, nullptr));
+        writeDtedCell(file, 45, 7, 1201, [](int row, int col) {
+            const int i = row * 1201 + col;
+            return (i % 1201) * 3 % 1700 + (i / 1201) % 500;
+        });
         return file;
     }();
     return path;
@@ -159,7 +147,7 @@ BENCHMARK(ogrPlaceOnCell)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    DtNotifyLevelGuard quiet;
+    kelZor::DtQuietLoader quiet;
     pointsFile();
     cellFile();
     RatioReporter reporter;

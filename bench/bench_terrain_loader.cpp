@@ -22,8 +22,10 @@
 
 #include "BenchData.h"
 #include "RatioReporter.h"
+#include "gdalsupport/DtGdalScope.h"
 #include "hxutil/DtNotify.h"
 #include "terrainDbFactory/DtTdbManager.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 #include "zorTerrain/DtTerrainToolkitHeaderParser.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
@@ -44,7 +46,7 @@ DtUtmCS utmScene() {
 }
 
 void isValidLarge(benchmark::State& state) {
-    DtNotifyLevelGuard quiet;
+    kelZor::DtQuietLoader quiet;
     for (auto _ : state) {
         kelZor::DtTerrainToolkitHeaderParser parser(largeFile());
         benchmark::DoNotOptimize(parser.isValid());
@@ -53,7 +55,7 @@ void isValidLarge(benchmark::State& state) {
 BENCHMARK(isValidLarge)->Unit(benchmark::kMicrosecond);
 
 void isValidSmall(benchmark::State& state) {
-    DtNotifyLevelGuard quiet;
+    kelZor::DtQuietLoader quiet;
     for (auto _ : state) {
         kelZor::DtTerrainToolkitHeaderParser parser(smallFile());
         benchmark::DoNotOptimize(parser.isValid());
@@ -62,14 +64,13 @@ void isValidSmall(benchmark::State& state) {
 BENCHMARK(isValidSmall)->Unit(benchmark::kMicrosecond);
 
 void openAndReadSystem(benchmark::State& state, const std::string& path) {
-    CPLPushErrorHandler(CPLQuietErrorHandler);
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
     for (auto _ : state) {
         GDALDatasetUniquePtr dataset(static_cast<GDALDataset*>(GDALOpenEx(
             path.c_str(), GDAL_OF_VECTOR | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
         const OGRSpatialReference* srs = dataset->GetLayer(0)->GetSpatialRef();
         benchmark::DoNotOptimize(srs->GetUTMZone());
     }
-    CPLPopErrorHandler();
 }
 void ogrOpenAndSystem(benchmark::State& state) {
     openAndReadSystem(state, largeFile());
@@ -85,7 +86,7 @@ size_t loadPoints() {
 }
 
 size_t loadNetwork() {
-    DtNotifyLevelGuard quiet;
+    kelZor::DtQuietLoader quiet;
     DtTdbManager manager;
     DtString error;
     manager.loadFor3DVisualization(DtFilename(largeFile()), new DtUtmCS(utmScene()), &error);

@@ -7,14 +7,16 @@
 #include "zorCore/DtHeaderParser.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > 64 * 1024) return 0;
+    if (size > 64 * 1024)
+        return 0;
     const std::string path = writeScratchFile(data, size, "osg");
     kelZor::DtHeaderParserFactory& factory = kelZor::DtHeaderParserFactory::instance(fuzzEngine());
     std::unique_ptr<kelZor::DtHeaderParser> parser(factory.createHeaderParser(path));
     if (parser && parser->isValid()) {
         kelZor::DtCoordinateSystem system(parser->terrainCoordinateSystem(),
                                           parser->terrainCoordinateSystemParameters());
-        if (system.type() != parser->terrainCoordinateSystem()) __builtin_trap();
+        if (system.type() != parser->terrainCoordinateSystem())
+            __builtin_trap();
     }
     std::remove(path.c_str());
     return 0;

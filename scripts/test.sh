@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds zorTerrain and passes every test: the suite in a normal build, the suite again
-# under AddressSanitizer + UndefinedBehaviorSanitizer, then each libFuzzer target for a
-# short bounded time (FUZZ_SECONDS, default 30) when clang is present.
+# Builds zorTerrain and passes every test: the sources' formatting, the suite in a
+# normal build, the suite again under AddressSanitizer + UndefinedBehaviorSanitizer, then
+# each libFuzzer target for a short bounded time (FUZZ_SECONDS, default 30) when clang is
+# present.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,6 +14,10 @@ generator=()
 command -v ninja >/dev/null && generator=(-G Ninja)
 
 step() { printf '\n== %s ==\n' "$*"; }
+
+step "formatting (.clang-format)"
+# A format-only difference fails here, before anything is built.
+git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
 step "normal build and tests"
 cmake -S . -B build "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null

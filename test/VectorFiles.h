@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "DtedCell.h"
+
 struct TestFeature {
     std::string wkt;
     std::map<std::string, std::string> text;
@@ -91,27 +93,5 @@ inline bool writeVector(const std::string& path, const OGRSpatialReference* srs,
 // A level-0 DTED cell whose south-west corner is (lat, lon), heights from `height`.
 template <typename Height>
 bool writeDted(const std::string& path, int lat, int lon, Height height) {
-    GDALAllRegister();
-    constexpr int posts = 121;
-    GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDriver* dted = GetGDALDriverManager()->GetDriverByName("DTED");
-    GDALDatasetUniquePtr cell(memory->Create("", posts, posts, 1, GDT_Int16, nullptr));
-    const double step = 1.0 / 120.0;
-    double transform[6] = {lon - step / 2, step, 0.0, lat + 1 + step / 2, 0.0, -step};
-    cell->SetGeoTransform(transform);
-    OGRSpatialReference srs;
-    srs.SetWellKnownGeogCS("WGS84");
-    cell->SetSpatialRef(&srs);
-    std::vector<int16_t> heights(posts * posts);
-    for (int row = 0; row < posts; ++row) {
-        for (int col = 0; col < posts; ++col)
-            heights[row * posts + col] = static_cast<int16_t>(height(row, col));
-    }
-    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts, posts,
-                                         GDT_Int16, 0, 0) != CE_None) {
-        return false;
-    }
-    GDALDatasetUniquePtr copy(
-        dted->CreateCopy(path.c_str(), cell.get(), FALSE, nullptr, nullptr, nullptr));
-    return copy != nullptr;
+    return writeDtedCell(path, lat, lon, 121, height);
 }

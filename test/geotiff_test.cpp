@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "ParserAnswer.h"
 #include "TempDir.h"
 #include "zorCore/DtGeoTiffHeaderParser.h"
 #include "zorUtil/DtCoordinateSystem.h"
@@ -35,16 +36,8 @@ std::string makeRaster(const TempDir& dir, const std::string& name, const char* 
     return path;
 }
 
-struct Answer {
-    bool valid;
-    std::string type;
-    std::string parameters;
-};
-
-Answer askGeoTiff(const std::string& path) {
-    DtGeoTiffHeaderParser parser(path);
-    const bool valid = parser.isValid();
-    return {valid, parser.terrainCoordinateSystem(), parser.terrainCoordinateSystemParameters()};
+ParserAnswer askGeoTiff(const std::string& path) {
+    return askParser(DtGeoTiffHeaderParser(path));
 }
 
 }  // namespace
@@ -67,16 +60,16 @@ TEST(GeoTiffHeaderParser, coordinateSystemsBecomeConverterKinds) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.epsg);
-        const Answer a =
+        const ParserAnswer a =
             askGeoTiff(makeRaster(dir, std::to_string(c.epsg) + ".tif", "GTiff", c.epsg));
         EXPECT_EQ(a.valid, c.valid);
         EXPECT_EQ(a.type, c.type);
     }
-    const Answer south = askGeoTiff(dir.file("32733.tif"));
+    const ParserAnswer south = askGeoTiff(dir.file("32733.tif"));
     const DtCoordinateSystem utm(south.type, south.parameters);
     EXPECT_EQ(utm.utmConverter()->zone(), 33);
     EXPECT_EQ(utm.utmConverter()->hemisphere(), 'S');
-    const Answer lambert = askGeoTiff(dir.file("2154.tif"));
+    const ParserAnswer lambert = askGeoTiff(dir.file("2154.tif"));
     const DtCoordinateSystem lcc(lambert.type, lambert.parameters);
     EXPECT_DOUBLE_EQ(lcc.lambertConverter()->originLatitude(), 46.5);
     EXPECT_DOUBLE_EQ(lcc.lambertConverter()->originLongitude(), 3.0);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "MetaFlightDocument.h"
+#include "ParserAnswer.h"
 #include "TempDir.h"
 #include "hxutil/DtException.h"
 #include "matrix/DtAngles.h"
@@ -12,19 +13,9 @@ using namespace kelZor;
 
 namespace {
 
-struct Answer {
-    bool valid;
-    std::string type;
-    std::string parameters;
-    size_t patches;
-};
-
-Answer ask(const MetaFlightDocument& doc) {
+ParserAnswer ask(const MetaFlightDocument& doc) {
     TempDir dir;
-    DtMetaFlightHeaderParser parser(dir.write("doc.mft", doc.text()));
-    const bool valid = parser.isValid();
-    return {valid, parser.terrainCoordinateSystem(), parser.terrainCoordinateSystemParameters(),
-            parser.terrainPatchRecords().size()};
+    return askParser(DtMetaFlightHeaderParser(dir.write("doc.mft", doc.text())));
 }
 
 std::string utmSystem(const std::string& falseOrigin) {
@@ -39,7 +30,7 @@ std::string utmSystem(const std::string& falseOrigin) {
 TEST(MetaFlightHeaderParser, utmTakesTheShortInitUnlessAFalseOriginIsSet) {
     MetaFlightDocument doc;
     doc.systems = utmSystem("");
-    Answer a = ask(doc);
+    ParserAnswer a = ask(doc);
     ASSERT_TRUE(a.valid);
     EXPECT_EQ(a.type, DtCoordinateConverter::UTM);
     DtUtmCoordinateConverter shortInit;
@@ -61,7 +52,7 @@ TEST(MetaFlightHeaderParser, otherSystemsAndShapes) {
         "<Ellipsoid name=\"E\"/><ProjectedCoordSys name=\"G\"><HorizontalDatumUsed refTo=\"E\"/>"
         "<FlatEarth><OriginLatitude>45</OriginLatitude><OriginLongitude>10</OriginLongitude>"
         "</FlatEarth></ProjectedCoordSys>";
-    Answer a = ask(doc);
+    ParserAnswer a = ask(doc);
     ASSERT_TRUE(a.valid);
     const DtCoordinateSystem flat(a.type, a.parameters);
     EXPECT_DOUBLE_EQ(flat.flatEarthConverter()->lat(), DtDeg2Rad(45.0));

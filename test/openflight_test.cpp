@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "ParserAnswer.h"
 #include "TempDir.h"
 #include "matrix/DtAngles.h"
 #include "zorCore/DtDe.h"
@@ -65,21 +66,11 @@ std::string headerBytes(const HeaderFields& f) {
     return bytes;
 }
 
-struct Answer {
-    bool valid;
-    std::string type;
-    std::string parameters;
-    size_t patches;
-};
-
-Answer parse(const std::string& path) {
-    DtOpenFlightHeaderParser parser(path);
-    const bool valid = parser.isValid();
-    return {valid, parser.terrainCoordinateSystem(), parser.terrainCoordinateSystemParameters(),
-            parser.terrainPatchRecords().size()};
+ParserAnswer parse(const std::string& path) {
+    return askParser(DtOpenFlightHeaderParser(path));
 }
 
-Answer parseHeader(const HeaderFields& fields) {
+ParserAnswer parseHeader(const HeaderFields& fields) {
     TempDir dir;
     return parse(dir.write("db.flt", headerBytes(fields)));
 }
@@ -98,7 +89,7 @@ TEST(OpenFlightHeaderParser, geocentricCodeSwapsAtRevision1580) {
         HeaderFields f;
         f.revision = c.revision;
         f.projection = c.projection;
-        const Answer a = parseHeader(f);
+        const ParserAnswer a = parseHeader(f);
         EXPECT_EQ(a.valid, c.valid);
         EXPECT_EQ(a.patches, c.valid ? 1u : 0u);
         if (c.valid) {
@@ -116,7 +107,7 @@ TEST(OpenFlightHeaderParser, utmZoneOutsideZeroToSixtyBecomesZero) {
         f.originLat = -33.9;
         f.originLon = 18.4;
         f.zone = inFile;
-        const Answer a = parseHeader(f);
+        const ParserAnswer a = parseHeader(f);
         ASSERT_TRUE(a.valid);
         EXPECT_EQ(a.type, DtCoordinateConverter::UTM);
         const DtCoordinateSystem system(a.type, a.parameters);
@@ -131,7 +122,7 @@ TEST(OpenFlightHeaderParser, flatEarthTakesRadiansAndLambertSwapsItsParallels) {
     flat.projection = 0;
     flat.originLat = 45.0;
     flat.originLon = 10.0;
-    Answer a = parseHeader(flat);
+    ParserAnswer a = parseHeader(flat);
     ASSERT_TRUE(a.valid);
     EXPECT_EQ(a.type, DtCoordinateConverter::FlatEarth);
     const DtCoordinateSystem flatSystem(a.type, a.parameters);
@@ -191,7 +182,7 @@ TEST(OpenFlightHeaderParser, unreadableOrShortFilesAreFalseAndOtherFormatsAreRea
     const char projection[] = {0, 0, 0, 6};
     std::memcpy(&other[12], revision, 4);
     std::memcpy(&other[92], projection, 4);
-    const Answer a = parse(dir.write("notes.flt", other));
+    const ParserAnswer a = parse(dir.write("notes.flt", other));
     EXPECT_TRUE(a.valid);
     EXPECT_EQ(a.type, DtCoordinateConverter::Geocentric);
 }

@@ -17,6 +17,7 @@
 #include "ZorhostRun.h"
 #include "hxutil/DtNotify.h"
 #include "terrainDbFactory/DtTdbManager.h"
+#include "zorTerrain/DtTdbSceneLoad.h"
 
 namespace {
 
@@ -112,7 +113,7 @@ TEST(TerrainLoader, coordinateSystemsOfRealFiles) {
 }
 
 TEST(TerrainLoader, filesWithoutASystemAnswerNullWithAReason) {
-    DtNotifyLevelGuard quiet(0);
+    kelZor::DtQuietLoader quiet;
     TempDir dir;
     ASSERT_TRUE(writeVector(dir.file("bare.shp"), nullptr, pointsAt({"POINT (1 2)"})));
     ASSERT_TRUE(writeVector(dir.file("garbage.shp"), nullptr, pointsAt({"POINT (1 2)"})));
@@ -243,7 +244,7 @@ TEST(TerrainLoader, layersInTheScenesZoneLandAsTheFullRoadPlacesThem) {
     const std::vector<TestFeature> unplaceable = {{"POINT (400000 5000000)", {}, {}, {}},
                                                   {"POINT (1e300 5000000)", {}, {}, {}}};
     ASSERT_TRUE(writeVector(dir.file("far.shp"), srsFromEpsg(32632).get(), unplaceable));
-    DtNotifyLevelGuard quiet;  // PROJ's own complaint stays out of the test's output
+    kelZor::DtQuietLoader quiet;  // PROJ's own complaint stays out of the test's output
     const WarnCapture warnings;
     DtTdbManager manager;
     DtString error;
@@ -297,7 +298,7 @@ TEST(TerrainLoader, batchesJoinIntoOneNetworkAndAnUnplaceablePointInALateOneIsNa
         points.push_back({"POINT (" + std::to_string(400000 + i) + " 4500000)", {}, {}, {}});
     points.push_back({"POINT (1e300 4500000)", {}, {}, {}});
     ASSERT_TRUE(writeVector(dir.file("far.shp"), srsFromEpsg(32618).get(), points));
-    DtNotifyLevelGuard quiet;  // PROJ's own complaint stays out of the test's output
+    kelZor::DtQuietLoader quiet;  // PROJ's own complaint stays out of the test's output
     const WarnCapture warnings;
     DtTdbManager far;
     ASSERT_TRUE(load(far, dir.file("far.shp"), nullptr, error));
@@ -396,7 +397,7 @@ TEST(TerrainLoader, brokenFilesGiveALineAndNoDatabase) {
             std::filesystem::copy_file(dir.file(name), broken.file(name));
         const std::string cut = broken.file(std::string("roads.") + part);
         std::filesystem::resize_file(cut, std::filesystem::file_size(cut) / 2);
-        DtNotifyLevelGuard quiet(0);
+        kelZor::DtQuietLoader quiet;
         DtTdbManager manager;
         DtString error;
         const bool loaded = load(manager, broken.file("roads.shp"),

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "ParserAnswer.h"
 #include "TempDir.h"
 #include "VectorFiles.h"
 #include "hxutil/DtNotify.h"
@@ -22,23 +23,12 @@ using namespace kelZor;
 
 namespace {
 
-struct Answer {
-    bool valid;
-    std::string type;
-    std::string parameters;
-    std::string patch;  // the file name of the one patch, or ""
-};
-
-Answer ask(DtHeaderParser& parser) {
-    const bool valid = parser.isValid();
-    const auto& patches = parser.terrainPatchRecords();
-    return {valid, parser.terrainCoordinateSystem(), parser.terrainCoordinateSystemParameters(),
-            patches.size() == 1 ? patches.front().terrainPatchDefinitionRecord().filename() : ""};
+ParserAnswer ask(DtHeaderParser& parser) {
+    return askParser(parser);
 }
 
-Answer toolkit(const std::string& path) {
-    DtTerrainToolkitHeaderParser parser(path);
-    return ask(parser);
+ParserAnswer toolkit(const std::string& path) {
+    return askParser(DtTerrainToolkitHeaderParser(path));
 }
 
 const std::vector<TestFeature> onePoint = {{"POINT (580000 4480000)", {}, {}, {}}};
@@ -49,7 +39,7 @@ TEST(TerrainToolkitHeaderParser, eachKindInTheHostsWords) {
     TempDir dir;
     const int notifyLevel = DtNotifyLevel = 3;
     ASSERT_TRUE(writeDted(dir.file("N40_W075.DT1"), 40, -75, [](int, int) { return 0; }));
-    const Answer dted = toolkit(dir.file("N40_W075.DT1"));
+    const ParserAnswer dted = toolkit(dir.file("N40_W075.DT1"));
     EXPECT_TRUE(dted.valid);
     EXPECT_EQ(dted.type, "Flat Earth");  // capital extension: still a DTED cell
     EXPECT_EQ(dted.parameters, "40.5,-74.5");
@@ -57,7 +47,7 @@ TEST(TerrainToolkitHeaderParser, eachKindInTheHostsWords) {
     EXPECT_NO_THROW(DtCoordinateSystem(dted.type, dted.parameters));
 
     ASSERT_TRUE(writeVector(dir.file("utm.shp"), srsFromEpsg(32618).get(), onePoint));
-    const Answer utm = toolkit(dir.file("utm.shp"));
+    const ParserAnswer utm = toolkit(dir.file("utm.shp"));
     EXPECT_EQ(utm.type, DtCoordinateConverter::UTM);
     const DtCoordinateSystem rebuilt(utm.type, utm.parameters);
     ASSERT_NE(rebuilt.utmConverter(), nullptr);
@@ -65,7 +55,7 @@ TEST(TerrainToolkitHeaderParser, eachKindInTheHostsWords) {
     EXPECT_EQ(rebuilt.utmConverter()->hemisphere(), 'N');
 
     ASSERT_TRUE(writeVector(dir.file("lcc.shp"), srsFromEpsg(2264).get(), onePoint));
-    const Answer lcc = toolkit(dir.file("lcc.shp"));
+    const ParserAnswer lcc = toolkit(dir.file("lcc.shp"));
     EXPECT_EQ(lcc.type, DtCoordinateConverter::Lambert);
     const DtCoordinateSystem lambert(lcc.type, lcc.parameters);
     EXPECT_NEAR(lambert.lambertConverter()->originLatitude(), 33.75, 1e-9);
@@ -75,7 +65,7 @@ TEST(TerrainToolkitHeaderParser, eachKindInTheHostsWords) {
 
     ASSERT_TRUE(
         writeVector(dir.file("geo.shp"), srsFromEpsg(4326).get(), {{"POINT (1 2)", {}, {}, {}}}));
-    const Answer geographic = toolkit(dir.file("geo.shp"));
+    const ParserAnswer geographic = toolkit(dir.file("geo.shp"));
     EXPECT_TRUE(geographic.valid);
     EXPECT_EQ(geographic.type, "Geographic");
     EXPECT_EQ(geographic.parameters, "");
@@ -85,7 +75,7 @@ TEST(TerrainToolkitHeaderParser, eachKindInTheHostsWords) {
     EXPECT_EQ(toolkit(dir.file("plate.shp")).type, DtCoordinateConverter::FlatEarth);
 
     ASSERT_TRUE(writeVector(dir.file("bare.shp"), nullptr, {{"POINT (1 2)", {}, {}, {}}}));
-    const Answer bare = toolkit(dir.file("bare.shp"));
+    const ParserAnswer bare = toolkit(dir.file("bare.shp"));
     EXPECT_FALSE(bare.valid);
     EXPECT_EQ(bare.patch, "");
     EXPECT_EQ(DtNotifyLevel, notifyLevel);
@@ -176,7 +166,7 @@ TEST(TerrainProjectHeaderParser, asksTheTerrainsParserThenFallsBack) {
     std::filesystem::current_path(dir.file("project"));
 
     Project found(de, metafile(dir, "project/p.tproj", "./t.shp"));
-    const Answer answer = ask(found);
+    const ParserAnswer answer = ask(found);
     EXPECT_TRUE(answer.valid);
     EXPECT_EQ(answer.type, DtCoordinateConverter::UTM);
     EXPECT_EQ(answer.patch, "../data/terrain/t.shp");
@@ -186,7 +176,7 @@ TEST(TerrainProjectHeaderParser, asksTheTerrainsParserThenFallsBack) {
     ASSERT_TRUE(writeVector(dir.file("data/terrain/u.json"), srsFromEpsg(32618).get(), onePoint,
                             "GeoJSON"));
     Project fallback(de, metafile(dir, "project/q.tproj", "u.json"));
-    const Answer fell = ask(fallback);
+    const ParserAnswer fell = ask(fallback);
     EXPECT_TRUE(fell.valid);
     EXPECT_EQ(fell.patch, "../data/terrain/u.json");
 
@@ -202,7 +192,7 @@ TEST(MetaFileHeaderParser, theDataFileIsFoundBesideTheMetafile) {
     zorTerrain::init(de);
     ASSERT_TRUE(writeVector(dir.file("t.shp"), srsFromEpsg(32618).get(), onePoint));
     DtMetaFileHeaderParser relative(de, metafile(dir, "rel.meta", "t.shp"));
-    const Answer answer = ask(relative);
+    const ParserAnswer answer = ask(relative);
     EXPECT_TRUE(answer.valid);
     EXPECT_EQ(answer.type, DtCoordinateConverter::UTM);
     EXPECT_EQ(answer.patch, dir.file("t.shp"));
@@ -227,7 +217,7 @@ namespace {
 
 // The first node of `path` loaded into the scene the toolkit parser answers for `sceneOf`.
 DtPoint firstNodeInSceneOf(const std::string& sceneOf, const std::string& path) {
-    const Answer answer = toolkit(sceneOf);
+    const ParserAnswer answer = toolkit(sceneOf);
     EXPECT_TRUE(answer.valid);
     const DtCoordinateSystem scene(answer.type, answer.parameters);
     std::unique_ptr<Coordinate_System> cs(DtTdbToolCoordSysFactory::create(scene));
@@ -251,7 +241,7 @@ TEST(TerrainToolkitHeaderParser, aUtmFilesHemisphereIsItsSystems) {
     // gdaltransform -s_srs EPSG:4326 -t_srs EPSG:32733: 14.5 0.2 gives 444362.1443 10022106.8576
     ASSERT_TRUE(writeVector(dir.file("north33s.shp"), srsFromEpsg(32733).get(),
                             {{"POINT (444362.144270904 10022106.8575515)", {}, {}, {}}}));
-    const Answer answer = toolkit(dir.file("north33s.shp"));
+    const ParserAnswer answer = toolkit(dir.file("north33s.shp"));
     ASSERT_EQ(answer.type, DtCoordinateConverter::UTM);
     const DtCoordinateSystem scene(answer.type, answer.parameters);
     EXPECT_EQ(scene.utmConverter()->hemisphere(), 'S') << answer.parameters;
@@ -278,7 +268,7 @@ TEST(TerrainToolkitHeaderParser, longitudesAreGreenwichsAndNoScaleIsDropped) {
     TempDir dir;
     ASSERT_TRUE(writeVector(dir.file("paris.shp"), srsFromEpsg(27572).get(),
                             {{"POINT (601152.299296814 2428695.8969682)", {}, {}, {}}}));
-    const Answer answer = toolkit(dir.file("paris.shp"));
+    const ParserAnswer answer = toolkit(dir.file("paris.shp"));
     ASSERT_EQ(answer.type, DtCoordinateConverter::Lambert);
     const DtCoordinateSystem scene(answer.type, answer.parameters);
     const DtLambertCoordinateConverter& lambert = *scene.lambertConverter();
@@ -336,7 +326,7 @@ TEST(MetaFileHeaderParser, aByteOrderMarkAndATrailingSlashAreNoObstacle) {
                             "t", wkbPoint));
     DtMetaFileHeaderParser marked(
         de, dir.write("bom.meta", "\xEF\xBB\xBF[3DView]\nterrain = t.gdb/\n"));
-    const Answer answer = ask(marked);
+    const ParserAnswer answer = ask(marked);
     EXPECT_TRUE(answer.valid);
     EXPECT_EQ(answer.type, DtCoordinateConverter::UTM);
     EXPECT_EQ(answer.patch, dir.file("t.gdb/"));

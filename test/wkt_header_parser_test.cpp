@@ -16,6 +16,7 @@
 #include <string>
 #include <thread>
 
+#include "ParserAnswer.h"
 #include "TempDir.h"
 #include "matrix/DtAngles.h"
 #include "zorTerrain/DtWktHeaderParser.h"
@@ -43,19 +44,9 @@ std::string modelFile(const std::string& wkt, const std::string& origins = "") {
            std::string("\0\x18", 2) + origins + std::string("\0\xff\xfe trailing geometry", 22);
 }
 
-struct Answer {
-    bool valid;
-    std::string type;
-    std::string parameters;
-    size_t patches;
-};
-
-Answer ask(const std::string& bytes) {
+ParserAnswer ask(const std::string& bytes) {
     TempDir dir;
-    DtWktHeaderParser parser(dir.write("model.osg", bytes));
-    const bool valid = parser.isValid();
-    return {valid, parser.terrainCoordinateSystem(), parser.terrainCoordinateSystemParameters(),
-            parser.terrainPatchRecords().size()};
+    return askParser(DtWktHeaderParser(dir.write("model.osg", bytes)));
 }
 
 // Reaches the protected steps.
@@ -72,7 +63,7 @@ TEST(WktHeaderParser, everyUtmZoneGivesItsZoneAndHemisphere) {
     for (int zone = 1; zone <= 60; ++zone) {
         for (const bool north : {true, false}) {
             SCOPED_TRACE(std::to_string(zone) + (north ? "N" : "S"));
-            const Answer a = ask(modelFile(wktOf((north ? 32600 : 32700) + zone, true)));
+            const ParserAnswer a = ask(modelFile(wktOf((north ? 32600 : 32700) + zone, true)));
             ASSERT_TRUE(a.valid);
             EXPECT_EQ(a.type, DtCoordinateConverter::UTM);
             const DtCoordinateSystem system(a.type, a.parameters);
@@ -84,7 +75,7 @@ TEST(WktHeaderParser, everyUtmZoneGivesItsZoneAndHemisphere) {
 }
 
 TEST(WktHeaderParser, otherKindsAndRefusals) {
-    Answer a = ask(modelFile(wktOf(2154, true)));  // Lambert-93: LCC 2SP
+    ParserAnswer a = ask(modelFile(wktOf(2154, true)));  // Lambert-93: LCC 2SP
     ASSERT_TRUE(a.valid);
     EXPECT_EQ(a.type, DtCoordinateConverter::Lambert);
     EXPECT_EQ(a.parameters, "46.5,3,49,44");
@@ -125,7 +116,7 @@ TEST(WktHeaderParser, otherKindsAndRefusals) {
 
 TEST(WktHeaderParser, aNonZeroOriginBecomesTheConvertersOrigin) {
     // UTM 11N easting 500000, northing 4000000 is 36.144718 N, 117 W (GeoConvert).
-    Answer a = ask(modelFile(wktOf(32611, true), "X Origin: 500000\"Y Origin:: 4000000\0"));
+    ParserAnswer a = ask(modelFile(wktOf(32611, true), "X Origin: 500000\"Y Origin:: 4000000\0"));
     ASSERT_TRUE(a.valid);
     const DtCoordinateSystem utm(a.type, a.parameters);
     EXPECT_NEAR(utm.utmConverter()->originLatitude().toDegrees(), 36.144718, 1e-6);
@@ -210,7 +201,7 @@ TEST(WktHeaderParser, keysSplitOverBlockBoundaries) {
         // failed match, so it is lower case here.
         std::string bytes(static_cast<size_t>(1 << 20) - cut, 'w');
         bytes += key + ": " + wkt + std::string(1, '\0');
-        Answer a = ask(bytes);
+        ParserAnswer a = ask(bytes);
         ASSERT_TRUE(a.valid);
         EXPECT_EQ(DtCoordinateSystem(a.type, a.parameters).utmConverter()->zone(), 33);
 

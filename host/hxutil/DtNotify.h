@@ -3,7 +3,7 @@
 // DtNotifyLevel: 0 is quiet; the terrain database loader and the vector library only
 // write diagnostics above it. What a user must know whatever the level (a load that had
 // to leave features out) still goes to DtWarn. Code that must keep the libraries quiet
-// saves, zeroes and restores it (DtNotifyLevelGuard).
+// saves, zeroes and restores it on every path.
 //
 // DtWarn: where the libraries write warnings, one line each. It writes to std::cerr
 // unless redirected (tests capture it with setTarget).
@@ -34,15 +34,3 @@ private:
 };
 
 extern DtOutputStream DtWarn;
-
-// Sets DtNotifyLevel for a scope and restores the earlier value on every path.
-class DtNotifyLevelGuard {
-public:
-    explicit DtNotifyLevelGuard(int level = 0) : saved_(DtNotifyLevel) { DtNotifyLevel = level; }
-    ~DtNotifyLevelGuard() { DtNotifyLevel = saved_; }
-    DtNotifyLevelGuard(const DtNotifyLevelGuard&) = delete;
-    DtNotifyLevelGuard& operator=(const DtNotifyLevelGuard&) = delete;
-
-private:
-    int saved_;
-};

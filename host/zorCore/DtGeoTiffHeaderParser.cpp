@@ -5,13 +5,23 @@
 
 #include <memory>
 
+#include "gdalsupport/DtGdalScope.h"
 #include "gdalsupport/DtSrsParameters.h"
-#include "zorCore/DtGdalSupport.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace kelZor {
 
 namespace {
+
+// A raster opened read-only, with only `driver` when it is not null; null on failure.
+GDALDatasetUniquePtr openRaster(const std::string& path, const char* driver) {
+    DtGdalRegisterOnce();
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
+    const char* const drivers[] = {driver, nullptr};
+    return GDALDatasetUniquePtr(
+        GDALDataset::FromHandle(GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY,
+                                           driver ? drivers : nullptr, nullptr, nullptr)));
+}
 
 // The converter kind of a raster's coordinate system, or null for one we do not serve.
 std::unique_ptr<DtCoordinateConverter> converterOf(const OGRSpatialReference& srs) {
@@ -39,7 +49,7 @@ std::unique_ptr<DtCoordinateConverter> converterOf(const OGRSpatialReference& sr
 }  // namespace
 
 bool DtGeoTiffHeaderParser::isValid() {
-    GDALDatasetUniquePtr dataset = DtOpenRaster(filePath_, "GTiff");
+    GDALDatasetUniquePtr dataset = openRaster(filePath_, "GTiff");
     if (!dataset)
         return false;
     const OGRSpatialReference* srs = dataset->GetSpatialRef();
@@ -59,7 +69,7 @@ DtHeaderParser* DtGeoTiffHeaderParserCreator::create(DtDe&, const std::string& f
 }
 
 bool DtImageHeaderParser::isValid() {
-    if (!DtOpenRaster(filePath_, nullptr))
+    if (!openRaster(filePath_, nullptr))
         return false;
     terrainCoordinateSystem_.clear();
     terrainCoordinateSystemParameters_.clear();

@@ -126,6 +126,12 @@ std::string DtCartesianCoordinateConverter::stringRep() const {
     return "";
 }
 
+void DtMapProjectionConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
+    double lat, lon, h;
+    cigToGeodetic(cig, lat, lon, h);
+    geoc = geocentricOf(lat, lon, h);
+}
+
 // ---------------------------------------------------------------- flat earth
 
 DtFlatEarthCoordinateConverter::DtFlatEarthCoordinateConverter() {
@@ -312,20 +318,24 @@ int32_t DtUtmCoordinateConverter::signedZone() const {
 }
 
 // The height of the false origin has no place in the terrain database's system: only its
-// easting and northing reach a load.
+// easting and northing reach a load. NaN when the false origin lies nowhere.
+void DtUtmCoordinateConverter::frameOrigin(double& latDeg, double& lonDeg) const {
+    latDeg = originLatDeg_;
+    lonDeg = originLonDeg_;
+    if (hasFrameOrigin() && !unproject(effectiveZone_, hemisphere_ == 'N', falseOrigin_[0],
+                                       falseOrigin_[1], latDeg, lonDeg))
+        latDeg = lonDeg = std::nan("");
+}
+
 DtDegMinSec DtUtmCoordinateConverter::frameOriginLatitude() const {
-    double lat = originLatDeg_, lon = originLonDeg_;
-    if (hasFrameOrigin() &&
-        !unproject(effectiveZone_, hemisphere_ == 'N', falseOrigin_[0], falseOrigin_[1], lat, lon))
-        lat = std::nan("");
+    double lat, lon;
+    frameOrigin(lat, lon);
     return convertToDmsLat(lat);
 }
 
 DtDegMinSec DtUtmCoordinateConverter::frameOriginLongitude() const {
-    double lat = originLatDeg_, lon = originLonDeg_;
-    if (hasFrameOrigin() &&
-        !unproject(effectiveZone_, hemisphere_ == 'N', falseOrigin_[0], falseOrigin_[1], lat, lon))
-        lon = std::nan("");
+    double lat, lon;
+    frameOrigin(lat, lon);
     return convertToDmsLon(lon);
 }
 
@@ -365,12 +375,6 @@ void DtUtmCoordinateConverter::cigToGeodetic(const DtVector64& cig, double& latD
     if (!std::isfinite(height) ||
         !unproject(effectiveZone_, hemisphere_ == 'N', easting, northing, latDeg, lonDeg))
         throwOutside("no finite latitude and longitude");
-}
-
-void DtUtmCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
-    double lat, lon, h;
-    cigToGeodetic(cig, lat, lon, h);
-    geoc = geocentricOf(lat, lon, h);
 }
 
 std::unique_ptr<DtUtmCoordinateConverter> DtUtmCoordinateConverter::fromStringRep(
@@ -458,12 +462,6 @@ void DtLambertCoordinateConverter::cigToGeodetic(const DtVector64& cig, double& 
     projection_->lcc.Reverse(originLonDeg_, cig.x(), cig.y() + projection_->originNorthing, latDeg,
                              lonDeg, gamma, k);
     height = cig.z();
-}
-
-void DtLambertCoordinateConverter::cigToGeoc(const DtVector64& cig, DtVector64& geoc) const {
-    double lat, lon, h;
-    cigToGeodetic(cig, lat, lon, h);
-    geoc = geocentricOf(lat, lon, h);
 }
 
 std::unique_ptr<DtLambertCoordinateConverter> DtLambertCoordinateConverter::fromStringRep(

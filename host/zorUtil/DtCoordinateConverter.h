@@ -124,7 +124,15 @@ private:
     double enuToGeoc_[9] = {0.0};
 };
 
-class DtUtmCoordinateConverter : public DtCoordinateConverter {
+// A map projection (UTM, Lambert): x and y fix latitude and longitude, z is the height
+// above the ellipsoid, so a scene position reaches geocentric through its geodetic one.
+class DtMapProjectionConverter : public DtCoordinateConverter {
+public:
+    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
+    bool zIsHeight() const override { return true; }
+};
+
+class DtUtmCoordinateConverter : public DtMapProjectionConverter {
 public:
     // What the two angles the terrain database is given (frameOriginLatitude/Longitude)
     // stand for: a place in the system's area, its frame being plain easting and
@@ -170,10 +178,8 @@ public:
     // "<lat>,<lon>,<zone>,<effective zone>,<N|S>,<fx>,<fy>,<fz>,<0|1>,<ellipsoid>"
     std::string stringRep() const override;
     void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
-    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
     void cigToGeodetic(const DtVector64& cig, double& latDeg, double& lonDeg,
                        double& height) const override;
-    bool zIsHeight() const override { return true; }
 
     // Easting and northing of a geodetic position in a zone (1..60, transverse Mercator
     // with the zone's constants wherever it is defined, also beyond the zone's band; 0,
@@ -188,6 +194,7 @@ public:
 private:
     void setZone(long zone, bool haveOrigin);
     bool hasFrameOrigin() const;
+    void frameOrigin(double& latDeg, double& lonDeg) const;
     double originLatDeg_ = 0.0;
     double originLonDeg_ = 0.0;
     int32_t zone_ = 0;
@@ -198,7 +205,7 @@ private:
     uint8_t ellipsoidCode_ = 0;
 };
 
-class DtLambertCoordinateConverter : public DtCoordinateConverter {
+class DtLambertCoordinateConverter : public DtMapProjectionConverter {
 public:
     DtLambertCoordinateConverter();
     ~DtLambertCoordinateConverter() override;
@@ -217,10 +224,8 @@ public:
     // "<origin lat>,<origin lon>,<parallel 1>,<parallel 2>" in degrees.
     std::string stringRep() const override;
     void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
-    void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
     void cigToGeodetic(const DtVector64& cig, double& latDeg, double& lonDeg,
                        double& height) const override;
-    bool zIsHeight() const override { return true; }
 
     static std::unique_ptr<DtLambertCoordinateConverter> fromStringRep(const std::string& rep);
 

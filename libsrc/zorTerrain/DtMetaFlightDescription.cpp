@@ -1,3 +1,6 @@
+// The query facade over a parsed document, in one file because it is one class read in
+// the order of its header: lookups, tile geometry, conversions and tile names. The
+// pattern language of the names lives in DtTilePathGenerator.cpp.
 #include "zorTerrain/DtMetaFlightDescription.h"
 
 #include <boost/pointer_cast.hpp>
@@ -75,7 +78,9 @@ Kind kindOf(const Types::CoordSysType* system, const Types::ProjectedCoordSys*& 
     return Kind::Unsupported;
 }
 
-DtUtmCoordinateConverter utmConverterOf(const Types::ProjectedCoordSys& projected) {
+// The converter of a conversion: always with the document's false origin, zero or not.
+// (The header parser answers a document without one: DtMetaFlightHeaderParser.cpp.)
+DtUtmCoordinateConverter conversionUtmConverter(const Types::ProjectedCoordSys& projected) {
     const char hemisphere = projected.uTM->hemisphere.value == Types::Hemisphere::NORTH ? 'N' : 'S';
     DtUtmCoordinateConverter converter;
     converter.init(projected.falseOriginX, projected.falseOriginY, projected.falseOriginZ,
@@ -98,7 +103,7 @@ DtVector64 toGeocentric(Kind kind, const Types::ProjectedCoordSys* system,
             return DtGeodeticCoord(position.x(), position.y(), position.z(), DtGlobalEllipsoid())
                 .geocentric();
         case Kind::Utm:
-            utmConverterOf(*system).cigToGeoc(position, geocentric);
+            conversionUtmConverter(*system).cigToGeoc(position, geocentric);
             break;
         case Kind::FlatEarth:
             flatEarthConverterOf(*system).cigToGeoc(position, geocentric);
@@ -124,7 +129,7 @@ DtVector64 fromGeocentric(Kind kind, const Types::ProjectedCoordSys* system,
             return DtVector64(geodetic.lat(), geodetic.lon(), geodetic.alt());
         }
         case Kind::Utm:
-            utmConverterOf(*system).geocToCig(geocentric, result);
+            conversionUtmConverter(*system).geocToCig(geocentric, result);
             break;
         case Kind::FlatEarth:
             flatEarthConverterOf(*system).geocToCig(geocentric, result);
@@ -609,8 +614,7 @@ namespace {
 // last. The format of a reference is checked for each kind of value it meets.
 struct ParsedPattern {
     struct Reference {
-        std::string variable;
-        std::string formatting;
+        DtTilePathGenerator::Reference text;
         int checked[2] = {-1, -1};  // per kind (number, text): -1 unknown, 0 refused, 1 fine
         DtTilePathGenerator::Format format[2];
     };
@@ -620,21 +624,11 @@ struct ParsedPattern {
     std::string tail;
 
     explicit ParsedPattern(const std::string& text) : pattern(text) {
-        size_t position = 0;
-        for (size_t start = text.find("$("); start != std::string::npos;
-             start = text.find("$(", position)) {
-            const size_t end = text.find(')', start);
-            if (end == std::string::npos) {
-                unclosed = true;
-                return;
-            }
-            Reference reference;
-            reference.variable = text.substr(start + 2, end - start - 2);
-            reference.formatting = text.substr(position, start - position);
-            references.push_back(std::move(reference));
-            position = end + 1;
-        }
-        tail = text.substr(position);
+        std::vector<DtTilePathGenerator::Reference> split;
+        unclosed = !DtTilePathGenerator::splitPattern(text, split, tail);
+        references.resize(split.size());
+        for (size_t i = 0; i < split.size(); ++i)
+            references[i].text = std::move(split[i]);
     }
 };
 
@@ -651,14 +645,14 @@ std::string DtMetaFlightDescription::generateFileName(
         return std::string();
     std::string result;
     for (ParsedPattern::Reference& reference : parsed.references) {
-        const auto variable = variables.find(reference.variable);
+        const auto variable = variables.find(reference.text.variable);
         if (variable == variables.end())
             return std::string();
         const StringOrInt& value = variable->second;
         const int kind = value.isString ? 1 : 0;
         if (reference.checked[kind] < 0) {
             reference.checked[kind] =
-                DtTilePathGenerator::parseFormat(reference.formatting, value.isString,
+                DtTilePathGenerator::parseFormat(reference.text.formatting, value.isString,
                                                  reference.format[kind])
                     ? 1
                     : 0;

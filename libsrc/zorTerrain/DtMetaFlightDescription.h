@@ -19,6 +19,11 @@
 //
 // Positions in a geodetic system are latitude, longitude (radians) and altitude; in a
 // document's Position2D of an angular system X is longitude and Y latitude in degrees.
+//
+// Threads: a description is used by one thread at a time (generateGeometryGridTileFilename
+// keeps the last tile's variables in the object); separate descriptions may be used on
+// separate threads. The static members may be called from any thread: generateFileName
+// keeps the last pattern it read per thread.
 #pragma once
 
 #include <boost/shared_ptr.hpp>
@@ -138,7 +143,9 @@ public:
                                 boost::shared_ptr<Types::CoordSysType> destination, double& x,
                                 double& y, double& z);
 
-    // Expands $(NAME) references; the literal text before each is its printf format.
+    // Expands $(NAME) references; the literal text before each is its printf format. The
+    // language is DtTilePathGenerator's (its static members), which names a whole level
+    // faster.
     // Empty for a pattern that cannot be expanded: an unclosed reference, an unknown
     // variable, or a format that is unsafe or does not fit the variable (more than one
     // conversion, %n, *, a conversion of the wrong kind, an expansion of 2048

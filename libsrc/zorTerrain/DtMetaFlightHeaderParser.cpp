@@ -16,7 +16,11 @@ using Types = DtMetaFlightTypes;
 
 namespace {
 
-std::unique_ptr<DtCoordinateConverter> utmConverterOf(const Types::ProjectedCoordSys& system) {
+// The converter a document is answered with: set up without a false origin when all three
+// are zero. (The description's conversions always give the false origin, zero or not:
+// DtMetaFlightDescription.cpp.)
+std::unique_ptr<DtCoordinateConverter> answeredUtmConverter(
+    const Types::ProjectedCoordSys& system) {
     const char hemisphere = system.uTM->hemisphere.value == Types::Hemisphere::NORTH ? 'N' : 'S';
     const long zone = static_cast<long>(system.uTM->zone);
     auto utm = std::make_unique<DtUtmCoordinateConverter>();
@@ -37,7 +41,7 @@ Selection selectConverter(const boost::shared_ptr<Types::CoordSysType>& system,
     if (auto projected = boost::dynamic_pointer_cast<Types::ProjectedCoordSys>(system)) {
         if (projected->uTM) {
             type = DtCoordinateConverter::UTM;
-            converter = utmConverterOf(*projected);
+            converter = answeredUtmConverter(*projected);
         } else if (projected->flatEarth) {
             type = DtCoordinateConverter::FlatEarth;
             auto flat = std::make_unique<DtFlatEarthCoordinateConverter>();

@@ -14,6 +14,12 @@
 //
 // The parser owns its document; the const char* results of the cursor belong to it and
 // stay valid until the next openFile or the parser's end. Not copyable.
+//
+// Threads: a parser is used by one thread at a time; separate parsers may load on
+// separate threads (libxml2 is initialised by the host before any). An attribute value
+// libxml2 has to assemble (from entity references) is kept in a ring of eight per
+// thread: such a result lives until eight more of them were asked on the same thread.
+// publish may be called from any thread.
 #pragma once
 
 #include <libxml/tree.h>
@@ -112,8 +118,8 @@ protected:
                                            const std::string& attributeName,
                                            const std::string& attributeValue);
     static int countChildrenWithName(xmlNode* node, const std::string& name);
-    // The attribute's value, or null. Readable until the document changes or the next
-    // few calls of attribute on this thread.
+    // The attribute's value, or null. Readable until the document changes; an assembled
+    // value (see the top of this file) until eight more were asked on this thread.
     static const char* attribute(xmlNode* node, const std::string& name);
     static const char* text(xmlNode* node);
     static bool setText(xmlNode* node, const std::string& value);

@@ -1,183 +1,27 @@
 #include "zorTerrain/DtMetaFlightTypes.h"
 
 #include <algorithm>
-#include <atomic>
 #include <boost/make_shared.hpp>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string_view>
 #include <type_traits>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define ZOR_ARENA_POISONS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ZOR_ARENA_POISONS 1
-#endif
-#endif
-#ifdef ZOR_ARENA_POISONS
-#include <sanitizer/asan_interface.h>
-#endif
-
+#include "zorTerrain/DtMetaFlightArena.h"
+#include "zorTerrain/DtMetaFlightNames.h"
 #include "zorTerrain/DtMetaFlightParser.h"
 
 namespace kelZor {
 
 using T = DtMetaFlightTypes;
+using metaflight::ArenaAllocator;
+using metaflight::ArenaScope;
+using metaflight::asciiLower;
+using metaflight::currentArena;
+using metaflight::sameIgnoringAsciiCase;
 
 namespace {
-
-// The storage of the elements one parse makes. A document has tens of elements per
-// kilobyte, each a small heap block of its own: taking them from a few large blocks
-// spares the allocator most of its work, and spares it the many small free blocks it
-// would have to merge again on the next large request. Elements still end one by one
-// (their destructors run, their strings and containers go back at once); an arena's
-// blocks go back when the last of its elements ends, from whichever thread that is.
-class ElementArena {
-public:
-    ElementArena() = default;
-    ElementArena(const ElementArena&) = delete;
-    ElementArena& operator=(const ElementArena&) = delete;
-
-    // Single-threaded: only the parse that opened the arena takes from it.
-    void* take(size_t bytes, size_t alignment) {
-        char* at = alignUp(at_, alignment);
-        if (!at_ || at > end_ || bytes > static_cast<size_t>(end_ - at)) {
-            addBlock(bytes + alignment);
-            at = alignUp(at_, alignment);
-        }
-        at_ = at + bytes;
-        ++taken_;
-        return at;
-    }
-
-    void giveBack(void* storage, size_t bytes) {
-#ifdef ZOR_ARENA_POISONS
-        ASAN_POISON_MEMORY_REGION(storage, bytes);
-#else
-        (void)storage;
-        (void)bytes;
-#endif
-        release();
-    }
-
-    // Ends the parse that opened the arena: from now on it lives while its elements do.
-    void close() {
-        release(openerHold - taken_);
-    }
-
-private:
-    // While the arena is open, its opener holds it by a count larger than any number of
-    // elements, so that elements ending meanwhile never bring it to zero, and each
-    // element taken need not be counted with an atomic operation of its own: close
-    // trades the hold for the number taken.
-    static constexpr size_t openerHold = size_t(1) << 62;
-
-    void release(size_t count = 1) {
-        if (users_.fetch_sub(count, std::memory_order_acq_rel) == count)
-            delete this;
-    }
-
-    struct Block {
-        Block* previous;
-        size_t size;
-    };
-    static constexpr size_t firstBlockBytes = 4096;
-    static constexpr size_t largestBlockBytes = 64 * 1024 - 64;  // stays below mmap's threshold
-
-    ~ElementArena() {
-        while (last_) {
-            Block* previous = last_->previous;
-#ifdef ZOR_ARENA_POISONS
-            ASAN_UNPOISON_MEMORY_REGION(last_, last_->size);
-#endif
-            std::free(last_);
-            last_ = previous;
-        }
-    }
-
-    static char* alignUp(char* at, size_t alignment) {
-        const auto address = reinterpret_cast<uintptr_t>(at);
-        return reinterpret_cast<char*>((address + alignment - 1) & ~(uintptr_t(alignment) - 1));
-    }
-
-    void addBlock(size_t atLeast) {
-        size_t size = nextBlockBytes_;
-        nextBlockBytes_ = std::min(nextBlockBytes_ * 2, largestBlockBytes);
-        size = std::max(size, atLeast + sizeof(Block));
-        auto* block = static_cast<Block*>(std::malloc(size));
-        if (!block)
-            throw std::bad_alloc();
-        *block = Block{last_, size};
-        last_ = block;
-        at_ = reinterpret_cast<char*>(block + 1);
-        end_ = reinterpret_cast<char*>(block) + size;
-    }
-
-    std::atomic<size_t> users_{openerHold};
-    size_t taken_ = 0;  // by the opener's thread only
-    Block* last_ = nullptr;
-    char* at_ = nullptr;
-    char* end_ = nullptr;
-    size_t nextBlockBytes_ = firstBlockBytes;
-};
-
-// The arena of the parse running on this thread, if any.
-thread_local ElementArena* currentArena = nullptr;
-
-// Opens an arena for the outermost parse on its thread; nested parses share it.
-class ArenaScope {
-public:
-    ArenaScope() : opened_(currentArena == nullptr) {
-        if (opened_)
-            currentArena = new ElementArena;
-    }
-    ~ArenaScope() {
-        if (opened_) {
-            ElementArena* arena = currentArena;
-            currentArena = nullptr;
-            arena->close();
-        }
-    }
-    ArenaScope(const ArenaScope&) = delete;
-    ArenaScope& operator=(const ArenaScope&) = delete;
-
-private:
-    bool opened_;
-};
-
-// What boost::allocate_shared keeps in each element's control block: copies cost nothing,
-// each block taken holds the arena.
-template <typename Value>
-class ArenaAllocator {
-public:
-    using value_type = Value;
-    explicit ArenaAllocator(ElementArena* arena) : arena_(arena) {}
-    template <typename Other>
-    ArenaAllocator(const ArenaAllocator<Other>& other) : arena_(other.arena()) {}  // NOLINT
-
-    Value* allocate(size_t count) {
-        return static_cast<Value*>(arena_->take(count * sizeof(Value), alignof(Value)));
-    }
-    void deallocate(Value* storage, size_t count) {
-        arena_->giveBack(storage, count * sizeof(Value));
-    }
-
-    ElementArena* arena() const { return arena_; }
-    template <typename Other>
-    bool operator==(const ArenaAllocator<Other>& other) const {
-        return arena_ == other.arena();
-    }
-    template <typename Other>
-    bool operator!=(const ArenaAllocator<Other>& other) const {
-        return arena_ != other.arena();
-    }
-
-private:
-    ElementArena* arena_;
-};
 
 enum class TextReading { mayRead, readsNone };
 
@@ -196,53 +40,6 @@ void walk(T::Element& element, DtMetaFlightParser& parser, TextReading text) {
         element.parseChild(parser);
     } while (parser.readNextElement());
     parser.readParentElement();
-}
-
-// Names and enumeration texts compare ASCII letters without case and every other byte
-// exactly, whatever locale the host has set.
-char asciiLower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-bool equalsIgnoringAsciiCase(const char* a, const char* b) {
-    for (; *a && *b; ++a, ++b) {
-        if (asciiLower(*a) != asciiLower(*b))
-            return false;
-    }
-    return *a == *b;
-}
-
-// Exact comparison of two texts of the same length. Names are short: comparing them
-// here, eight bytes at a time, costs less than the call to memcmp.
-template <typename Word>
-bool sameWord(const char* a, const char* b) {
-    Word x, y;
-    std::memcpy(&x, a, sizeof x);
-    std::memcpy(&y, b, sizeof y);
-    return x == y;
-}
-
-bool sameBytes(const char* a, const char* b, size_t length) {
-    if (length >= 8) {
-        // Whole words, the last one overlapping the one before where the length asks.
-        for (size_t at = 0; at + 8 < length; at += 8) {
-            if (!sameWord<uint64_t>(a + at, b + at))
-                return false;
-        }
-        return sameWord<uint64_t>(a + length - 8, b + length - 8);
-    }
-    if (length >= 4)
-        return sameWord<uint32_t>(a, b) && sameWord<uint32_t>(a + length - 4, b + length - 4);
-    for (; length > 0; ++a, ++b, --length) {
-        if (*a != *b)
-            return false;
-    }
-    return true;
-}
-
-// For texts of the same known length; documents mostly write names as the tables do, so
-// the exact comparison answers first.
-bool sameIgnoringAsciiCase(const char* a, const char* b, size_t length) {
-    return sameBytes(a, b, length) || equalsIgnoringAsciiCase(a, b);
 }
 
 // A child's name as the tables write it, its length known at compile time.

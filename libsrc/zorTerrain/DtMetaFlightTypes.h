@@ -48,6 +48,10 @@ public:
 
     // Base of every element. The cursor stands on the element when parse starts and
     // again when it returns; parseChild runs once per child element, in document order.
+    // Elements are the format's public structs, concrete and copyable, with a public
+    // destructor that is not virtual (their virtual table is the format's): each is
+    // destroyed as its own class, owned by a shared_ptr made from its concrete type or
+    // held as a member, never deleted through an Element*.
     struct ZOR_TERRAIN_EXPORT Element {
         std::string name;
 

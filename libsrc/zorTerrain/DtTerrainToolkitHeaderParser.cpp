@@ -40,7 +40,7 @@ bool DtTerrainToolkitHeaderParser::isValid() {
         return false;
     terrainCoordinateSystem_ = system->typeName().stdString();
     switch (system->kind()) {
-        case 1:
+        case Coordinate_System::Lambert:
             if (const auto* lambert = dynamic_cast<const DtLambertConformalCS*>(system.get())) {
                 terrainCoordinateSystem_ = DtCoordinateConverter::Lambert;
                 const DtDegMinSec parallel1 =
@@ -53,7 +53,7 @@ bool DtTerrainToolkitHeaderParser::isValid() {
                 terrainCoordinateSystemParameters_ = converter.stringRep();
             }
             break;
-        case 2:
+        case Coordinate_System::Utm:
             if (const auto* utm = dynamic_cast<const DtUtmCS*>(system.get())) {
                 DtUtmCoordinateConverter converter;
                 converter.init(utm->originLatitude(), utm->originLongitude(), utm->zone(), 0);
@@ -65,11 +65,11 @@ bool DtTerrainToolkitHeaderParser::isValid() {
                 }
             }
             break;
-        case 4:
+        case Coordinate_System::Geocentric:
             terrainCoordinateSystem_ = DtCoordinateConverter::Geocentric;
             terrainCoordinateSystemParameters_ = DtGeocentricCoordinateConverter().stringRep();
             break;
-        case 6: {
+        case Coordinate_System::FlatEarth: {
             terrainCoordinateSystem_ = DtCoordinateConverter::FlatEarth;
             DtFlatEarthCoordinateConverter converter;
             converter.init(system->originLatitude(), system->originLongitude());

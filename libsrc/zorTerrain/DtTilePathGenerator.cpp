@@ -252,18 +252,31 @@ DtTilePathGenerator::DtTilePathGenerator(const DtMetaFlightDescription& descript
     compile(description.geometryDatasetFileNamePattern(name), constants);
 }
 
-void DtTilePathGenerator::compile(const std::string& pattern,
-                                  const std::map<std::string, StringOrInt>& constants) {
-    std::string literal;
+bool DtTilePathGenerator::splitPattern(const std::string& pattern,
+                                       std::vector<Reference>& references, std::string& tail) {
+    references.clear();
     size_t position = 0;
     for (size_t start = pattern.find("$("); start != std::string::npos;
          start = pattern.find("$(", position)) {
         const size_t end = pattern.find(')', start);
         if (end == std::string::npos)
-            return;
-        const std::string variable = pattern.substr(start + 2, end - start - 2);
-        const std::string formatting = pattern.substr(position, start - position);
+            return false;
+        references.push_back({pattern.substr(position, start - position),
+                              pattern.substr(start + 2, end - start - 2)});
         position = end + 1;
+    }
+    tail = pattern.substr(position);
+    return true;
+}
+
+void DtTilePathGenerator::compile(const std::string& pattern,
+                                  const std::map<std::string, StringOrInt>& constants) {
+    std::vector<Reference> references;
+    std::string patternTail;
+    if (!splitPattern(pattern, references, patternTail))
+        return;
+    std::string literal;
+    for (const auto& [formatting, variable] : references) {
         const auto constant = constants.find(variable);
         Format format;
         if (constant != constants.end()) {
@@ -293,7 +306,7 @@ void DtTilePathGenerator::compile(const std::string& pattern,
             literal.clear();
         }
     }
-    tail_ = literal + pattern.substr(position);
+    tail_ = literal + patternTail;
     expandable_ = true;
 
     // The head is fixed when the first path component is: when constant text with a

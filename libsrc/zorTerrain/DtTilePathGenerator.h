@@ -2,6 +2,13 @@
 // dataset's FileNamePattern compiled once. Each path is byte for byte what
 // DtMetaFlightDescription::generateGeometryGridTileFilename gives for the same tile.
 //
+// The pattern language lives here, in the static members: how a pattern splits into
+// references, how a reference's printf format is checked and a value formatted, how a
+// name is put behind the document's directory. The description expands a pattern with
+// any variables, for one tile at a time; this class exists beside it because a level of
+// a million tiles is named tens of times faster when the constants are formatted once
+// and only the row and column are written per tile.
+//
 //   DtTilePathGenerator tiles(description, "Terrain", 3);
 //   std::string path;
 //   for (unsigned row = 0; row < tiles.rows(); ++row)
@@ -12,9 +19,11 @@
 //
 // Construction throws what the description's lookups throw for an unknown dataset or a
 // level outside the level vectors. The generator holds copies: the description may go.
+// Once made, a generator only reads: several threads may ask it for paths at once.
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -47,9 +56,19 @@ public:
         std::string prefix;    // the file's directory and '/'
         std::string baseName;  // the directory's own name, with its extension
     };
+    // One "$(NAME)" of a pattern: the text in front of it since the reference before (the
+    // printf formatting of its value) and the variable's name.
+    struct Reference {
+        std::string formatting;
+        std::string variable;
+    };
     // Longest expansion of one reference, exclusive.
     static constexpr size_t maxExpansion = 2048;
 
+    // A pattern's references in order and the text behind the last; false for a "$("
+    // without its ")", which leaves nothing to expand.
+    static bool splitPattern(const std::string& pattern, std::vector<Reference>& references,
+                             std::string& tail);
     // Checks the text in front of a reference as a printf format for one value of that
     // kind; false for anything unsafe or unfitting.
     static bool parseFormat(const std::string& formatting, bool textValue, Format& format);
@@ -57,8 +76,8 @@ public:
     // reach maxExpansion characters.
     static bool append(std::string& out, const Format& format,
                        const DtMetaFlightDescription::StringOrInt& value);
-    // Steps 4 to 7 of a tile's path: the directory of `sourceFile`, then `parsedFile`,
-    // without repeating the directory's own name, backslashes made '/'.
+    // A tile's path from the name its pattern expanded to: the directory of `sourceFile`,
+    // then `parsedFile`, without repeating the directory's own name, backslashes made '/'.
     static std::string composePath(const std::string& sourceFile, std::string parsedFile);
     static PathContext pathContext(const std::string& sourceFile);
     static std::string composePath(const PathContext& context, std::string parsedFile);

@@ -118,15 +118,6 @@ void skipSeparators(BlockReader& reader) {
         reader.unget();
 }
 
-// OGR's own messages stay off the terminal for the call; the previous handler returns.
-class QuietOgr {
-public:
-    QuietOgr() { CPLPushErrorHandler(CPLQuietErrorHandler); }
-    ~QuietOgr() { CPLPopErrorHandler(); }
-    QuietOgr(const QuietOgr&) = delete;
-    QuietOgr& operator=(const QuietOgr&) = delete;
-};
-
 double projectionParameter(const OGRSpatialReference& srs, const char* name, double fallback) {
     return srs.GetProjParm(name, fallback);
 }
@@ -196,7 +187,8 @@ bool DtWktHeaderParser::getOrigin(const std::string& key, double& value) {
 }
 
 bool DtWktHeaderParser::parseWktString(const std::string& wkt, double x, double y) {
-    QuietOgr quiet;
+    // OGR's own messages stay off the terminal for the call.
+    const CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     OGRSpatialReference srs(wkt.c_str());
     srs.morphFromESRI();
     srs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
@@ -313,7 +305,7 @@ bool DtWktHeaderParser::convertCoordinates(const OGRSpatialReference& srs, doubl
                                            double& outX, double& outY, bool toRadians) {
     outX = x;
     outY = y;
-    QuietOgr quiet;
+    const CPLErrorHandlerPusher quiet(CPLQuietErrorHandler);
     std::unique_ptr<OGRSpatialReference> geographic(srs.CloneGeogCS());
     if (!geographic)
         return false;

@@ -466,8 +466,8 @@ int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& e
         return 1;
     }
     if (isGeodetic(to)) {
-        out << degreesText(DtRad2Deg(x)) << ' ' << degreesText(DtRad2Deg(y)) << ' '
-            << metresText(z) << "\n";
+        out << degreesText(DtRad2Deg(x)) << ' ' << degreesText(DtRad2Deg(y)) << ' ' << metresText(z)
+            << "\n";
     } else {
         out << metresText(x, y, z) << "\n";
     }

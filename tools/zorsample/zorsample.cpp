@@ -30,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "DtedCell.h"
 #include "hxutil/DtNet.h"
 
 namespace {
@@ -115,33 +116,12 @@ bool writeModel(const std::string& path) {
     return static_cast<bool>(out);
 }
 
+// A valley running north-south over N45 E009.
 bool writeDted(const std::string& path) {
-    constexpr int posts = 121;
-    GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDriver* dted = GetGDALDriverManager()->GetDriverByName("DTED");
-    if (!memory || !dted)
-        return false;
-    GDALDatasetUniquePtr cell(memory->Create("", posts, posts, 1, GDT_Int16, nullptr));
-    const double step = 1.0 / 120.0;
-    double transform[6] = {9.0 - step / 2, step, 0.0, 46.0 + step / 2, 0.0, -step};
-    cell->SetGeoTransform(transform);
-    OGRSpatialReference srs;
-    srs.SetWellKnownGeogCS("WGS84");
-    cell->SetSpatialRef(&srs);
-    std::vector<int16_t> heights(posts * posts);
-    for (int row = 0; row < posts; ++row) {
-        for (int col = 0; col < posts; ++col) {
-            const double across = (col - 60) / 60.0;  // a valley running north-south
-            heights[row * posts + col] = int16_t(400 + 900 * across * across + 2 * row);
-        }
-    }
-    if (cell->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, posts, posts, heights.data(), posts, posts,
-                                         GDT_Int16, 0, 0) != CE_None) {
-        return false;
-    }
-    GDALDatasetUniquePtr copy(
-        dted->CreateCopy(path.c_str(), cell.get(), FALSE, nullptr, nullptr, nullptr));
-    return copy != nullptr;
+    return writeDtedCell(path, 45, 9, 121, [](int row, int col) {
+        const double across = (col - 60) / 60.0;
+        return static_cast<int>(400 + 900 * across * across + 2 * row);
+    });
 }
 
 struct Field {

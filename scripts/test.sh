@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds zorTerrain and passes every test: the sources' formatting, the suite in a
 # normal build, the suite again under AddressSanitizer + UndefinedBehaviorSanitizer, then
-# each libFuzzer target for a short bounded time (FUZZ_SECONDS, default 30) when clang is
+# each libFuzzer target for a short bounded time (FUZZ_SECONDS, default 20) when clang is
 # present.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 
 jobs=$(nproc)
-fuzz_seconds=${FUZZ_SECONDS:-30}
+fuzz_seconds=${FUZZ_SECONDS:-20}
 generator=()
 command -v ninja >/dev/null && generator=(-G Ninja)
 

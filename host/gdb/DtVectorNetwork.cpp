@@ -22,6 +22,20 @@ const std::string& DtNetworkAttribute::stringValue() const {
 
 // ------------------------------------------------------------------ DtAttributeTable
 
+// A row's first word: the FID in its high half; in its low half the feature type (8
+// bits), whether there is no FID (1 bit), and the presence bits of the first slots. Slots
+// past those have presence words of their own behind it, before the slots.
+namespace {
+constexpr uint32_t TypeBits = 0xffu;
+constexpr uint32_t NoFid = 1u << 8;
+constexpr uint32_t HeadPresenceShift = 9;
+constexpr uint32_t HeadPresenceSlots = 32 - HeadPresenceShift;
+}  // namespace
+
+size_t DtAttributeTable::presenceWords() const {
+    return slots_ <= HeadPresenceSlots ? 0 : (slots_ - HeadPresenceSlots + 63) / 64;
+}
+
 uint32_t DtAttributeTable::addColumn(const DtSymbolString& name, int type) {
     // Rows are laid out by the slot count: columns come before the first row.
     const uint32_t slot = slots_++;
@@ -34,16 +48,11 @@ void DtAttributeTable::addAlias(const DtSymbolString& name, int type, uint32_t s
     columns_.push_back({name, type, slot});
 }
 
-namespace {
-// The feature type shares its word with the FID; its top bit says there is none.
-constexpr uint32_t NoFid = 0x80000000u;
-}  // namespace
-
 uint32_t DtAttributeTable::addRow(int featureType, std::optional<int> fid) {
     const auto row = static_cast<uint32_t>(words_.size() / rowWords_);
     words_.resize(words_.size() + rowWords_, 0);
-    const uint32_t type = (uint32_t(featureType) & ~NoFid) | (fid ? 0u : NoFid);
-    rowWords(row)[0] = (uint64_t(uint32_t(fid.value_or(0))) << 32) | type;
+    const uint32_t head = (uint32_t(featureType) & TypeBits) | (fid ? 0u : NoFid);
+    rowWords(row)[0] = (uint64_t(uint32_t(fid.value_or(0))) << 32) | head;
     return row;
 }
 
@@ -53,7 +62,12 @@ void DtAttributeTable::reserveRows(size_t rows) {
 
 uint64_t& DtAttributeTable::cell(uint32_t row, uint32_t slot) {
     uint64_t* words = rowWords(row);
-    words[1 + slot / 64] |= uint64_t(1) << (slot % 64);
+    if (slot < HeadPresenceSlots) {
+        words[0] |= uint64_t(1) << (HeadPresenceShift + slot);
+    } else {
+        const uint32_t past = slot - HeadPresenceSlots;
+        words[1 + past / 64] |= uint64_t(1) << (past % 64);
+    }
     return words[1 + presenceWords() + slot];
 }
 
@@ -70,7 +84,11 @@ void DtAttributeTable::setText(uint32_t row, uint32_t slot, const std::string* v
 }
 
 bool DtAttributeTable::has(uint32_t row, uint32_t slot) const {
-    return (rowWords(row)[1 + slot / 64] >> (slot % 64)) & 1;
+    const uint64_t* words = rowWords(row);
+    if (slot < HeadPresenceSlots)
+        return (words[0] >> (HeadPresenceShift + slot)) & 1;
+    const uint32_t past = slot - HeadPresenceSlots;
+    return (words[1 + past / 64] >> (past % 64)) & 1;
 }
 
 int DtAttributeTable::intAt(uint32_t row, uint32_t slot) const {
@@ -89,7 +107,7 @@ const std::string* DtAttributeTable::textAt(uint32_t row, uint32_t slot) const {
 }
 
 int DtAttributeTable::featureType(uint32_t row) const {
-    return int(uint32_t(rowWords(row)[0]) & ~NoFid);
+    return int(uint32_t(rowWords(row)[0]) & TypeBits);
 }
 
 bool DtAttributeTable::hasFid(uint32_t row) const {
@@ -234,10 +252,37 @@ int DtNetworkAttributes::size() const {
 
 // ------------------------------------------------------------------ nodes, edges, network
 
+DtNetworkNode::DtNetworkNode(uint32_t id, const DtPoint& location)
+    : location_(location), idAndFlags_(id & IdBits) {}
+
 DtNetworkNode::EdgeIndices DtNetworkNode::connectedEdges() const {
-    if (!edges_)
+    if (!hasEdges())
         return EdgeIndices(nullptr, nullptr);
-    return EdgeIndices(edges_ + 1, edges_ + 1 + edges_[0]);
+    return EdgeIndices(link_.edges + 1, link_.edges + 1 + link_.edges[0]);
+}
+
+DtNetworkAttributes DtNetworkNode::attributes() const {
+    return hasEdges() ? DtNetworkAttributes() : DtNetworkAttributes(link_.table, row_);
+}
+
+void DtNetworkNode::setAttributes(const DtNetworkAttributes& attributes) {
+    idAndFlags_ &= ~HasEdges;
+    link_.table = attributes.table_;
+    row_ = attributes.row_;
+}
+
+void DtNetworkNode::setValid(bool valid) {
+    idAndFlags_ = valid ? (idAndFlags_ & ~Invalid) : (idAndFlags_ | Invalid);
+}
+
+void DtNetworkNode::setEdges(const int* edges) {
+    if (edges) {
+        idAndFlags_ |= HasEdges;
+        link_.edges = edges;
+    } else if (hasEdges()) {
+        idAndFlags_ &= ~HasEdges;
+        link_.edges = nullptr;
+    }
 }
 
 DtPoint DtNetworkEdge::point(int index) const {
@@ -258,19 +303,28 @@ const DtNetworkEdge* DtVectorNetwork::edge(int index) const {
     return &edges_[static_cast<size_t>(index)];
 }
 
+uint32_t DtVectorNetwork::takeId() {
+    if (nextId_ > DtNetworkNode::IdBits)
+        throw std::length_error("DtVectorNetwork: more objects than identifiers");
+    return nextId_++;
+}
+
 DtNetworkNode& DtVectorNetwork::addNode(const DtPoint& location) {
-    nodes_.emplace_back(nextId_++, location);
+    nodes_.emplace_back(takeId(), location);
     return nodes_.back();
 }
 
 DtNetworkEdge& DtVectorNetwork::addEdge() {
-    edges_.emplace_back(nextId_++);
+    edges_.emplace_back(takeId());
     return edges_.back();
 }
 
 void DtVectorNetwork::connectEdge(int node, int edge) {
     if (node < 0 || static_cast<size_t>(node) >= nodes_.size())
         throw std::out_of_range("DtVectorNetwork::connectEdge: no node " + std::to_string(node));
+    if (nodes_[static_cast<size_t>(node)].attributes().size() > 0)
+        throw std::logic_error("DtVectorNetwork::connectEdge: node " + std::to_string(node) +
+                               " carries attributes and is no junction");
     connections_.push_back({static_cast<uint32_t>(node), edge});
 }
 
@@ -299,7 +353,7 @@ void DtVectorNetwork::storeJunctionEdges(const std::vector<Connection>& sorted) 
     for (size_t i = 0; i < sorted.size(); ++i)
         junctions += i == 0 || sorted[i].node != sorted[i - 1].node;
     for (DtNetworkNode& node : nodes_)
-        node.edges_ = nullptr;
+        node.setEdges(nullptr);
     // Reserved whole, the store never moves while nodes take pointers into it; moving the
     // vector afterwards keeps its buffer.
     std::vector<int> store;
@@ -311,7 +365,7 @@ void DtVectorNetwork::storeJunctionEdges(const std::vector<Connection>& sorted) 
         for (; i < sorted.size() && sorted[i].node == node; ++i)
             store.push_back(sorted[i].edge);
         store[countAt] = static_cast<int>(store.size() - countAt - 1);
-        nodes_[node].edges_ = store.data() + countAt;
+        nodes_[node].setEdges(store.data() + countAt);
     }
     junctionEdges_ = std::move(store);
 }

@@ -64,7 +64,10 @@ private:
 // The attributes of the objects of one layer, a row per object. A column is a name, a
 // type and a slot; a derived attribute that reads a field unchanged (ECC of a text field,
 // GDB_Width of a real one) is a column sharing that field's slot, so it costs nothing per
-// object. Every row also carries the object's feature type and FID.
+// object. Every row also carries the object's feature type (0 to 255) and FID. A row is
+// a word of type, FID and the presence of the first 23 slots, then a word per slot (and
+// presence words before them when there are more): a point of three fields takes 32
+// bytes.
 class DtAttributeTable {
 public:
     struct Column {
@@ -100,7 +103,7 @@ private:
     uint64_t* rowWords(uint32_t row) { return words_.data() + size_t(row) * rowWords_; }
     const uint64_t* rowWords(uint32_t row) const { return words_.data() + size_t(row) * rowWords_; }
     uint64_t& cell(uint32_t row, uint32_t slot);
-    size_t presenceWords() const { return (slots_ + 63) / 64; }
+    size_t presenceWords() const;
 
     std::vector<Column> columns_;
     uint32_t slots_ = 0;
@@ -112,6 +115,7 @@ private:
 // The attributes of one node or edge: a row of its layer's table (none for a junction).
 class DtNetworkAttributes {
 public:
+    friend class DtNetworkNode;
     DtNetworkAttributes() = default;
     DtNetworkAttributes(const DtAttributeTable* table, uint32_t row) : table_(table), row_(row) {}
 
@@ -138,12 +142,15 @@ private:
     uint32_t row_ = 0;
 };
 
+// A node holds attributes or edges, never both: a free point carries its feature's
+// attributes, a junction only the edges that meet there. Sharing their place keeps a node
+// of a million-point file at 40 bytes.
 class DtNetworkNode {
 public:
-    DtNetworkNode(uint32_t id, const DtPoint& location) : location_(location), id_(id) {}
+    DtNetworkNode(uint32_t id, const DtPoint& location);
 
-    uint32_t id() const { return id_; }
-    bool isValid() const { return valid_; }
+    uint32_t id() const { return idAndFlags_ & IdBits; }
+    bool isValid() const { return (idAndFlags_ & Invalid) == 0; }
     const DtPoint& location() const { return location_; }
     // Indices of edges, in the order they were connected.
     class EdgeIndices {
@@ -160,23 +167,35 @@ public:
         const int* end_;
     };
 
-    int numConnectedEdges() const { return edges_ ? edges_[0] : 0; }
+    int numConnectedEdges() const { return hasEdges() ? link_.edges[0] : 0; }
     // Indices of the edges that begin or end here (once the network is finished).
     EdgeIndices connectedEdges() const;
-    const DtNetworkAttributes& attributes() const { return attributes_; }
+    // A junction's are empty.
+    DtNetworkAttributes attributes() const;
 
-    void setAttributes(const DtNetworkAttributes& attributes) { attributes_ = attributes; }
-    void setValid(bool valid) { valid_ = valid; }
+    // A node given attributes is no junction: DtVectorNetwork::connectEdge refuses it.
+    void setAttributes(const DtNetworkAttributes& attributes);
+    void setValid(bool valid);
+
+    // Identifiers take 30 bits: a network holds fewer objects than that.
+    static constexpr uint32_t IdBits = (1u << 30) - 1;
 
 private:
     friend class DtVectorNetwork;
-    DtPoint location_;
-    DtNetworkAttributes attributes_;
+    static constexpr uint32_t Invalid = 1u << 30;
+    static constexpr uint32_t HasEdges = 1u << 31;
+    bool hasEdges() const { return (idAndFlags_ & HasEdges) != 0; }
     // Only junctions have edges: their count and indices, one after the other, in the
     // network's store.
-    const int* edges_ = nullptr;
-    uint32_t id_;
-    bool valid_ = true;
+    void setEdges(const int* edges);
+
+    DtPoint location_;
+    union {
+        const DtAttributeTable* table;
+        const int* edges;
+    } link_ = {nullptr};
+    uint32_t row_ = 0;
+    uint32_t idAndFlags_;
 };
 
 class DtNetworkEdge {
@@ -239,6 +258,7 @@ private:
         int edge;
     };
     void storeJunctionEdges(const std::vector<Connection>& sortedByNode);
+    uint32_t takeId();
     std::vector<Connection> connections_;
     // Per junction its edge count, then its edge indices: one allocation for them all.
     std::vector<int> junctionEdges_;

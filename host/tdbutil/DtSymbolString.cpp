@@ -18,3 +18,10 @@ const std::string* intern(const std::string& text) {
 DtSymbolString::DtSymbolString() : text_(intern("")) {}
 DtSymbolString::DtSymbolString(const std::string& text) : text_(intern(text)) {}
 DtSymbolString::DtSymbolString(const char* text) : text_(intern(text ? text : "")) {}
+
+DtSymbolString DtSymbolString::stored(const std::string* text) {
+    DtSymbolString symbol;
+    if (text)
+        symbol.text_ = text;
+    return symbol;
+}

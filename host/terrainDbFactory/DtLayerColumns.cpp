@@ -43,7 +43,8 @@ DtLayerColumns::DtLayerColumns(OGRFeatureDefn& definition, DtAttributeTable& tab
 void DtLayerColumns::addFieldColumns(OGRFeatureDefn& definition) {
     for (int i = 0; i < definition.GetFieldCount(); ++i) {
         const OGRFieldDefn& field = *definition.GetFieldDefn(i);
-        const DtSymbolString name(field.GetNameRef());
+        // The network keeps its fields' names: they go with it.
+        const DtSymbolString name = DtSymbolString::stored(network_.internText(field.GetNameRef()));
         switch (field.GetType()) {
             case OFTInteger:
                 fieldSlots_.push_back(

@@ -40,11 +40,18 @@ void setError(DtString* error, const DtFilename& file, const std::string& reason
         *error = DtString(file.stdString() + ": " + reason);
 }
 
+// Whether GDAL sees the file: on disk, or behind one of its virtual paths (/vsimem/,
+// /vsizip/, ...), which the loader reads as well.
+bool exists(const DtFilename& file) {
+    VSIStatBufL info;
+    return VSIStatL(file.c_str(), &info) == 0;
+}
+
 // The first problem that keeps a file from being opened at all, or "".
 std::string openProblem(const DtFilename& file) {
     if (file.isEmpty())
         return "no file name";
-    if (!file.exists())
+    if (!exists(file))
         return "no such file";
     const std::string extension = lowerExtension(file);
     if (isUnreadFormat(extension))

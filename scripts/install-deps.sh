@@ -8,7 +8,7 @@ packages=(
   clang libclang-rt-14-dev clang-format
   libxml2-dev libgdal-dev gdal-bin libboost-dev
   nlohmann-json3-dev libcli11-dev libeigen3-dev
-  libgeographiclib-dev geographiclib-tools
+  libgeographiclib-dev geographiclib-tools libcairo2-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
 )
 

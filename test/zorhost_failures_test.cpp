@@ -51,6 +51,7 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
     fs::copy_file(sample + "valley_props.json", dir.file("rules.json"));
     fs::create_directory(dir.file("empty"));
     dir.write("old.geojson", "{\"keep\": true}\n");
+    dir.write("keep.pgw", "1\n0\n0\n-1\n0\n0\n");
     dir.write("bare.geojson", R"({"type": "FeatureCollection", "features": []})");
     ASSERT_TRUE(fs::copy_file(sample + "valley_points.shp", dir.file("noprj.shp")));
     fs::copy_file(sample + "valley_points.shx", dir.file("noprj.shx"));
@@ -95,6 +96,16 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
          1,
          "not written: is a directory",
          {quad, dir.file("empty")}},
+        {"map " + dir.file("keep.png") + " --features " + pts,
+         1,
+         "goes with " + dir.file("keep.pgw") + ", which exists; give --overwrite",
+         {dir.file("keep.pgw")}},
+        {"map " + dir.file("pts.dbf") + " --features " + pts + " --overwrite", 1,
+         "is one of the inputs", shapefile},
+        {"tiles " + quad + " --dataset Terrain --geojson " + quad + " --overwrite",
+         1,
+         "is one of the inputs",
+         {quad}},
         // Files that cannot be answered say why.
         {"features " + dir.file("missing"), 1, "missing: no such file", {}},
         {"features " + sample + "n45_e009.dt0", 1, "it holds no vector features", {}},
@@ -116,6 +127,14 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
          {}},
         {"props " + pts + rules + " --terrain /nope.dt0", 1, "/nope.dt0: no such file", {}},
         {"props " + dir.file("nope.shp") + rules, 1, "nope.shp: no such file", {}},
+        {"map " + dir.file("m.png") + " --terrain " + dir.file("rules.json"),
+         1,
+         "rules.json: is not a raster GDAL can read",
+         {dir.file("rules.json")}},
+        {"map " + dir.file("m.png") + " --tiles " + quad + " --dataset Nope",
+         1,
+         "no geometry dataset \"Nope\"",
+         {}},
         // Bad usage.
         {"tiles " + quad + " --dataset Terrain --level -1", 2, "levels are counted from 0", {}},
         {"convert " + sample + "metaflight/alpine_valley.mft --from Geodetic --to UTM32N 95 9 0",
@@ -125,6 +144,17 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
         {"bogus", 2, "unknown command bogus; the commands are inspect, parsers", {}},
         {"inspect --parser Nope " + pts, 2, "no parser is registered under the name Nope", {}},
         {"features " + pts + " --scene Bogus:1", 2, "--scene Bogus:1", {}},
+        {"map " + dir.file("m.png"), 2, "nothing to draw: give --terrain", {}},
+        {"map " + dir.file("m.png") + " --features " + pts + " --extent 1,1,1,5",
+         2,
+         "is empty: give MINX,MINY,MAXX,MAXY",
+         {}},
+        {"map " + dir.file("m.png") + " --features " + pts + " --size 20000x10",
+         2,
+         "20000 pixels is not a side from 1 to 16384",
+         {}},
+        {"map " + dir.file("m.png") + " --tiles " + quad, 2, "--tiles needs --dataset", {}},
+        {"map " + dir.file("m.png") + " --props " + pts, 2, "--props and --rules go together", {}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.command);
@@ -147,9 +177,11 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
         }
         EXPECT_TRUE(before == after);
     }
-    // Nothing was left behind beside the targets.
+    // Nothing was left behind beside the targets, and no failed map was written.
     for (const auto& entry : fs::directory_iterator(dir.path()))
         EXPECT_EQ(entry.path().filename().string().rfind(".zorhost-", 0), std::string::npos);
+    for (const char* name : {"m.png", "m.pgw", "m.png.aux.xml", "keep.png"})
+        EXPECT_FALSE(fs::exists(dir.file(name))) << name;
 }
 
 // The help lists every command of the README's table with a line each, and each command's

@@ -18,7 +18,7 @@
 
 #include "JsonOutput.h"
 #include "OutputFile.h"
-#include "Scene.h"
+#include "Wgs84Position.h"
 
 class GeoJsonWriter {
 public:

@@ -13,7 +13,7 @@ void registerMetaFileParser(kelZor::DtDe& de) {
 }  // namespace
 
 extern "C" ZORHOST_MODULE_EXPORT const LibraryCommands* zorhostLibraryCommands() {
-    static const LibraryCommands commands{&runDescribe, &runTiles, &runConvert, &runPublish,
-                                          &registerMetaFileParser};
+    static const LibraryCommands commands{&runDescribe, &runTiles,   &runTileFootprints,
+                                          &runConvert,  &runPublish, &registerMetaFileParser};
     return &commands;
 }

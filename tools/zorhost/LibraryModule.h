@@ -12,8 +12,9 @@ class DtDe;
 }
 
 struct LibraryCommands {
-    int (*describe)(const std::string& document, bool json, std::ostream& out, std::ostream& err);
+    int (*describe)(const DescribeRequest& request, std::ostream& out, std::ostream& err);
     int (*tiles)(const TilesRequest& request, std::ostream& out, std::ostream& err);
+    int (*tileFootprints)(const TilesRequest& request, const TileVisitor& visit, std::ostream& err);
     int (*convert)(const ConvertRequest& request, std::ostream& out, std::ostream& err);
     int (*publish)(const PublishRequest& request, std::ostream& out, std::ostream& err);
     // Registers DtMetaFileHeaderParser under its class name, with no extension.

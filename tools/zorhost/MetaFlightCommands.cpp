@@ -10,8 +10,10 @@
 #include <memory>
 #include <sstream>
 
+#include "GeoJsonWriter.h"
 #include "JsonOutput.h"
 #include "TextNumbers.h"
+#include "TileFootprints.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtString.h"
 #include "matrix/DtAngles.h"
@@ -293,36 +295,107 @@ CoordSys findSystem(const Types::Database& db, const std::string& key) {
 
 }  // namespace
 
-int runDescribe(const std::string& document, bool json, std::ostream& out, std::ostream& err) {
-    DtMetaFlightParser parser;
-    DtMetaFlightDescription d;
-    if (!load(document, parser, d, err))
-        return 1;
-    if (json) {
-        Json geometry = Json::array();
-        for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i)
-            geometry.push_back(describeGeometryJson(d, d.geometryDatasetName(static_cast<int>(i))));
-        Json textures = Json::array();
-        for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
-            textures.push_back(
-                describeVirtualTextureJson(d, d.virtualTextureDatasetName(static_cast<int>(i))));
-        }
-        out << jsonText({{"path", document},
-                         {"geometryDatasets", std::move(geometry)},
-                         {"virtualTextureDatasets", std::move(textures)}})
-            << "\n";
-        return 0;
+namespace {
+
+const GeoJsonWriter::Fields coverageFields = {
+    {"kind", OFTString}, {"key", OFTString}, {"name", OFTString}, {"levels", OFTInteger}};
+
+// Each dataset's coverage outline, geometry datasets first.
+bool writeCoverages(const DtMetaFlightDescription& d, GeoJsonWriter& out, std::string& error) {
+    const Types::Database& db = *d.database();
+    for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
+        const std::string& key = d.geometryDatasetName(static_cast<int>(i));
+        const Types::GeometryGridDataset& dataset = *db.geometryGridDataset.at(key);
+        if (!out.add(GeoJsonWriter::Polygon,
+                     coverageOutline(dataset.gridStack.coverageUsed.target.get()),
+                     {{"kind", "geometry"},
+                      {"key", key},
+                      {"name", dataset.datasetName},
+                      {"levels", d.numberOfGeometryGridLevels(key)}},
+                     error))
+            return false;
     }
+    for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
+        const std::string& key = d.virtualTextureDatasetName(static_cast<int>(i));
+        const Types::VirtualTextureDataset& dataset = *db.virtualTextureDataset.at(key);
+        if (!out.add(GeoJsonWriter::Polygon,
+                     coverageOutline(dataset.gridStack.coverageUsed.target.get()),
+                     {{"kind", "virtualTexture"},
+                      {"key", key},
+                      {"name", d.virtualTextureDatasetTitle(key)},
+                      {"levels", d.numberOfVirtualTextureGridLevels(key)}},
+                     error))
+            return false;
+    }
+    return true;
+}
+
+void describeText(const DtMetaFlightDescription& d, const std::string& document,
+                  std::ostream& out) {
     out << document << "\n"
         << "geometry datasets: " << d.numberOfGeometryDatasets() << "\n";
-    for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
+    for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i)
         describeGeometryText(d, d.geometryDatasetName(static_cast<int>(i)), out);
-    }
     out << "virtual texture datasets: " << d.numberOfVirtualTextureDatasets() << "\n";
-    for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
+    for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i)
         describeVirtualTextureText(d, d.virtualTextureDatasetName(static_cast<int>(i)), out);
+}
+
+Json describeJson(const DtMetaFlightDescription& d, const std::string& document) {
+    Json geometry = Json::array();
+    for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i)
+        geometry.push_back(describeGeometryJson(d, d.geometryDatasetName(static_cast<int>(i))));
+    Json textures = Json::array();
+    for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
+        textures.push_back(
+            describeVirtualTextureJson(d, d.virtualTextureDatasetName(static_cast<int>(i))));
     }
-    return 0;
+    return {{"path", document},
+            {"geometryDatasets", std::move(geometry)},
+            {"virtualTextureDatasets", std::move(textures)}};
+}
+
+// Opens the GeoJSON a request asks for, if any; false with the line said on `err`.
+bool openGeoJson(const std::string& path, const std::string& document, bool overwrite,
+                 const GeoJsonWriter::Fields& fields, std::unique_ptr<GeoJsonWriter>& writer,
+                 std::ostream& err) {
+    if (path.empty())
+        return true;
+    writer = std::make_unique<GeoJsonWriter>();
+    std::string error;
+    if (!writer->open({path, {document}, overwrite}, fields, false, error)) {
+        err << "zorhost: " << error << "\n";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+int runDescribe(const DescribeRequest& request, std::ostream& out, std::ostream& err) {
+    std::unique_ptr<GeoJsonWriter> geojson;
+    if (!openGeoJson(request.geojson, request.document, request.overwrite, coverageFields, geojson,
+                     err))
+        return 1;
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    if (!load(request.document, parser, d, err))
+        return 1;
+    if (request.json)
+        out << jsonText(describeJson(d, request.document)) << "\n";
+    else
+        describeText(d, request.document, out);
+    if (!geojson)
+        return 0;
+    std::string error;
+    try {
+        if (writeCoverages(d, *geojson, error) && geojson->close(error))
+            return 0;
+    } catch (const std::exception& e) {
+        error = request.geojson + ": " + e.what();
+    }
+    err << "zorhost: " << error << "\n";
+    return 1;
 }
 
 namespace {
@@ -366,73 +439,135 @@ bool levelRange(const DtMetaFlightDescription& d, const TilesRequest& request, u
 
 }  // namespace
 
-int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) {
-    DtMetaFlightParser parser;
-    DtMetaFlightDescription d;
+namespace {
+
+const GeoJsonWriter::Fields tileFields = {
+    {"level", OFTInteger}, {"row", OFTInteger}, {"col", OFTInteger}, {"path", OFTString}};
+
+// One record per tile of a level: its centre and offset as the description gives them.
+void printLevel(const DtMetaFlightDescription& d, const std::string& key, unsigned level,
+                bool degrees, JsonArrayStream* records, std::ostream& out) {
+    const kelZor::DtTilePathGenerator names(d, key, static_cast<int>(level));
+    std::string path;
+    for (unsigned row = 0; row < names.rows(); ++row) {
+        for (unsigned col = 0; col < names.columns(); ++col) {
+            double c[3], o[3];
+            d.geometryGridTileCenter(key, level, row, col, c[0], c[1], c[2]);
+            d.geometryGridTileOffset(key, level, row, col, o[0], o[1], o[2]);
+            names.path(row, col, path);
+            if (degrees) {
+                for (double* v : {&c[0], &c[1], &o[0], &o[1]})
+                    *v = DtRad2Deg(*v);
+            }
+            if (records) {
+                records->add({{"level", level},
+                              {"row", row},
+                              {"col", col},
+                              {"center", {c[0], c[1], c[2]}},
+                              {"offset", {o[0], o[1], o[2]}},
+                              {"path", path}});
+                continue;
+            }
+            out << level << '\t' << row << '\t' << col;
+            for (const double* values : {c, o}) {
+                out << '\t' << (degrees ? degreesText(values[0]) : metresText(values[0]));
+                out << '\t' << (degrees ? degreesText(values[1]) : metresText(values[1]));
+                out << '\t' << metresText(values[2]);
+            }
+            out << '\t' << path << '\n';
+        }
+    }
+}
+
+void printHeader(bool degrees, std::ostream& out) {
+    if (degrees) {
+        out << "level\trow\tcol\tcenter_lat\tcenter_lon\tcenter_height\toffset_lat\t"
+               "offset_lon\toffset_height\tpath\n";
+    } else {
+        out << "level\trow\tcol\tcenter_x\tcenter_y\tcenter_z\toffset_x\toffset_y\toffset_"
+               "z\tpath\n";
+    }
+}
+
+// Loads the document and finds the levels the request asks for; false with the line
+// said on `err`.
+bool prepareTiles(const TilesRequest& request, DtMetaFlightParser& parser,
+                  DtMetaFlightDescription& d, unsigned& first, unsigned& end, std::ostream& err) {
     if (!load(request.document, parser, d, err))
-        return 1;
-    unsigned first = 0, end = 0;
+        return false;
     std::string problem;
     if (!levelRange(d, request, first, end, problem)) {
         err << "zorhost: " << request.document << ": " << problem << "\n";
-        return 1;
+        return false;
     }
+    return true;
+}
+
+}  // namespace
+
+int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) {
+    std::unique_ptr<GeoJsonWriter> geojson;
+    if (!openGeoJson(request.geojson, request.document, request.overwrite, tileFields, geojson,
+                     err))
+        return 1;
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    unsigned first = 0, end = 0;
+    if (!prepareTiles(request, parser, d, first, end, err))
+        return 1;
     std::unique_ptr<JsonArrayStream> records;
+    std::string error;
     try {
         // A person reads geodetic positions in degrees, as convert takes and gives them.
         const bool degrees = isGeodetic(d.geometryDatasetDataCoordinateSystem(request.dataset));
-        if (request.json) {
+        if (request.json)
             records = std::make_unique<JsonArrayStream>(out);
-        } else if (degrees) {
-            out << "level\trow\tcol\tcenter_lat\tcenter_lon\tcenter_height\toffset_lat\t"
-                   "offset_lon\toffset_height\tpath\n";
-        } else {
-            out << "level\trow\tcol\tcenter_x\tcenter_y\tcenter_z\toffset_x\toffset_y\toffset_"
-                   "z\tpath\n";
-        }
-        std::string path;
-        for (unsigned level = first; level < end; ++level) {
-            const kelZor::DtTilePathGenerator names(d, request.dataset, static_cast<int>(level));
-            for (unsigned row = 0; row < names.rows(); ++row) {
-                for (unsigned col = 0; col < names.columns(); ++col) {
-                    double c[3], o[3];
-                    d.geometryGridTileCenter(request.dataset, level, row, col, c[0], c[1], c[2]);
-                    d.geometryGridTileOffset(request.dataset, level, row, col, o[0], o[1], o[2]);
-                    names.path(row, col, path);
-                    if (degrees) {
-                        for (double* v : {&c[0], &c[1], &o[0], &o[1]})
-                            *v = DtRad2Deg(*v);
-                    }
-                    if (records) {
-                        records->add({{"level", level},
-                                      {"row", row},
-                                      {"col", col},
-                                      {"center", {c[0], c[1], c[2]}},
-                                      {"offset", {o[0], o[1], o[2]}},
-                                      {"path", path}});
-                    } else {
-                        out << level << '\t' << row << '\t' << col;
-                        for (const double* values : {c, o}) {
-                            out << '\t'
-                                << (degrees ? degreesText(values[0]) : metresText(values[0]));
-                            out << '\t'
-                                << (degrees ? degreesText(values[1]) : metresText(values[1]));
-                            out << '\t' << metresText(values[2]);
-                        }
-                        out << '\t' << path << '\n';
-                    }
+        else
+            printHeader(degrees, out);
+        for (unsigned level = first; level < end && error.empty(); ++level) {
+            printLevel(d, request.dataset, level, degrees, records.get(), out);
+            if (!geojson)
+                continue;
+            forEachTileFootprint(d, request.dataset, level, [&](const TileFootprint& tile) {
+                if (error.empty()) {
+                    geojson->add(
+                        GeoJsonWriter::Polygon,
+                        {tile.corners[0], tile.corners[1], tile.corners[2], tile.corners[3]},
+                        {{"level", tile.level},
+                         {"row", tile.row},
+                         {"col", tile.col},
+                         {"path", tile.path}},
+                        error);
                 }
-            }
+            });
         }
+        if (geojson && error.empty())
+            geojson->close(error);
     } catch (const std::exception& e) {
-        if (records)
-            records->close();
-        out.flush();
-        err << "zorhost: " << request.document << ": " << e.what() << "\n";
-        return 1;
+        error = request.document + ": " + e.what();
     }
     if (records)
         records->close();
+    if (error.empty())
+        return 0;
+    out.flush();
+    err << "zorhost: " << error << "\n";
+    return 1;
+}
+
+int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std::ostream& err) {
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    unsigned first = 0, end = 0;
+    if (!prepareTiles(request, parser, d, first, end, err))
+        return 1;
+    try {
+        for (unsigned level = first; level < end; ++level)
+            forEachTileFootprint(d, request.dataset, level, visit);
+    } catch (const std::exception& e) {
+        err << "zorhost: " << request.document << ": " << e.what() << "\n";
+        return 1;
+    }
     return 0;
 }
 

@@ -8,11 +8,22 @@
 #include <ostream>
 #include <string>
 
+#include "TileFootprint.h"
+
+struct DescribeRequest {
+    std::string document;
+    bool json = false;
+    std::string geojson;  // where to write each dataset's coverage outline; empty: nowhere
+    bool overwrite = false;
+};
+
 struct TilesRequest {
     std::string document;
     std::string dataset;
     int level = -1;  // every level when negative
     bool json = false;
+    std::string geojson;  // where to write each tile's footprint; empty: nowhere
+    bool overwrite = false;
 };
 
 struct ConvertRequest {
@@ -32,8 +43,11 @@ struct PublishRequest {
     float switchDistance = 0.0f;
 };
 
-int runDescribe(const std::string& document, bool json, std::ostream& out, std::ostream& err);
+int runDescribe(const DescribeRequest& request, std::ostream& out, std::ostream& err);
 int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err);
+// The footprint of each tile `request` asks for, to `visit` as it is made, nothing
+// printed; 1 with the message on `err` when the document or the query fails.
+int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std::ostream& err);
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err);
 // Prints one line on what changed; a failed publish, or an output that could not be
 // written, gives the message on `err` and 1.

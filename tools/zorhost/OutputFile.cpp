@@ -82,26 +82,39 @@ OutputFile::~OutputFile() {
     fs::remove_all(directory_, ignored);
 }
 
-bool OutputFile::begin(const std::string& target, const std::vector<std::string>& inputs,
-                       bool overwrite, std::string& problem) {
-    const fs::path path(target);
-    std::error_code error;
+namespace {
+
+// Why `path` may not be written, or "".
+std::string refusal(const fs::path& path, const std::vector<std::string>& inputs, bool overwrite) {
     for (const std::string& input : inputs) {
-        if (touches(path, input)) {
-            problem = "is one of the inputs (" + input + "): it is never written over";
-            return false;
-        }
+        if (touches(path, input))
+            return "is one of the inputs (" + input + "): it is never written over";
     }
+    std::error_code error;
     const fs::file_status status = fs::status(path, error);
-    if (fs::is_directory(status)) {
-        problem = "is a directory";
-        return false;
+    if (fs::is_directory(status))
+        return "is a directory";
+    if (fs::exists(status) && !overwrite)
+        return "exists; give --overwrite to replace it";
+    return "";
+}
+
+}  // namespace
+
+bool OutputFile::begin(const std::string& target, const std::vector<std::string>& inputs,
+                       bool overwrite, std::string& problem,
+                       const std::vector<std::string>& companions) {
+    const fs::path path(target);
+    problem = refusal(path, inputs, overwrite);
+    for (size_t i = 0; i < companions.size() && problem.empty(); ++i) {
+        const std::string why = refusal(companions[i], inputs, overwrite);
+        if (!why.empty())
+            problem = "goes with " + companions[i] + ", which " + why;
     }
-    if (fs::exists(status) && !overwrite) {
-        problem = "exists; give --overwrite to replace it";
+    if (!problem.empty())
         return false;
-    }
-    const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    const fs::path parent = directoryOf(path);
+    std::error_code error;
     if (!fs::is_directory(parent, error)) {
         problem = "cannot be written: there is no directory " + parent.string();
         return false;
@@ -114,10 +127,27 @@ bool OutputFile::begin(const std::string& target, const std::vector<std::string>
     target_ = target;
     directory_ = pattern;
     temporary_ = (fs::path(directory_) / path.filename()).string();
+    companions_ = companions;
     return true;
 }
 
+std::string OutputFile::temporaryPathOf(const std::string& companion) const {
+    return (fs::path(directory_) / fs::path(companion).filename()).string();
+}
+
 bool OutputFile::commit(std::string& problem) {
+    for (const std::string& companion : companions_) {
+        std::error_code error;
+        const std::string written = temporaryPathOf(companion);
+        const bool ok = fs::exists(written, error)
+                            ? ::rename(written.c_str(), companion.c_str()) == 0
+                            : (fs::remove(companion, error), !error);
+        if (!ok) {
+            problem = companion + " cannot be written: " +
+                      (error ? error.message() : std::string(std::strerror(errno)));
+            return false;
+        }
+    }
     if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
         problem = std::string("cannot be written: ") + std::strerror(errno);
         return false;

@@ -1,8 +1,5 @@
 #include "PropCommands.h"
 
-#include <Eigen/Geometry>
-#include <GeographicLib/Geocentric.hpp>
-
 #include <cmath>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +8,7 @@
 #include <sstream>
 
 #include "EngineReport.h"
+#include "PropFacing.h"
 #include "SceneOutput.h"
 #include "TextNumbers.h"
 #include "hxutil/DtFilename.h"
@@ -91,40 +89,6 @@ RulesFile readRules(const std::string& content) {
     return file;
 }
 
-// The model's forward axis (its y) in the scene.
-Eigen::Vector3d forwardOf(const double* q) {
-    return Eigen::Quaterniond(q[3], q[0], q[1], q[2]) * Eigen::Vector3d::UnitY();
-}
-
-// The heading the prop faces, in degrees from 0 to 360 from north towards east: grid
-// north in a projected scene; in a geocentric one north of GeographicLib's local frame at
-// its position.
-double headingDegrees(const kelZor::DtCoordinateSystem& scene, const kelArchives::DtPropRecord& r) {
-    const double* p = r.position();
-    const DtVector64 position(p[0], p[1], p[2]);
-    const Eigen::Vector3d forward = forwardOf(r.orientation());
-    double degrees = 0.0;
-    if (scene.converter()->upVector(position) == DtVector64(0.0, 0.0, 1.0)) {
-        degrees = DtRad2Deg(std::atan2(forward.x(), forward.y()));
-    } else {
-        DtVector64 geocentric;
-        scene.converter()->cigToGeoc(position, geocentric);
-        double lat, lon, h;
-        std::vector<double> m(9);
-        GeographicLib::Geocentric::WGS84().Reverse(geocentric.x(), geocentric.y(), geocentric.z(),
-                                                   lat, lon, h, m);
-        const Eigen::Vector3d east(m[0], m[3], m[6]), north(m[1], m[4], m[7]);
-        degrees = DtRad2Deg(std::atan2(forward.dot(east), forward.dot(north)));
-    }
-    degrees = std::fmod(degrees + 360.0, 360.0);
-    return std::abs(degrees) < 1e-9 || std::abs(degrees - 360.0) < 1e-9 ? 0.0 : degrees;
-}
-
-// A prop the terrain could not place is left at the origin, as the engine leaves it.
-bool placed(const kelArchives::DtPropRecord& r) {
-    return r.position()[0] != 0.0 || r.position()[1] != 0.0 || r.position()[2] != 0.0;
-}
-
 std::string conditionText(const DtAddPropsRuleRecord& rule) {
     std::string text;
     for (const auto& [field, value] : rule.fieldValueMap())
@@ -188,9 +152,9 @@ void PropReport::addProp(size_t rule, const DtProp& prop) {
     const kelArchives::DtPropRecord& r = prop.record();
     const double* p = r.position();
     const double* q = r.orientation();
-    const bool isPlaced = placed(r);
+    const bool isPlaced = propPlaced(r);
     unplaced_ += isPlaced ? 0 : 1;
-    const Json heading = isPlaced ? Json(headingDegrees(scene_.system, r)) : Json(nullptr);
+    const Json heading = isPlaced ? Json(propHeadingDegrees(scene_.system, r)) : Json(nullptr);
     const Wgs84Position where =
         isPlaced ? sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2])) : Wgs84Position();
     if (output_.array()) {
@@ -257,19 +221,58 @@ bool parseRules(const std::string& text, RulesFile& rules, std::string& problem)
     }
 }
 
-int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
-    RulesFile rules;
-    std::string rulesProblem = exists(request.rules) ? "cannot be read" : "no such file";
-    std::ifstream in(request.rules, std::ios::binary);
+int readRulesFile(const std::string& path, RulesFile& rules, std::ostream& err) {
+    std::string problem = exists(path) ? "cannot be read" : "no such file";
+    std::ifstream in(path, std::ios::binary);
     std::stringstream content;
     if (!in || !(content << in.rdbuf())) {
-        err << "zorhost: " << request.rules << ": " << rulesProblem << "\n";
+        err << "zorhost: " << path << ": " << problem << "\n";
         return 1;
     }
-    if (!parseRules(content.str(), rules, rulesProblem)) {
-        err << "zorhost: " << request.rules << ": " << rulesProblem << "\n";
+    if (!parseRules(content.str(), rules, problem)) {
+        err << "zorhost: " << path << ": " << problem << "\n";
         return 2;
     }
+    return 0;
+}
+
+kelZor::DtPropAdderCreator* propAdderCreatorFor(DtDe& de, const std::string& file,
+                                                std::ostream& err) {
+    kelZor::DtPropAdderCreator* creator =
+        kelZor::DtPropAdderFactory::instance(de).creatorForFile(file);
+    if (!creator) {
+        err << "zorhost: " << file << ": no prop adder is registered for the extension \""
+            << DtFilename(file.c_str()).extension().stdString() << "\"\n";
+    }
+    return creator;
+}
+
+bool addElevationSources(DtDe& de, const std::vector<std::string>& dems, std::ostream& err) {
+    kelZor::DtTerrain& terrain = de.scene().terrain();
+    for (const std::string& dem : dems) {
+        std::string error;
+        if (!terrain.addElevationSource(dem, error)) {
+            err << "zorhost: " << error << "\n";
+            return false;
+        }
+    }
+    return true;
+}
+
+void defineModels(DtDe& de, const RulesFile& rules) {
+    for (const auto& [name, file] : rules.models) {
+        kelArchives::DtModelDefinitionRecord model;
+        model.setName(name);
+        model.setFilename(file);
+        model.setSchema("Model");
+        de.sharedState().modelDefinitionManager().addDefinition(model);
+    }
+}
+
+int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
+    RulesFile rules;
+    if (const int status = readRulesFile(request.rules, rules, err))
+        return status;
     for (const std::string& file : request.terrains) {
         if (!exists(file)) {
             err << "zorhost: " << file << ": no such file\n";
@@ -280,21 +283,9 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
         err << "zorhost: " << request.file << ": no such file\n";
         return 1;
     }
-    kelZor::DtPropAdderCreator* creator =
-        kelZor::DtPropAdderFactory::instance(de).creatorForFile(request.file);
-    if (!creator) {
-        err << "zorhost: " << request.file << ": no prop adder is registered for the extension \""
-            << DtFilename(request.file.c_str()).extension().stdString() << "\"\n";
+    kelZor::DtPropAdderCreator* creator = propAdderCreatorFor(de, request.file, err);
+    if (!creator || !addElevationSources(de, request.terrains, err))
         return 1;
-    }
-    kelZor::DtTerrain& terrain = de.scene().terrain();
-    for (const std::string& dem : request.terrains) {
-        std::string error;
-        if (!terrain.addElevationSource(dem, error)) {
-            err << "zorhost: " << error << "\n";
-            return 1;
-        }
-    }
     std::vector<std::string> candidates = request.terrains;
     candidates.push_back(request.file);
     SceneChoice scene;
@@ -304,13 +295,7 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
         return problem.status;
     }
     de.sharedState().coordinateSystem() = scene.system;
-    for (const auto& [name, file] : rules.models) {
-        kelArchives::DtModelDefinitionRecord model;
-        model.setName(name);
-        model.setFilename(file);
-        model.setSchema("Model");
-        de.sharedState().modelDefinitionManager().addDefinition(model);
-    }
+    defineModels(de, rules);
     PropReport report(request, scene, out);
     std::string error;
     if (!report.openGeoJson(error)) {

@@ -11,7 +11,8 @@
 
 namespace kelZor {
 class DtDe;
-}
+class DtPropAdderCreator;
+}  // namespace kelZor
 
 struct PropsRequest {
     std::string file;
@@ -32,6 +33,17 @@ struct RulesFile {
 
 // Reads a rules file's text; false with where and what is wrong in `problem`.
 bool parseRules(const std::string& text, RulesFile& rules, std::string& problem);
+
+// What props and map share. Each says what went wrong in one line on `err`.
+// A rules file read and parsed: 0, else 1 (cannot be read) or 2 (malformed).
+int readRulesFile(const std::string& path, RulesFile& rules, std::ostream& err);
+// The prop adder registered for the file's extension, or null.
+kelZor::DtPropAdderCreator* propAdderCreatorFor(kelZor::DtDe& de, const std::string& file,
+                                                std::ostream& err);
+// The DEMs under the scene's terrain, the first answering first; false when one is not.
+bool addElevationSources(kelZor::DtDe& de, const std::vector<std::string>& dems, std::ostream& err);
+// The rules file's models made known to the scene.
+void defineModels(kelZor::DtDe& de, const RulesFile& rules);
 
 // Prints the scene, each prop, the count per rule and the errors the engine was told.
 // 2 for a malformed rules file or --scene; 1 for a file or DEM that cannot be used, or

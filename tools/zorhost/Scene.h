@@ -5,6 +5,7 @@
 #include <string>
 
 #include "JsonOutput.h"
+#include "Wgs84Position.h"
 #include "matrix/DtVector64.h"
 #include "zorUtil/DtCoordinateSystem.h"
 
@@ -33,10 +34,7 @@ SceneProblem chooseScene(kelZor::DtDe& de, const std::string& option,
 std::string sceneLine(const SceneChoice& scene);
 Json sceneJson(const kelZor::DtCoordinateSystem& system);
 
-// A scene position as WGS84 longitude and latitude in degrees and height in metres.
-struct Wgs84Position {
-    double lon = 0.0, lat = 0.0, height = 0.0;
-};
+// Where a scene position is on the earth.
 Wgs84Position sceneToWgs84(const kelZor::DtCoordinateSystem& system, const DtVector64& position);
 
 Json positionJson(const DtVector64& position);

@@ -14,6 +14,7 @@
 #include "FeatureCommands.h"
 #include "Inspect.h"
 #include "LibraryModule.h"
+#include "MapCommand.h"
 #include "PluginLibrary.h"
 #include "PropCommands.h"
 #include "zorCore/DtDe.h"
@@ -123,7 +124,7 @@ struct Request {
     bool json = false;
     std::string parser;
     std::vector<std::string> paths;
-    std::string document;
+    DescribeRequest describe;
     TilesRequest tiles;
     ConvertRequest convert;
     std::vector<double> values;
@@ -132,6 +133,7 @@ struct Request {
     FeaturesRequest features;
     ValuesRequest valuesRequest;
     PropsRequest props;
+    MapRequest map;
 };
 
 // A subcommand with a one-line summary for the command list and the longer text, its
@@ -178,16 +180,32 @@ CLI::Validator levelValidator() {
         "LEVEL");
 }
 
+const char* const sceneHelp =
+    "The scene's coordinate system: TYPE:PARAMETERS (a type and a converter text as "
+    "'inspect' prints them, e.g. UTM:45.5,9,32,32,N,0,0,0,0,0) or @FILE (what that file's "
+    "header parser answers). Default: the file's own system when its parser answers a UTM, "
+    "Lambert or flat-earth one, else geocentric";
+
+const char* const overwriteHelp =
+    "Replace OUT when it exists (never one of the inputs, never a directory)";
+
 void addMetaFlight(CLI::App& app, Request& request) {
     CLI::App* describe =
         command(app, "describe", "The datasets and levels of a MetaFlight document",
                 "Each geometry dataset (key, DatasetName, title, file format, pattern, hierarchy\n"
                 "type, data and grid coordinate systems, radius) with its levels; each virtual\n"
                 "texture dataset with its levels, tile texels, origin and extent.\n\n"
-                "Example:\n"
-                "  zorhost describe data/sample/metaflight/alpine_valley.mft");
-    describe->add_option("DOC", request.document, "MetaFlight document (.mft)")->required();
-    describe->add_flag("--json", request.json, "One JSON object");
+                "Examples:\n"
+                "  zorhost describe data/sample/metaflight/alpine_valley.mft\n"
+                "  zorhost describe data/sample/zone33_quad.mft --geojson /tmp/coverage.geojson");
+    describe->add_option("DOC", request.describe.document, "MetaFlight document (.mft)")
+        ->required();
+    describe->add_flag("--json", request.describe.json, "One JSON object");
+    describe->add_option("--geojson", request.describe.geojson,
+                         "Also write each dataset's coverage outline to OUT as a GeoJSON polygon "
+                         "in WGS84 longitude and latitude, with the properties kind (geometry or "
+                         "virtualTexture), key, name and levels");
+    describe->add_flag("--overwrite", request.describe.overwrite, overwriteHelp);
 
     CLI::App* tiles = command(
         app, "tiles", "Every tile of a MetaFlight geometry dataset: centre, offset and file",
@@ -196,13 +214,20 @@ void addMetaFlight(CLI::App& app, Request& request) {
         "geodetic system are latitude and longitude in degrees, and height.\n\n"
         "Examples:\n"
         "  zorhost tiles data/sample/zone33_quad.mft --dataset Terrain --level 1\n"
-        "  zorhost tiles data/sample/zone33_quad.mft --dataset Terrain --json");
+        "  zorhost tiles data/sample/zone33_quad.mft --dataset Terrain --json\n"
+        "  zorhost tiles data/sample/zone33_quad.mft --dataset Terrain --level 1 --geojson "
+        "/tmp/tiles.geojson");
     tiles->add_option("DOC", request.tiles.document, "MetaFlight document (.mft)")->required();
     tiles->add_option("--dataset", request.tiles.dataset, "The geometry dataset's key")->required();
     tiles->add_option("--level", request.tiles.level, "One level, counted from 0")
         ->check(levelValidator());
     tiles->add_flag("--json", request.tiles.json,
                     "A JSON array of objects with the keys level, row, col, center, offset, path");
+    tiles->add_option("--geojson", request.tiles.geojson,
+                      "Also write each tile's footprint to OUT as a GeoJSON polygon of its four "
+                      "corners in WGS84 longitude and latitude, with the properties level, row, "
+                      "col and path");
+    tiles->add_flag("--overwrite", request.tiles.overwrite, overwriteHelp);
 
     CLI::App* convert = command(
         app, "convert", "A position moved between two coordinate systems of a document",
@@ -239,15 +264,6 @@ void addMetaFlight(CLI::App& app, Request& request) {
                         "The largest switch distance of each substitutive dataset's table "
                         "becomes D");
 }
-
-const char* const sceneHelp =
-    "The scene's coordinate system: TYPE:PARAMETERS (a type and a converter text as "
-    "'inspect' prints them, e.g. UTM:45.5,9,32,32,N,0,0,0,0,0) or @FILE (what that file's "
-    "header parser answers). Default: the file's own system when its parser answers a UTM, "
-    "Lambert or flat-earth one, else geocentric";
-
-const char* const overwriteHelp =
-    "Replace OUT when it exists (never one of the inputs, never a directory)";
 
 void addFeatures(CLI::App& app, Request& request) {
     CLI::App* features = command(
@@ -326,10 +342,59 @@ void addProps(CLI::App& app, Request& request) {
     props->add_flag("--overwrite", request.props.overwrite, overwriteHelp);
 }
 
+void addMap(CLI::App& app, Request& request) {
+    CLI::App* map = command(
+        app, "map", "A georeferenced picture of terrain, features, props and tiles",
+        "Draws what the engine makes of the files into a PNG, in the scene's plane (easting\n"
+        "and northing of a UTM, Lambert or flat-earth scene; longitude and latitude of a\n"
+        "geocentric one): a hillshade of the DEMs under an elevation colour ramp; areal,\n"
+        "linear and point features coloured by FACC category; props as squares with a tick\n"
+        "towards their heading, coloured by rule; the tile boundaries of a MetaFlight level,\n"
+        "labelled row,col where they fit; a legend, scale bar, north arrow and the scene.\n"
+        "Features, props and tiles go through the plug-in as for 'features', 'props' and\n"
+        "'tiles'. A world file (OUT with .pgw) and OUT.aux.xml with the plane's coordinate\n"
+        "system go beside the PNG, so GDAL and a GIS open it in place. Points closer than\n"
+        "the picture can show are thinned, and the legend says how many.\n\n"
+        "Examples:\n"
+        "  zorhost map /tmp/valley.png --features data/sample/valley.gdb "
+        "--terrain data/sample/elevation_utm32n.tif\n"
+        "  zorhost map /tmp/props.png --props data/sample/valley_points.shp "
+        "--rules data/sample/valley_props.json --terrain data/sample/n45_e009.dt0\n"
+        "  zorhost map /tmp/tiles.png --tiles data/sample/zone33_quad.mft --dataset Terrain "
+        "--level 1 --size 800x400");
+    MapRequest& r = request.map;
+    map->add_option("OUT", r.output, "The PNG to write")->required();
+    map->add_option("--terrain", r.terrains,
+                    "A DEM (any raster GDAL reads; repeatable, the first that covers a place "
+                    "answers)");
+    map->add_option("--features", r.features, "A vector file of features (repeatable)");
+    map->add_option("--props", r.props, "A vector file whose points the rules make props of");
+    map->add_option("--rules", r.rules, "The rules file (JSON) for --props, as for 'props'");
+    map->add_option("--tiles", r.tiles, "A MetaFlight document whose tiles to draw");
+    map->add_option("--dataset", r.dataset, "The geometry dataset of --tiles");
+    map->add_option("--level", r.level, "The level of --tiles, counted from 0 (default 0)")
+        ->check(levelValidator());
+    map->add_option("--scene", r.scene,
+                    std::string(sceneHelp) +
+                        "; the features are tried first, then the props, "
+                        "the tiles and the DEMs");
+    map->add_option("--extent", r.extent,
+                    "MINX,MINY,MAXX,MAXY in the plane (default: what is drawn, with a margin)")
+        ->delimiter(',')
+        ->expected(4);
+    map->add_option("--size", r.size,
+                    "WIDTHxHEIGHT in pixels, at most 16384 each (default: 1024 on the longer "
+                    "side)")
+        ->delimiter('x')
+        ->expected(2);
+    map->add_option("--title", r.title, "The title (default: the inputs' names)");
+    map->add_flag("--overwrite", r.overwrite, overwriteHelp);
+}
+
 int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
     const std::string name = command.get_name();
     if (name == "describe")
-        return commands.describe(request.document, request.json, std::cout, std::cerr);
+        return commands.describe(request.describe, std::cout, std::cerr);
     if (name == "tiles")
         return commands.tiles(request.tiles, std::cout, std::cerr);
     if (name == "convert") {
@@ -389,6 +454,10 @@ int runCommand(const CLI::App& command, Request& request) {
         return runValues(de, request.valuesRequest, std::cout, std::cerr);
     if (name == "inspect")
         return runInspectCommand(de, request);
+    if (name == "map") {
+        return runMap(de, request.map, haveLibrary ? library.commands().tileFootprints : nullptr,
+                      std::cout, std::cerr);
+    }
     if (!haveLibrary) {
         std::cerr << "zorhost: " << libraryError << "\n";
         return 1;
@@ -448,6 +517,7 @@ int main(int argc, char** argv) {
     addFeatures(app, request);
     addValues(app, request);
     addProps(app, request);
+    addMap(app, request);
     command(app, "help", "Every command with a line on what it does", "Example:\n  zorhost help");
 
     const std::string word = commandWord(argc, argv);

@@ -1,0 +1,598 @@
+#include "MapCommand.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <map>
+#include <memory>
+
+#include "EngineReport.h"
+#include "MapCanvas.h"
+#include "MapGround.h"
+#include "MapPicture.h"
+#include "OutputFile.h"
+#include "PropCommands.h"
+#include "PropFacing.h"
+#include "Scene.h"
+#include "ScenePlane.h"
+#include "TextNumbers.h"
+#include "zorCore/DtDe.h"
+#include "zorCore/DtFeatureAdder.h"
+#include "zorCore/DtPropAdder.h"
+
+using kelZor::DtDe;
+using kelZor::DtFeature;
+
+namespace {
+
+const int defaultLongSide = 1024;
+// A default picture is at most this much longer than wide, so a road along a meridian
+// still gets a map around it.
+const double maxDefaultAspect = 4.0;
+
+struct Bounds {
+    double minX = std::numeric_limits<double>::infinity();
+    double minY = std::numeric_limits<double>::infinity();
+    double maxX = -std::numeric_limits<double>::infinity();
+    double maxY = -std::numeric_limits<double>::infinity();
+
+    void add(const PlanePoint& p) {
+        if (!std::isfinite(p.x) || !std::isfinite(p.y))
+            return;
+        minX = std::min(minX, p.x);
+        minY = std::min(minY, p.y);
+        maxX = std::max(maxX, p.x);
+        maxY = std::max(maxY, p.y);
+    }
+    bool empty() const { return !(minX <= maxX && minY <= maxY); }
+};
+
+bool exists(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
+}
+
+std::string fileName(const std::string& path) {
+    std::string name = std::filesystem::path(path).filename().string();
+    return name.empty() ? std::filesystem::path(path).parent_path().filename().string() : name;
+}
+
+// Everything the map reads, in the order a person named them.
+std::vector<std::string> inputsOf(const MapRequest& request) {
+    std::vector<std::string> inputs = request.features;
+    for (const std::string* path : {&request.props, &request.rules, &request.tiles}) {
+        if (!path->empty())
+            inputs.push_back(*path);
+    }
+    inputs.insert(inputs.end(), request.terrains.begin(), request.terrains.end());
+    return inputs;
+}
+
+// A request that cannot be drawn, whatever the files hold: exit 2.
+std::string usageProblem(const MapRequest& request) {
+    if (request.terrains.empty() && request.features.empty() && request.props.empty() &&
+        request.tiles.empty())
+        return "nothing to draw: give --terrain, --features, --props or --tiles";
+    if (request.props.empty() != request.rules.empty())
+        return "--props and --rules go together: the rules say which props the file makes";
+    if (!request.tiles.empty() && request.dataset.empty())
+        return "--tiles needs --dataset: the key of the geometry dataset whose tiles to draw";
+    if (!request.extent.empty()) {
+        const std::vector<double>& e = request.extent;
+        if (!std::all_of(e.begin(), e.end(), [](double v) { return std::isfinite(v); }))
+            return "--extent: the four numbers must be finite";
+        if (!(e[2] > e[0] && e[3] > e[1]))
+            return "--extent: the area from " + metresText(e[0]) + ", " + metresText(e[1]) +
+                   " to " + metresText(e[2]) + ", " + metresText(e[3]) +
+                   " is empty: give MINX,MINY,MAXX,MAXY with each maximum above its minimum";
+    }
+    for (int side : request.size) {
+        if (side < 1 || side > mapMaxSide)
+            return "--size: " + std::to_string(side) + " pixels is not a side from 1 to " +
+                   std::to_string(mapMaxSide);
+    }
+    return "";
+}
+
+// An input that cannot be used: exit 1.
+std::string fileProblem(const MapRequest& request) {
+    for (const std::string& path : inputsOf(request)) {
+        if (!exists(path))
+            return path + ": no such file";
+    }
+    for (const std::string& dem : request.terrains) {
+        const std::string problem = demProblem(dem);
+        if (!problem.empty())
+            return dem + ": " + problem;
+    }
+    return "";
+}
+
+// What was loaded through the plug-in, kept for both passes over it.
+struct MapContent {
+    std::vector<std::unique_ptr<kelZor::DtFeatureLayer>> layers;
+    kelZor::DtAgentManagerInterface agents;  // before the props, which refer to it
+    kelZor::DtTerrainLayer props;
+    std::vector<size_t> ruleOfProp;
+    RulesFile rules;
+};
+
+int loadFeatures(DtDe& de, const MapRequest& request, const EngineReport& engine,
+                 MapContent& content, std::ostream& err) {
+    if (request.features.empty())
+        return 0;
+    kelZor::DtFeatureAdderCreator* creator = de.featureAdderCreator();
+    if (!creator) {
+        err << "zorhost: the plug-in registered no feature adder\n";
+        return 1;
+    }
+    std::unique_ptr<kelZor::DtFeatureAdder> adder(creator->create(de));
+    for (const std::string& file : request.features) {
+        content.layers.push_back(std::make_unique<kelZor::DtFeatureLayer>(file));
+        adder->addFeatures(*content.layers.back());
+        if (!engine.filesNotLoaded().empty())
+            return 1;
+    }
+    return 0;
+}
+
+int placeProps(DtDe& de, const MapRequest& request, const EngineReport& engine, MapContent& content,
+               std::ostream& err) {
+    if (request.props.empty())
+        return 0;
+    kelZor::DtPropAdderCreator* creator = propAdderCreatorFor(de, request.props, err);
+    if (!creator)
+        return 1;
+    defineModels(de, content.rules);
+    std::unique_ptr<kelZor::DtPropAdder> adder(creator->create(request.props, content.agents));
+    for (size_t i = 0; i < content.rules.rules.size() && engine.filesNotLoaded().empty(); ++i) {
+        adder->addProps(content.rules.rules[i], &content.props);
+        content.ruleOfProp.resize(content.props.numProps(), i);
+    }
+    return engine.filesNotLoaded().empty() ? 0 : 1;
+}
+
+// The tiles of the asked level, each to `visit`; 1 when they cannot be had.
+int visitTiles(const MapRequest& request, TileFootprintSource source, const TileVisitor& visit,
+               std::ostream& err) {
+    if (request.tiles.empty())
+        return 0;
+    if (!source) {
+        err << "zorhost: " << request.tiles
+            << ": cannot draw tiles: zorhost's MetaFlight module is not loaded\n";
+        return 1;
+    }
+    TilesRequest tiles;
+    tiles.document = request.tiles;
+    tiles.dataset = request.dataset;
+    tiles.level = request.level;
+    return source(tiles, visit, err);
+}
+
+// ---------------------------------------------------------------- the picture's grid
+
+// The extent of what is drawn: features, placed props and tiles; the DEMs' when there
+// are none of those.
+int contentBounds(const MapRequest& request, const MapContent& content, const ScenePlane& plane,
+                  TileFootprintSource tiles, Bounds& bounds, std::ostream& err) {
+    for (const auto& layer : content.layers) {
+        layer->featureSet().forEach(
+            [&](const kelZor::DtPointFeature& f) { bounds.add(plane.fromScene(f.location())); },
+            [&](const kelZor::DtEdgeFeature& f) {
+                for (const DtVector64& v : f.vertices())
+                    bounds.add(plane.fromScene(v));
+            },
+            [&](const kelZor::DtArealFeature& f) {
+                for (const DtVector64& v : f.vertices())
+                    bounds.add(plane.fromScene(v));
+            });
+    }
+    for (size_t i = 0; i < content.props.numProps(); ++i) {
+        const kelArchives::DtPropRecord& record = content.props.prop(i).record();
+        if (propPlaced(record))
+            bounds.add(plane.fromScene(propPosition(record)));
+    }
+    const int status = visitTiles(
+        request, tiles,
+        [&](const TileFootprint& tile) {
+            for (const Wgs84Position& corner : tile.corners) {
+                PlanePoint p;
+                if (plane.fromWgs84(corner, p))
+                    bounds.add(p);
+            }
+        },
+        err);
+    double dem[4];
+    if (bounds.empty() && demExtent(request.terrains, plane.wkt(), dem)) {
+        bounds.add({dem[0], dem[1]});
+        bounds.add({dem[2], dem[3]});
+    }
+    return status;
+}
+
+// Room around what is drawn, and a shape a picture can have.
+Bounds withMargin(Bounds b, bool geographic) {
+    double span = std::max(b.maxX - b.minX, b.maxY - b.minY);
+    if (!(span > 0.0))
+        span = geographic ? 0.001 : 100.0;  // a single place: about a hundred metres round it
+    const double margin = 0.05 * span;
+    b.minX -= margin;
+    b.maxX += margin;
+    b.minY -= margin;
+    b.maxY += margin;
+    const double least = (std::max(b.maxX - b.minX, b.maxY - b.minY)) / maxDefaultAspect;
+    for (auto [low, high] : {std::make_pair(&b.minX, &b.maxX), std::make_pair(&b.minY, &b.maxY)}) {
+        const double grow = std::max(0.0, least - (*high - *low)) / 2.0;
+        *low -= grow;
+        *high += grow;
+    }
+    return b;
+}
+
+// Widens the shorter way so that the extent has the picture's shape: square pixels.
+void fitAspect(Bounds& b, int width, int height) {
+    const double w = b.maxX - b.minX, h = b.maxY - b.minY;
+    const double wanted = static_cast<double>(width) / height;
+    if (w / h < wanted) {
+        const double grow = (h * wanted - w) / 2.0;
+        b.minX -= grow;
+        b.maxX += grow;
+    } else {
+        const double grow = (w / wanted - h) / 2.0;
+        b.minY -= grow;
+        b.maxY += grow;
+    }
+}
+
+MapGrid gridFor(const MapRequest& request, Bounds b, bool geographic) {
+    const bool extentGiven = !request.extent.empty();
+    if (extentGiven)
+        b = {request.extent[0], request.extent[1], request.extent[2], request.extent[3]};
+    else
+        b = withMargin(b, geographic);
+    MapGrid grid;
+    if (!request.size.empty()) {
+        grid.width = request.size[0];
+        grid.height = request.size[1];
+        if (!extentGiven)
+            fitAspect(b, grid.width, grid.height);
+    } else {
+        const double aspect = (b.maxX - b.minX) / (b.maxY - b.minY);
+        grid.width = aspect >= 1.0 ? defaultLongSide
+                                   : std::max(1, static_cast<int>(defaultLongSide * aspect + 0.5));
+        grid.height = aspect >= 1.0 ? std::max(1, static_cast<int>(defaultLongSide / aspect + 0.5))
+                                    : defaultLongSide;
+    }
+    grid.minX = b.minX;
+    grid.minY = b.minY;
+    grid.maxX = b.maxX;
+    grid.maxY = b.maxY;
+    return grid;
+}
+
+// ---------------------------------------------------------------- drawing
+
+std::string plural(size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// Draws what was loaded, counting what it draws for the legend and the summary.
+class MapPainter {
+public:
+    MapPainter(MapCanvas& canvas, const ScenePlane& plane, const MapContent& content)
+        : canvas_(canvas), plane_(plane), content_(content) {}
+
+    // Areas under lines; points go over the tiles, with the props.
+    void areasAndLines();
+    void points();
+    void props();
+    TileVisitor tiles();
+    std::vector<LegendEntry> legend(const MapRequest& request, const Ground& ground) const;
+    void summary(const MapRequest& request, std::ostream& out) const;
+
+private:
+    struct KindCounts {
+        size_t points = 0, lines = 0, areas = 0;
+    };
+    std::vector<PlanePoint> inPlane(const std::vector<DtVector64>& vertices) const;
+
+    MapCanvas& canvas_;
+    const ScenePlane& plane_;
+    const MapContent& content_;
+    std::map<char, KindCounts> categories_;
+    size_t thinned_ = 0, pointsOutside_ = 0;
+    std::vector<size_t> propsPerRule_;
+    size_t unplaced_ = 0, propsOutside_ = 0;
+    size_t tiles_ = 0, tileRows_ = 0, tileColumns_ = 0, tilesUnplaced_ = 0;
+};
+
+std::vector<PlanePoint> MapPainter::inPlane(const std::vector<DtVector64>& vertices) const {
+    std::vector<PlanePoint> points;
+    points.reserve(vertices.size());
+    for (const DtVector64& v : vertices)
+        points.push_back(plane_.fromScene(v));
+    return points;
+}
+
+// Areas under lines, whatever order the files give them in.
+void MapPainter::areasAndLines() {
+    auto ignore = [](const auto&) {};
+    for (const auto& layer : content_.layers) {
+        layer->featureSet().forEach(ignore, ignore, [&](const kelZor::DtArealFeature& f) {
+            const FaccCategory& category = faccCategory(f.code().text());
+            ++categories_[category.letter].areas;
+            canvas_.area(inPlane(f.vertices()), category.colour);
+        });
+    }
+    for (const auto& layer : content_.layers) {
+        layer->featureSet().forEach(
+            ignore,
+            [&](const kelZor::DtEdgeFeature& f) {
+                const FaccCategory& category = faccCategory(f.code().text());
+                ++categories_[category.letter].lines;
+                canvas_.line(inPlane(f.vertices()), category.colour);
+            },
+            ignore);
+    }
+}
+
+void MapPainter::points() {
+    auto ignore = [](const auto&) {};
+    for (const auto& layer : content_.layers) {
+        layer->featureSet().forEach(
+            [&](const kelZor::DtPointFeature& f) {
+                const FaccCategory& category = faccCategory(f.code().text());
+                ++categories_[category.letter].points;
+                const PlanePoint where = plane_.fromScene(f.location());
+                if (canvas_.point(where, category.colour))
+                    return;
+                const MapGrid& grid = canvas_.grid();
+                ++(grid.contains(where) ? thinned_ : pointsOutside_);
+            },
+            ignore, ignore);
+    }
+}
+
+void MapPainter::props() {
+    propsPerRule_.assign(content_.rules.rules.size(), 0);
+    for (size_t i = 0; i < content_.props.numProps(); ++i) {
+        const kelArchives::DtPropRecord& record = content_.props.prop(i).record();
+        const size_t rule = content_.ruleOfProp[i];
+        ++propsPerRule_[rule];
+        if (!propPlaced(record)) {
+            ++unplaced_;
+            continue;
+        }
+        // A place ten metres ahead shows the facing in any plane, geographic or projected.
+        const DtVector64 position = propPosition(record);
+        const DtVector64 forward = propForward(record);
+        const DtVector64 ahead(position.x() + 10.0 * forward.x(), position.y() + 10.0 * forward.y(),
+                               position.z() + 10.0 * forward.z());
+        if (!canvas_.prop(plane_.fromScene(position), plane_.fromScene(ahead), ruleColour(rule)))
+            ++propsOutside_;
+    }
+}
+
+TileVisitor MapPainter::tiles() {
+    return [this](const TileFootprint& tile) {
+        PlanePoint corners[4];
+        bool placed = true;
+        for (int i = 0; i < 4; ++i)
+            placed = plane_.fromWgs84(tile.corners[i], corners[i]) && placed;
+        ++tiles_;
+        tileRows_ = std::max<size_t>(tileRows_, tile.row + 1);
+        tileColumns_ = std::max<size_t>(tileColumns_, tile.col + 1);
+        if (!placed) {
+            ++tilesUnplaced_;
+            return;
+        }
+        canvas_.tile(corners, std::to_string(tile.row) + "," + std::to_string(tile.col));
+    };
+}
+
+std::string kindsText(size_t points, size_t lines, size_t areas) {
+    std::string text;
+    for (const auto& [count, one, many] :
+         {std::make_tuple(points, "point", "points"), std::make_tuple(lines, "line", "lines"),
+          std::make_tuple(areas, "area", "areas")}) {
+        if (count > 0)
+            text += (text.empty() ? "" : ", ") + plural(count, one, many);
+    }
+    return text;
+}
+
+std::string conditionText(const kelArchives::DtAddPropsRuleRecord& rule) {
+    std::string text;
+    for (const auto& [field, value] : rule.fieldValueMap())
+        text += (text.empty() ? "" : " and ") + field + "=" + value;
+    return text.empty() ? "every point" : text;
+}
+
+std::vector<LegendEntry> MapPainter::legend(const MapRequest& request, const Ground& ground) const {
+    std::vector<LegendEntry> entries;
+    if (!ground.pixels.empty()) {
+        entries.push_back(
+            {LegendEntry::Ramp,
+             {},
+             "ground " + metresText(ground.lowest) + " to " + metresText(ground.highest) + " m"});
+    }
+    for (size_t i = 0; i < faccCategoryCount; ++i) {
+        const FaccCategory& category = faccCategories()[i];
+        const auto found = categories_.find(category.letter);
+        if (found == categories_.end())
+            continue;
+        const KindCounts& n = found->second;
+        const LegendEntry::Swatch swatch = n.areas   ? LegendEntry::Area
+                                           : n.lines ? LegendEntry::Line
+                                                     : LegendEntry::Point;
+        const std::string letter =
+            category.letter == '?' ? "" : std::string(1, category.letter) + " ";
+        entries.push_back({swatch, category.colour,
+                           letter + category.name + ": " + kindsText(n.points, n.lines, n.areas)});
+    }
+    if (thinned_ > 0) {
+        entries.push_back({LegendEntry::None,
+                           {},
+                           plural(thinned_, "point", "points") + " not drawn: within " +
+                               std::to_string(MapCanvas::pointCell) + " pixels of one drawn"});
+    }
+    for (size_t rule = 0; rule < propsPerRule_.size(); ++rule) {
+        const kelArchives::DtAddPropsRuleRecord& r = content_.rules.rules[rule];
+        entries.push_back({LegendEntry::Prop, ruleColour(rule),
+                           "rule " + std::to_string(rule) + ": " + conditionText(r) + " -> " +
+                               r.modelDefinition() + ": " +
+                               plural(propsPerRule_[rule], "prop", "props")});
+    }
+    if (unplaced_ > 0) {
+        entries.push_back({LegendEntry::None,
+                           {},
+                           plural(unplaced_, "prop", "props") +
+                               " not placed (no terrain below or above): not drawn"});
+    }
+    if (tiles_ > 0) {
+        entries.push_back({LegendEntry::Tile, tileLineColour,
+                           request.dataset + " level " + std::to_string(request.level) + ": " +
+                               std::to_string(tileRows_) + " x " + std::to_string(tileColumns_) +
+                               " tiles (row,col)"});
+    }
+    return entries;
+}
+
+void MapPainter::summary(const MapRequest& request, std::ostream& out) const {
+    size_t points = 0, lines = 0, areas = 0;
+    for (const auto& [letter, n] : categories_) {
+        points += n.points;
+        lines += n.lines;
+        areas += n.areas;
+    }
+    if (!request.features.empty()) {
+        out << "features: " << points << " point, " << lines << " linear, " << areas << " areal";
+        if (thinned_ || pointsOutside_) {
+            out << " (points not drawn: " << thinned_ << " too close to another, " << pointsOutside_
+                << " outside the picture)";
+        }
+        out << "\n";
+    }
+    if (!request.props.empty()) {
+        out << "props: " << content_.props.numProps() - unplaced_ << " placed, " << unplaced_
+            << " not placed";
+        if (propsOutside_)
+            out << ", " << propsOutside_ << " outside the picture";
+        out << "\n";
+    }
+    if (!request.tiles.empty()) {
+        out << "tiles: " << request.dataset << " level " << request.level << ", " << tiles_
+            << " tiles";
+        if (tilesUnplaced_)
+            out << ", " << tilesUnplaced_ << " not drawn (a corner the scene cannot place)";
+        out << "\n";
+    }
+}
+
+std::string defaultTitle(const MapRequest& request) {
+    std::string title;
+    for (const std::string& path : inputsOf(request)) {
+        if (path == request.rules)
+            continue;
+        title += (title.empty() ? "" : ", ") + fileName(path);
+    }
+    const size_t longest = 80;
+    return title.size() > longest ? title.substr(0, longest - 3) + "..." : title;
+}
+
+}  // namespace
+
+int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::ostream& out,
+           std::ostream& err) {
+    const std::string usage = usageProblem(request);
+    if (!usage.empty()) {
+        err << "zorhost: map: " << usage << "\n";
+        return 2;
+    }
+    const std::string problem = fileProblem(request);
+    if (!problem.empty()) {
+        err << "zorhost: " << problem << "\n";
+        return 1;
+    }
+    MapContent content;
+    if (!request.rules.empty()) {
+        if (const int status = readRulesFile(request.rules, content.rules, err))
+            return status;
+    }
+    if (!request.props.empty() && !addElevationSources(de, request.terrains, err))
+        return 1;
+    std::vector<std::string> candidates = request.features;
+    for (const std::string* path : {&request.props, &request.tiles}) {
+        if (!path->empty())
+            candidates.push_back(*path);
+    }
+    candidates.insert(candidates.end(), request.terrains.begin(), request.terrains.end());
+    SceneChoice scene;
+    const SceneProblem sceneProblem = chooseScene(de, request.scene, candidates, scene);
+    if (sceneProblem.status != 0) {
+        err << "zorhost: " << sceneProblem.message << "\n";
+        return sceneProblem.status;
+    }
+    de.sharedState().coordinateSystem() = scene.system;
+    MapPicture picture;
+    std::string error;
+    if (!picture.begin(request.output, inputsOf(request), request.overwrite, error)) {
+        err << "zorhost: " << request.output << ": " << error << "\n";
+        return 1;
+    }
+
+    const EngineReport engine(de);
+    if (loadFeatures(de, request, engine, content, err) != 0 ||
+        placeProps(de, request, engine, content, err) != 0) {
+        engine.printProblems(err);
+        return 1;
+    }
+    engine.printProblems(err);
+    const ScenePlane plane(scene.system);
+    Bounds bounds;
+    if (request.extent.empty() && contentBounds(request, content, plane, tiles, bounds, err) != 0)
+        return 1;
+    if (request.extent.empty() && bounds.empty()) {
+        err << "zorhost: map: nothing to draw: the inputs hold nothing the scene can place\n";
+        return 1;
+    }
+    const MapGrid grid = gridFor(request, bounds, plane.geographic());
+    MapCanvas canvas(grid);
+    Ground ground;
+    if (!canvas.ok(error) ||
+        !makeGround(request.terrains, grid, plane.wkt(), plane.geographic(), ground, error)) {
+        err << "zorhost: " << error << "\n";
+        return 1;
+    }
+    for (const std::string& note : ground.notes)
+        err << "zorhost: " << note << "\n";
+    canvas.paintGround(ground.pixels);
+    MapPainter painter(canvas, plane, content);
+    painter.areasAndLines();
+    if (visitTiles(request, tiles, painter.tiles(), err) != 0)
+        return 1;
+    canvas.labelTiles();
+    painter.points();
+    painter.props();
+    canvas.legend(painter.legend(request, ground));
+    const PlanePoint centre{(grid.minX + grid.maxX) / 2, (grid.minY + grid.maxY) / 2};
+    canvas.furniture({request.title.empty() ? defaultTitle(request) : request.title,
+                      sceneLine(scene), plane.metresPerUnitX(centre), !plane.geographic()});
+    if (!picture.write(canvas, grid, plane.wkt(), error)) {
+        err << "zorhost: " << request.output << ": " << error << "\n";
+        return 1;
+    }
+    auto coordinate = [&](double v) { return plane.geographic() ? degreesText(v) : metresText(v); };
+    out << sceneLine(scene) << "\n"
+        << "map: " << request.output << ", " << grid.width << " x " << grid.height
+        << " pixels over x " << coordinate(grid.minX) << " to " << coordinate(grid.maxX) << ", y "
+        << coordinate(grid.minY) << " to " << coordinate(grid.maxY)
+        << (plane.geographic() ? " (longitude and latitude, degrees)" : " (m)") << "\n";
+    painter.summary(request, out);
+    if (!ground.pixels.empty()) {
+        out << "ground: " << plural(request.terrains.size(), "DEM", "DEMs") << ", heights "
+            << metresText(ground.lowest) << " to " << metresText(ground.highest) << " m\n";
+    }
+    return engine.anyError() ? 1 : 0;
+}

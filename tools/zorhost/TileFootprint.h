@@ -1,0 +1,17 @@
+// A tile of a MetaFlight geometry dataset where it lies on the earth, as zorhost's module
+// hands it to zorhost (which knows nothing of the plug-in's classes).
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "Wgs84Position.h"
+
+struct TileFootprint {
+    unsigned level = 0, row = 0, col = 0;
+    // The grid corners (col, row), (col + 1, row), (col + 1, row + 1), (col, row + 1):
+    // counter-clockwise when rows run north and columns east.
+    Wgs84Position corners[4];
+    std::string path;
+};
+using TileVisitor = std::function<void(const TileFootprint&)>;

@@ -9,26 +9,14 @@
 #include <filesystem>
 #include <string>
 
+#include "BenchCell.h"
 #include "BenchData.h"
-#include "DtedCell.h"
 #include "RatioReporter.h"
 
 namespace {
 
 const std::string& pointsFile() {
     static const std::string path = writePoints(directory() + "/points.shp", benchPointCount());
-    return path;
-}
-
-// Level 1: 1201 x 1201 posts over N45 E007, which holds every point; ridges and valleys
-// for the hillshade to shade.
-const std::string& cellFile() {
-    static const std::string path = [] {
-        const std::string file = directory() + "/n45_e007.dt1";
-        writeDtedCell(file, 45, 7, 1201,
-                      [](int row, int col) { return 800 + (row * 7 % 600) + (col * 13 % 900); });
-        return file;
-    }();
     return path;
 }
 
@@ -44,12 +32,12 @@ void run(benchmark::State& state, const std::string& command) {
 void mapPointsOnCell(benchmark::State& state) {
     run(state, std::string("'") + ZORHOST_PATH + "' map '" + directory() +
                    "/map.png' --overwrite --size 2048x2048 --features '" + pointsFile() +
-                   "' --terrain '" + cellFile() + "' >/dev/null");
+                   "' --terrain '" + benchCell() + "' >/dev/null");
 }
 
 void featuresAndHillshade(benchmark::State& state) {
     run(state, std::string("'") + ZORHOST_PATH + "' features '" + pointsFile() +
-                   "' >/dev/null && gdaldem hillshade -q '" + cellFile() + "' '" + directory() +
+                   "' >/dev/null && gdaldem hillshade -q '" + benchCell() + "' '" + directory() +
                    "/hillshade.tif'");
 }
 
@@ -63,7 +51,7 @@ int main(int argc, char** argv) {
     // A directory given in ZOR_BENCH_DIR is the caller's, kept for profiling the map.
     const bool ownDirectory = std::getenv("ZOR_BENCH_DIR") == nullptr;
     pointsFile();
-    cellFile();
+    benchCell();
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRatio("mapPointsOnCell/iterations:3/real_time",

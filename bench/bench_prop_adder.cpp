@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "BenchCell.h"
 #include "BenchData.h"
-#include "DtedCell.h"
 #include "RatioReporter.h"
 #include "hxutil/DtNotify.h"
 #include "matrix/DtGeodeticCoord.h"
@@ -30,21 +30,6 @@ const std::string& pointsFile() {
     return path;
 }
 
-// Level 1: 1201 x 1201 posts over N45 E007, which holds every point of the file.
-const std::string& cellFile() {
-    static const std::string path = [] {
-        const std::string file = directory() + "/n45_e007.dt1";
-        if (std::filesystem::exists(file))
-            return file;
-        writeDtedCell(file, 45, 7, 1201, [](int row, int col) {
-            const int i = row * 1201 + col;
-            return (i % 1201) * 3 % 1700 + (i / 1201) % 500;
-        });
-        return file;
-    }();
-    return path;
-}
-
 struct Engine {
     kelZor::DtDe de;
     kelZor::DtAgentManagerInterface agents;
@@ -55,7 +40,7 @@ struct Engine {
         de.sharedState().coordinateSystem() =
             kelZor::DtCoordinateSystem(kelZor::DtCoordinateConverter::UTM, utm.stringRep());
         std::string error;
-        de.scene().terrain().addElevationSource(cellFile(), error);
+        de.scene().terrain().addElevationSource(benchCell(), error);
         kelArchives::DtModelDefinitionRecord house;
         house.setName("house");
         de.sharedState().modelDefinitionManager().addDefinition(house);
@@ -79,7 +64,7 @@ struct Heights {
     double inverse[6];
     Heights() {
         GDALDatasetUniquePtr raster(
-            static_cast<GDALDataset*>(GDALOpen(cellFile().c_str(), GA_ReadOnly)));
+            static_cast<GDALDataset*>(GDALOpen(benchCell().c_str(), GA_ReadOnly)));
         size = raster->GetRasterXSize();
         posts.resize(static_cast<size_t>(size) * size);
         double gt[6];
@@ -149,7 +134,7 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     kelZor::DtQuietLoader quiet;
     pointsFile();
-    cellFile();
+    benchCell();
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printRatio("addPropsOnCell/iterations:3", "ogrPlaceOnCell/iterations:3",

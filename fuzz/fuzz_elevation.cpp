@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "EsriPrj.h"
 #include "FuzzSupport.h"
 #include "gdalsupport/DtGdalScope.h"
 #include "zorCore/DtTerrain.h"
@@ -36,19 +37,8 @@ std::string putFile(const std::string& path, const uint8_t* data, size_t size) {
     return path;
 }
 
-std::string prj(int epsg) {
-    OGRSpatialReference srs;
-    srs.importFromEPSG(epsg);
-    srs.morphToESRI();
-    char* wkt = nullptr;
-    srs.exportToWkt(&wkt);
-    const std::string text = wkt ? wkt : "";
-    CPLFree(wkt);
-    return text;
-}
-
 std::string sourceOf(const uint8_t* data, size_t size) {
-    static const std::string wgs84 = prj(4326), utm32 = prj(32632);
+    static const std::string wgs84 = esriPrj(4326), utm32 = esriPrj(32632);
     const uint8_t form = data[0] % 4;
     const uint8_t* bytes = data + 1;
     const size_t length = size - 1;

@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "EsriPrj.h"
 #include "FuzzSupport.h"
 #include "hxutil/DtNotify.h"
 #include "zorCore/DtFeatureAdder.h"
@@ -57,17 +58,7 @@ void clearFiles() {
 
 std::string prjOf(uint8_t choice) {
     static const int epsg[] = {0, 4326, 32632, 32733, 27572};
-    const int code = epsg[choice % 5];
-    if (!code)
-        return "";
-    OGRSpatialReference srs;
-    srs.importFromEPSG(code);
-    srs.morphToESRI();
-    char* wkt = nullptr;
-    srs.exportToWkt(&wkt);
-    const std::string text = wkt ? wkt : "";
-    CPLFree(wkt);
-    return text;
+    return esriPrj(epsg[choice % 5]);
 }
 
 uint16_t lengthAt(const uint8_t* data) {

@@ -87,6 +87,19 @@ void expectMarker(const Picture& picture, double x, double y, const MapColour& c
     }
 }
 
+// The picture's coordinate system puts UTM 32 N's (easting, northing) at (x, y).
+void expectPlaneOf(const Picture& picture, double easting, double northing, double x, double y) {
+    OGRSpatialReference plane, utm32n = *srsFromEpsg(32632);
+    ASSERT_EQ(plane.importFromWkt(picture.srs.c_str()), OGRERR_NONE) << picture.srs;
+    plane.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    utm32n.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    std::unique_ptr<OGRCoordinateTransformation> toPlane(
+        OGRCreateCoordinateTransformation(&utm32n, &plane));
+    ASSERT_TRUE(toPlane && toPlane->Transform(1, &easting, &northing));
+    EXPECT_NEAR(easting, x, 1e-6);
+    EXPECT_NEAR(northing, y, 1e-6);
+}
+
 // 60 x 60 posts of 10 m in UTM 32 N over 499900..500500 E, 5039500..5040100 N: 100 m,
 // with a plateau of 900 m east of 500450 E.
 std::string writeStepDem(const TempDir& dir) {
@@ -141,17 +154,7 @@ TEST(ZorhostMap, eachMarkIsWhereTheWorldFileSays) {
     const double expected[6] = {499900, 1, 0, 5040100, 0, -1};
     for (int i = 0; i < 6; ++i)
         EXPECT_NEAR(map.transform[i], expected[i], 1e-6) << i;
-    OGRSpatialReference pictureSrs;
-    ASSERT_EQ(pictureSrs.importFromWkt(map.srs.c_str()), OGRERR_NONE) << map.srs;
-    pictureSrs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    OGRSpatialReference utm32n = *srsFromEpsg(32632);
-    utm32n.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    std::unique_ptr<OGRCoordinateTransformation> same(
-        OGRCreateCoordinateTransformation(&utm32n, &pictureSrs));
-    double x = 500123.4, y = 5039876.5;
-    ASSERT_TRUE(same && same->Transform(1, &x, &y));
-    EXPECT_NEAR(x, 500123.4, 1e-6);
-    EXPECT_NEAR(y, 5039876.5, 1e-6);
+    expectPlaneOf(map, 500123.4, 5039876.5, 500123.4, 5039876.5);
 
     // The house is a culture marker; the oak's point is under its prop's square.
     expectMarker(map, 500100, 5039900, faccCategory("AL015").colour);
@@ -183,15 +186,7 @@ TEST(ZorhostMap, eachMarkIsWhereTheWorldFileSays) {
                 " --scene UTM:45.5,9,32,32,N,500000,5039000,0,1,0 --extent -100,500,500,1100");
     ASSERT_EQ(shifted.status, 0) << shifted.err;
     const Picture own(dir.file("shifted.png"));
-    OGRSpatialReference ownSrs;
-    ASSERT_EQ(ownSrs.importFromWkt(own.srs.c_str()), OGRERR_NONE) << own.srs;
-    ownSrs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    std::unique_ptr<OGRCoordinateTransformation> toOwn(
-        OGRCreateCoordinateTransformation(&utm32n, &ownSrs));
-    double e = 500100, n = 5039900;
-    ASSERT_TRUE(toOwn && toOwn->Transform(1, &e, &n));
-    EXPECT_NEAR(e, 100.0, 1e-6);
-    EXPECT_NEAR(n, 900.0, 1e-6);
+    expectPlaneOf(own, 500100, 5039900, 100, 900);
     expectMarker(own, 100, 900, faccCategory("AL015").colour);
 }
 

@@ -10,6 +10,7 @@
 #include "EngineReport.h"
 #include "MapCanvas.h"
 #include "MapGround.h"
+#include "MapPainter.h"
 #include "MapPicture.h"
 #include "OutputFile.h"
 #include "PropCommands.h"
@@ -108,15 +109,6 @@ std::string fileProblem(const MapRequest& request) {
     }
     return "";
 }
-
-// What was loaded through the plug-in, kept for both passes over it.
-struct MapContent {
-    std::vector<std::unique_ptr<kelZor::DtFeatureLayer>> layers;
-    kelZor::DtAgentManagerInterface agents;  // before the props, which refer to it
-    kelZor::DtTerrainLayer props;
-    std::vector<size_t> ruleOfProp;
-    RulesFile rules;
-};
 
 int loadFeatures(DtDe& de, const MapRequest& request, const EngineReport& engine,
                  MapContent& content, std::ostream& err) {
@@ -271,225 +263,6 @@ MapGrid gridFor(const MapRequest& request, Bounds b, bool geographic) {
     return grid;
 }
 
-// ---------------------------------------------------------------- drawing
-
-std::string plural(size_t count, const char* one, const char* many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
-// Draws what was loaded, counting what it draws for the legend and the summary.
-class MapPainter {
-public:
-    MapPainter(MapCanvas& canvas, const ScenePlane& plane, const MapContent& content)
-        : canvas_(canvas), plane_(plane), content_(content) {}
-
-    // Areas under lines; points go over the tiles, with the props.
-    void areasAndLines();
-    void points();
-    void props();
-    TileVisitor tiles();
-    std::vector<LegendEntry> legend(const MapRequest& request, const Ground& ground) const;
-    void summary(const MapRequest& request, std::ostream& out) const;
-
-private:
-    struct KindCounts {
-        size_t points = 0, lines = 0, areas = 0;
-    };
-    std::vector<PlanePoint> inPlane(const std::vector<DtVector64>& vertices) const;
-
-    MapCanvas& canvas_;
-    const ScenePlane& plane_;
-    const MapContent& content_;
-    std::map<char, KindCounts> categories_;
-    size_t thinned_ = 0, pointsOutside_ = 0;
-    std::vector<size_t> propsPerRule_;
-    size_t unplaced_ = 0, propsOutside_ = 0;
-    size_t tiles_ = 0, tileRows_ = 0, tileColumns_ = 0, tilesUnplaced_ = 0;
-};
-
-std::vector<PlanePoint> MapPainter::inPlane(const std::vector<DtVector64>& vertices) const {
-    std::vector<PlanePoint> points;
-    points.reserve(vertices.size());
-    for (const DtVector64& v : vertices)
-        points.push_back(plane_.fromScene(v));
-    return points;
-}
-
-// Areas under lines, whatever order the files give them in.
-void MapPainter::areasAndLines() {
-    auto ignore = [](const auto&) {};
-    for (const auto& layer : content_.layers) {
-        layer->featureSet().forEach(ignore, ignore, [&](const kelZor::DtArealFeature& f) {
-            const FaccCategory& category = faccCategory(f.code().text());
-            ++categories_[category.letter].areas;
-            canvas_.area(inPlane(f.vertices()), category.colour);
-        });
-    }
-    for (const auto& layer : content_.layers) {
-        layer->featureSet().forEach(
-            ignore,
-            [&](const kelZor::DtEdgeFeature& f) {
-                const FaccCategory& category = faccCategory(f.code().text());
-                ++categories_[category.letter].lines;
-                canvas_.line(inPlane(f.vertices()), category.colour);
-            },
-            ignore);
-    }
-}
-
-void MapPainter::points() {
-    auto ignore = [](const auto&) {};
-    for (const auto& layer : content_.layers) {
-        layer->featureSet().forEach(
-            [&](const kelZor::DtPointFeature& f) {
-                const FaccCategory& category = faccCategory(f.code().text());
-                ++categories_[category.letter].points;
-                const PlanePoint where = plane_.fromScene(f.location());
-                if (canvas_.point(where, category.colour))
-                    return;
-                const MapGrid& grid = canvas_.grid();
-                ++(grid.contains(where) ? thinned_ : pointsOutside_);
-            },
-            ignore, ignore);
-    }
-}
-
-void MapPainter::props() {
-    propsPerRule_.assign(content_.rules.rules.size(), 0);
-    for (size_t i = 0; i < content_.props.numProps(); ++i) {
-        const kelArchives::DtPropRecord& record = content_.props.prop(i).record();
-        const size_t rule = content_.ruleOfProp[i];
-        ++propsPerRule_[rule];
-        if (!propPlaced(record)) {
-            ++unplaced_;
-            continue;
-        }
-        // A place ten metres ahead shows the facing in any plane, geographic or projected.
-        const DtVector64 position = propPosition(record);
-        const DtVector64 forward = propForward(record);
-        const DtVector64 ahead(position.x() + 10.0 * forward.x(), position.y() + 10.0 * forward.y(),
-                               position.z() + 10.0 * forward.z());
-        if (!canvas_.prop(plane_.fromScene(position), plane_.fromScene(ahead), ruleColour(rule)))
-            ++propsOutside_;
-    }
-}
-
-TileVisitor MapPainter::tiles() {
-    return [this](const TileFootprint& tile) {
-        PlanePoint corners[4];
-        bool placed = true;
-        for (int i = 0; i < 4; ++i)
-            placed = plane_.fromWgs84(tile.corners[i], corners[i]) && placed;
-        ++tiles_;
-        tileRows_ = std::max<size_t>(tileRows_, tile.row + 1);
-        tileColumns_ = std::max<size_t>(tileColumns_, tile.col + 1);
-        if (!placed) {
-            ++tilesUnplaced_;
-            return;
-        }
-        canvas_.tile(corners, std::to_string(tile.row) + "," + std::to_string(tile.col));
-    };
-}
-
-std::string kindsText(size_t points, size_t lines, size_t areas) {
-    std::string text;
-    for (const auto& [count, one, many] :
-         {std::make_tuple(points, "point", "points"), std::make_tuple(lines, "line", "lines"),
-          std::make_tuple(areas, "area", "areas")}) {
-        if (count > 0)
-            text += (text.empty() ? "" : ", ") + plural(count, one, many);
-    }
-    return text;
-}
-
-std::string conditionText(const kelArchives::DtAddPropsRuleRecord& rule) {
-    std::string text;
-    for (const auto& [field, value] : rule.fieldValueMap())
-        text += (text.empty() ? "" : " and ") + field + "=" + value;
-    return text.empty() ? "every point" : text;
-}
-
-std::vector<LegendEntry> MapPainter::legend(const MapRequest& request, const Ground& ground) const {
-    std::vector<LegendEntry> entries;
-    if (!ground.pixels.empty()) {
-        entries.push_back(
-            {LegendEntry::Ramp,
-             {},
-             "ground " + metresText(ground.lowest) + " to " + metresText(ground.highest) + " m"});
-    }
-    for (size_t i = 0; i < faccCategoryCount; ++i) {
-        const FaccCategory& category = faccCategories()[i];
-        const auto found = categories_.find(category.letter);
-        if (found == categories_.end())
-            continue;
-        const KindCounts& n = found->second;
-        const LegendEntry::Swatch swatch = n.areas   ? LegendEntry::Area
-                                           : n.lines ? LegendEntry::Line
-                                                     : LegendEntry::Point;
-        const std::string letter =
-            category.letter == '?' ? "" : std::string(1, category.letter) + " ";
-        entries.push_back({swatch, category.colour,
-                           letter + category.name + ": " + kindsText(n.points, n.lines, n.areas)});
-    }
-    if (thinned_ > 0) {
-        entries.push_back({LegendEntry::None,
-                           {},
-                           plural(thinned_, "point", "points") + " not drawn: within " +
-                               std::to_string(MapCanvas::pointCell) + " pixels of one drawn"});
-    }
-    for (size_t rule = 0; rule < propsPerRule_.size(); ++rule) {
-        const kelArchives::DtAddPropsRuleRecord& r = content_.rules.rules[rule];
-        entries.push_back({LegendEntry::Prop, ruleColour(rule),
-                           "rule " + std::to_string(rule) + ": " + conditionText(r) + " -> " +
-                               r.modelDefinition() + ": " +
-                               plural(propsPerRule_[rule], "prop", "props")});
-    }
-    if (unplaced_ > 0) {
-        entries.push_back({LegendEntry::None,
-                           {},
-                           plural(unplaced_, "prop", "props") +
-                               " not placed (no terrain below or above): not drawn"});
-    }
-    if (tiles_ > 0) {
-        entries.push_back({LegendEntry::Tile, tileLineColour,
-                           request.dataset + " level " + std::to_string(request.level) + ": " +
-                               std::to_string(tileRows_) + " x " + std::to_string(tileColumns_) +
-                               " tiles (row,col)"});
-    }
-    return entries;
-}
-
-void MapPainter::summary(const MapRequest& request, std::ostream& out) const {
-    size_t points = 0, lines = 0, areas = 0;
-    for (const auto& [letter, n] : categories_) {
-        points += n.points;
-        lines += n.lines;
-        areas += n.areas;
-    }
-    if (!request.features.empty()) {
-        out << "features: " << points << " point, " << lines << " linear, " << areas << " areal";
-        if (thinned_ || pointsOutside_) {
-            out << " (points not drawn: " << thinned_ << " too close to another, " << pointsOutside_
-                << " outside the picture)";
-        }
-        out << "\n";
-    }
-    if (!request.props.empty()) {
-        out << "props: " << content_.props.numProps() - unplaced_ << " placed, " << unplaced_
-            << " not placed";
-        if (propsOutside_)
-            out << ", " << propsOutside_ << " outside the picture";
-        out << "\n";
-    }
-    if (!request.tiles.empty()) {
-        out << "tiles: " << request.dataset << " level " << request.level << ", " << tiles_
-            << " tiles";
-        if (tilesUnplaced_)
-            out << ", " << tilesUnplaced_ << " not drawn (a corner the scene cannot place)";
-        out << "\n";
-    }
-}
-
 std::string defaultTitle(const MapRequest& request) {
     std::string title;
     for (const std::string& path : inputsOf(request)) {
@@ -591,7 +364,8 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
         << (plane.geographic() ? " (longitude and latitude, degrees)" : " (m)") << "\n";
     painter.summary(request, out);
     if (!ground.pixels.empty()) {
-        out << "ground: " << plural(request.terrains.size(), "DEM", "DEMs") << ", heights "
+        out << "ground: " << request.terrains.size()
+            << (request.terrains.size() == 1 ? " DEM" : " DEMs") << ", heights "
             << metresText(ground.lowest) << " to " << metresText(ground.highest) << " m\n";
     }
     return engine.anyError() ? 1 : 0;

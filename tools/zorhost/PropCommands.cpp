@@ -89,13 +89,6 @@ RulesFile readRules(const std::string& content) {
     return file;
 }
 
-std::string conditionText(const DtAddPropsRuleRecord& rule) {
-    std::string text;
-    for (const auto& [field, value] : rule.fieldValueMap())
-        text += (text.empty() ? "" : " and ") + field + "=" + value;
-    return text.empty() ? "(no condition)" : text;
-}
-
 const GeoJsonWriter::Fields propFields = {{"rule", OFTInteger},
                                           {"name", OFTString},
                                           {"propType", OFTString},
@@ -210,6 +203,13 @@ bool exists(const std::string& path) {
 }
 
 }  // namespace
+
+std::string conditionText(const kelArchives::DtAddPropsRuleRecord& rule) {
+    std::string text;
+    for (const auto& [field, value] : rule.fieldValueMap())
+        text += (text.empty() ? "" : " and ") + field + "=" + value;
+    return text.empty() ? "(no condition)" : text;
+}
 
 bool parseRules(const std::string& text, RulesFile& rules, std::string& problem) {
     try {

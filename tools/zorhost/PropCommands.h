@@ -34,6 +34,9 @@ struct RulesFile {
 // Reads a rules file's text; false with where and what is wrong in `problem`.
 bool parseRules(const std::string& text, RulesFile& rules, std::string& problem);
 
+// A rule's condition as a person reads it: "ECC=AL015 and NAM=barn".
+std::string conditionText(const kelArchives::DtAddPropsRuleRecord& rule);
+
 // What props and map share. Each says what went wrong in one line on `err`.
 // A rules file read and parsed: 0, else 1 (cannot be read) or 2 (malformed).
 int readRulesFile(const std::string& path, RulesFile& rules, std::ostream& err);

@@ -6,11 +6,14 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <ostream>
 #include <string>
 
 #include "zorCore/DtDe.h"
+#include "zorCore/DtHeaderParser.h"
 #include "zorTerrain/zorTerrain.h"
+#include "zorUtil/DtCoordinateSystem.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
@@ -38,4 +41,22 @@ inline std::string writeScratchFile(const uint8_t* data, size_t size, const char
         std::fclose(file);
     }
     return path;
+}
+
+// The bytes down the engine's road for a file of `extension`: the parser the factory
+// picks, asked whether it is valid; a valid answer's parameters must rebuild a converter
+// of the kind it names. `more` checks a valid parser further. The scratch file goes after.
+template <typename More>
+void askParser(const uint8_t* data, size_t size, const char* extension, More more) {
+    const std::string path = writeScratchFile(data, size, extension);
+    kelZor::DtHeaderParserFactory& factory = kelZor::DtHeaderParserFactory::instance(fuzzEngine());
+    std::unique_ptr<kelZor::DtHeaderParser> parser(factory.createHeaderParser(path));
+    if (parser && parser->isValid()) {
+        kelZor::DtCoordinateSystem system(parser->terrainCoordinateSystem(),
+                                          parser->terrainCoordinateSystemParameters());
+        if (system.type() != parser->terrainCoordinateSystem())
+            __builtin_trap();
+        more(*parser);
+    }
+    std::remove(path.c_str());
 }

@@ -73,7 +73,7 @@ std::vector<std::pair<double, double>> placesAround(const std::string& path) {
     const int width = dataset->GetRasterXSize(), height = dataset->GetRasterYSize();
     for (int i = -1; i <= 5; ++i) {
         for (int j = -1; j <= 5; ++j) {
-            const double col = width * i / 4.0, row = height * j / 4.0;
+            const double col = width * (i / 4.0), row = height * (j / 4.0);
             double x = g[0] + g[1] * col + g[2] * row, y = g[3] + g[4] * col + g[5] * row;
             if (toWgs84->Transform(1, &x, &y))
                 places.emplace_back(x, y);

@@ -29,6 +29,7 @@ cmake -S . -B build-asan "${generator[@]}" -DCMAKE_BUILD_TYPE=Debug -DZOR_SANITI
       -DZOR_BUILD_BENCHMARKS=OFF >/dev/null
 cmake --build build-asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0 \
   ctest --test-dir build-asan --output-on-failure -j "$jobs"
 
 if command -v clang++ >/dev/null; then

@@ -7,6 +7,7 @@
 #include <ogr_spatialref.h>
 
 #include <cmath>
+#include <fstream>
 #include <functional>
 #include <vector>
 
@@ -128,4 +129,42 @@ TEST(ElevationSource, theClampAnswersFalseWhereItCannotPlace) {
     DtCoordinateSystem lambertScene(std::move(impossible));
     terrain.setCoordinateSystem(&lambertScene);
     EXPECT_NO_THROW(EXPECT_FALSE(terrain.clampToTerrain(1, 2, 3, 0, 0, 1, x, y, z)));
+}
+
+// A grid whose header claims more posts than it holds: beyond what a terrain keeps in
+// memory it is refused by its size, below that by its first missing row. A row too long
+// to be read in one piece is read in two, each post where it belongs.
+TEST(ElevationSource, claimedSizesAreCheckedBeforeTheyAreBelieved) {
+    TempDir dir;
+    // Post (row, column) holds row * 1000 + column % 1000; cells of 0.0001 degrees.
+    auto grid = [&dir](const std::string& stem, long columns, long rows, int rowsWritten) {
+        std::string text = "ncols " + std::to_string(columns) + "\nnrows " + std::to_string(rows) +
+                           "\nxllcorner 0\nyllcorner 0\ncellsize 0.0001\n";
+        for (int r = 0; r < rowsWritten; ++r) {
+            for (long c = 0; c < columns; ++c)
+                text += std::to_string(r * 1000 + c % 1000) + (c + 1 < columns ? " " : "\n");
+        }
+        std::ofstream(dir.file(stem + ".asc")) << text;
+        OGRSpatialReference wgs84;
+        wgs84.SetWellKnownGeogCS("WGS84");
+        char* wkt = nullptr;
+        wgs84.exportToWkt(&wkt);
+        std::ofstream(dir.file(stem + ".prj")) << wkt;
+        CPLFree(wkt);
+        return dir.file(stem + ".asc");
+    };
+    std::string error;
+    EXPECT_EQ(DtElevationSource::read(grid("huge", 100000, 100000, 1), error), nullptr);
+    EXPECT_NE(error.find("posts are more than a terrain holds"), std::string::npos) << error;
+    error.clear();
+    EXPECT_EQ(DtElevationSource::read(grid("short", 1000, 5000, 2), error), nullptr);
+    EXPECT_NE(error.find("cannot be read"), std::string::npos) << error;
+
+    const auto wide = DtElevationSource::read(grid("wide", 1200000, 2, 2), error);
+    ASSERT_NE(wide, nullptr) << error;
+    double height = -1.0;
+    ASSERT_TRUE(wide->heightAt(0.00055, 0.00015, height));  // row 0, column 5
+    EXPECT_NEAR(height, 5.0, 1e-6);
+    ASSERT_TRUE(wide->heightAt(110.00005, 0.00005, height));  // row 1, column 1100000
+    EXPECT_NEAR(height, 1000.0, 1e-6);
 }

@@ -104,6 +104,19 @@ TEST(ZorhostWorld, oddLayersLoadAndSayWhatTheyLeftOut) {
         EXPECT_NE(run.err.find("1 feature left out"), std::string::npos) << run.err;
         EXPECT_EQ(run.out.find("nan"), std::string::npos) << run.out;
     }
+
+    // A real beyond a double's range is no value, as a null is.
+    const std::string overflowing =
+        dir.write("overflowing.geojson", R"({"type": "FeatureCollection",
+      "features": [{"type": "Feature", "properties": {"ECC": "EC030", "WID": 1e400, "HGT": 2.5},
+                    "geometry": {"type": "Point", "coordinates": [9, 45]}},
+                   {"type": "Feature", "properties": {"ECC": "EC030", "WID": 3, "HGT": -1e400},
+                    "geometry": {"type": "Point", "coordinates": [9.001, 45]}}]})");
+    const ZorhostRun values = zorhost("values --json " + overflowing);
+    ASSERT_EQ(values.status, 0) << values.err;
+    const Json fields = Json::parse(values.out);
+    EXPECT_EQ(fields.dump().find("inf"), std::string::npos) << values.out;
+    EXPECT_NE(fields.dump().find("2.5"), std::string::npos) << values.out;
 }
 
 TEST(ZorhostWorld, aPropOverNoDataIsUnplacedNotSunk) {

@@ -100,6 +100,13 @@ void DtLayerColumns::addDerivedColumns(OGRFeatureDefn& definition) {
     }
 }
 
+// A real that is not finite (a DBF's "inf", GeoJSON's 1e400) says no more than a null
+// does, and no value of the network may be NaN or infinite.
+void DtLayerColumns::setReal(uint32_t row, uint32_t slot, double value) const {
+    if (std::isfinite(value))
+        table_.setDouble(row, slot, value);
+}
+
 void DtLayerColumns::fill(uint32_t row, OGRFeature& feature) const {
     for (int i = 0; i < static_cast<int>(fieldSlots_.size()); ++i) {
         if (!feature.IsFieldSetAndNotNull(i))
@@ -119,7 +126,7 @@ void DtLayerColumns::fill(uint32_t row, OGRFeature& feature) const {
                 break;
             }
             case Stored::Double:
-                table_.setDouble(row, field.slot, feature.GetFieldAsDouble(i));
+                setReal(row, field.slot, feature.GetFieldAsDouble(i));
                 break;
             case Stored::Text:
                 table_.setText(row, field.slot, network_.internText(feature.GetFieldAsString(i)));
@@ -131,7 +138,7 @@ void DtLayerColumns::fill(uint32_t row, OGRFeature& feature) const {
         if (d.type == DtNetworkAttribute::String) {
             table_.setText(row, d.slot, network_.internText(feature.GetFieldAsString(d.field)));
         } else if (d.type == DtNetworkAttribute::Double) {
-            table_.setDouble(row, d.slot, feature.GetFieldAsDouble(d.field));
+            setReal(row, d.slot, feature.GetFieldAsDouble(d.field));
         } else if (int degrees = 0; wholeDegrees(feature.GetFieldAsDouble(d.field), degrees)) {
             table_.setInt(row, d.slot, degrees);
         }

@@ -45,6 +45,7 @@ private:
 
     void addFieldColumns(OGRFeatureDefn& definition);
     void addDerivedColumns(OGRFeatureDefn& definition);
+    void setReal(uint32_t row, uint32_t slot, double value) const;
 
     DtAttributeTable& table_;
     DtVectorNetwork& network_;

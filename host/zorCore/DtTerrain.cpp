@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <new>
+#include <string>
+#include <vector>
 
 #include "gdalsupport/DtGdalScope.h"
 
@@ -21,8 +24,11 @@ DtElevationSource::~DtElevationSource() = default;
 
 namespace {
 
-// Rows read at a time: a large DEM is never held twice in full.
-constexpr int RowsPerRead = 256;
+// A terrain holds its posts in memory as floats: 1 GiB (a square of 16384 posts a side)
+// is the most one source may bring. The real engine pages; this stand-in says so instead.
+constexpr size_t MaxPosts = size_t(1) << 28;
+// Posts read at a time, whole rows where they fit: a large DEM is never held twice in full.
+constexpr size_t PostsPerRead = size_t(1) << 20;
 
 bool extentInWgs84(OGRCoordinateTransformation& toWgs84, const double* transform, int width,
                    int height, double& west, double& south, double& east, double& north) {
@@ -86,6 +92,12 @@ std::unique_ptr<DtElevationSource> DtElevationSource::read(const std::string& pa
             return nullptr;
         }
     }
+    if (static_cast<size_t>(source->width_) * source->height_ > MaxPosts) {
+        error = path + ": its " + std::to_string(source->width_) + " x " +
+                std::to_string(source->height_) + " posts are more than a terrain holds (" +
+                std::to_string(MaxPosts) + ")";
+        return nullptr;
+    }
     if (!source->readPosts(*dataset->GetRasterBand(1), error))
         return nullptr;
     return source;
@@ -103,23 +115,42 @@ bool DtElevationSource::readPosts(GDALRasterBand& band, std::string& error) {
         offset = 0.0;
     GDALRasterBand* mask = band.GetMaskBand();
     const bool allValid = !mask || (band.GetMaskFlags() & GMF_ALL_VALID);
-    posts_.resize(static_cast<size_t>(width_) * height_);
-    std::vector<double> values(static_cast<size_t>(width_) * std::min(RowsPerRead, height_));
-    std::vector<GByte> valid(allValid ? 0 : values.size());
-    for (int top = 0; top < height_; top += RowsPerRead) {
-        const int rows = std::min(RowsPerRead, height_ - top);
-        if (band.RasterIO(GF_Read, 0, top, width_, rows, values.data(), width_, rows, GDT_Float64,
-                          0, 0) != CE_None ||
-            (!allValid && mask->RasterIO(GF_Read, 0, top, width_, rows, valid.data(), width_, rows,
-                                         GDT_Byte, 0, 0) != CE_None)) {
-            error = path_ + ": its heights cannot be read";
-            return false;
-        }
-        float* out = posts_.data() + static_cast<size_t>(top) * width_;
-        for (size_t i = 0; i < static_cast<size_t>(width_) * rows; ++i) {
-            const bool present = allValid || valid[i] != 0;
-            out[i] = present ? static_cast<float>(values[i] * scale + offset)
-                             : std::numeric_limits<float>::quiet_NaN();
+    const size_t width = static_cast<size_t>(width_);
+    const int rowsPerRead = static_cast<int>(std::clamp<size_t>(PostsPerRead / width, 1, height_));
+    const int columnsPerRead = static_cast<int>(std::min(width, PostsPerRead));
+    std::vector<double> values;
+    std::vector<GByte> valid;
+    try {
+        // Reserved whole, filled as rows arrive: a file that claims more rows than it
+        // holds fails on its first missing block, not after the whole was zeroed.
+        posts_.reserve(width * height_);
+        values.resize(static_cast<size_t>(rowsPerRead) * columnsPerRead);
+        valid.resize(allValid ? 0 : values.size());
+    } catch (const std::bad_alloc&) {
+        error = path_ + ": its heights do not fit in memory";
+        return false;
+    }
+    for (int top = 0; top < height_; top += rowsPerRead) {
+        const int rows = std::min(rowsPerRead, height_ - top);
+        posts_.resize(posts_.size() + width * rows);
+        for (int left = 0; left < width_; left += columnsPerRead) {
+            const int columns = std::min(columnsPerRead, width_ - left);
+            if (band.RasterIO(GF_Read, left, top, columns, rows, values.data(), columns, rows,
+                              GDT_Float64, 0, 0) != CE_None ||
+                (!allValid && mask->RasterIO(GF_Read, left, top, columns, rows, valid.data(),
+                                             columns, rows, GDT_Byte, 0, 0) != CE_None)) {
+                error = path_ + ": its heights cannot be read";
+                return false;
+            }
+            for (int r = 0; r < rows; ++r) {
+                float* out = posts_.data() + (static_cast<size_t>(top) + r) * width + left;
+                const size_t first = static_cast<size_t>(r) * columns;
+                for (size_t c = 0; c < static_cast<size_t>(columns); ++c) {
+                    const bool present = allValid || valid[first + c] != 0;
+                    out[c] = present ? static_cast<float>(values[first + c] * scale + offset)
+                                     : std::numeric_limits<float>::quiet_NaN();
+                }
+            }
         }
     }
     return true;

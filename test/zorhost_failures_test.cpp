@@ -144,6 +144,8 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
         {"bogus", 2, "unknown command bogus; the commands are inspect, parsers", {}},
         {"inspect --parser Nope " + pts, 2, "no parser is registered under the name Nope", {}},
         {"features " + pts + " --scene Bogus:1", 2, "--scene Bogus:1", {}},
+        {"features " + pts + " --scene @/nonexistent.dt1", 1, "/nonexistent.dt1", {}},
+        {"features", 2, "FILE is required", {}},
         {"map " + dir.file("m.png"), 2, "nothing to draw: give --terrain", {}},
         {"map " + dir.file("m.png") + " --features " + pts + " --extent 1,1,1,5",
          2,

@@ -182,19 +182,6 @@ TEST(ZorhostFeatures, geoJsonPutsEachFeatureBackWhereTheSourceHasIt) {
     EXPECT_EQ(readWithOgr(out).size(), expected.size());
 }
 
-TEST(ZorhostFeatures, whatCannotBeLoadedOrAskedSaysSo) {
-    const ZorhostRun elevation = zorhost("features data/sample/n45_e009.dt0");
-    EXPECT_EQ(elevation.status, 1);
-    EXPECT_NE(elevation.err.find("data/sample/n45_e009.dt0: it holds no vector features"),
-              std::string::npos)
-        << elevation.err;
-    const ZorhostRun badScene = zorhost("features " + gdb + " --scene Nowhere:1,2");
-    EXPECT_EQ(badScene.status, 2);
-    EXPECT_NE(badScene.err.find("--scene Nowhere:1,2"), std::string::npos) << badScene.err;
-    EXPECT_EQ(zorhost("features " + gdb + " --scene @/nonexistent.dt1").status, 1);
-    EXPECT_EQ(zorhost("features").status, 2);
-}
-
 TEST(ZorhostValues, severalFilesGatherIntoOneMap) {
     const ZorhostRun run = zorhost("values --json " + points + " " + gdb);
     ASSERT_EQ(run.status, 0) << run.err;

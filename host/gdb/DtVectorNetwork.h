@@ -227,6 +227,8 @@ public:
     DtVectorNetwork(const DtVectorNetwork&) = delete;
     DtVectorNetwork& operator=(const DtVectorNetwork&) = delete;
 
+    // The identifier the next node or edge gets: nodes and edges share one sequence.
+    uint32_t nextId() const { return nextId_; }
     int numNodes() const { return static_cast<int>(nodes_.size()); }
     int numEdges() const { return static_cast<int>(edges_.size()); }
     // Null outside 0 .. count - 1.

@@ -34,10 +34,10 @@ bool wholeDegrees(double value, int& degrees) {
 }  // namespace
 
 DtLayerColumns::DtLayerColumns(OGRFeatureDefn& definition, DtAttributeTable& table,
-                               DtVectorNetwork& network)
+                               DtVectorNetwork& network, const CodeChoice& codes)
     : table_(table), network_(network) {
     addFieldColumns(definition);
-    addDerivedColumns(definition);
+    addDerivedColumns(definition, codes);
 }
 
 void DtLayerColumns::addFieldColumns(OGRFeatureDefn& definition) {
@@ -67,12 +67,20 @@ void DtLayerColumns::addFieldColumns(OGRFeatureDefn& definition) {
     }
 }
 
-void DtLayerColumns::addDerivedColumns(OGRFeatureDefn& definition) {
-    int ecc = -1;
-    for (const char* name : {"ECC", "F_CODE", "FCODE"}) {
-        if (ecc < 0)
-            ecc = definition.GetFieldIndex(name);
+// The first of the named fields the layer has, or of the common ones when none is named.
+static int codeFieldOf(OGRFeatureDefn& definition, const std::vector<std::string>& named) {
+    static const std::vector<std::string> common = {"ECC", "F_CODE", "FCODE", "FACC"};
+    for (const std::string& name : named.empty() ? common : named) {
+        const int index = definition.GetFieldIndex(name.c_str());
+        if (index >= 0)
+            return index;
     }
+    return -1;
+}
+
+void DtLayerColumns::addDerivedColumns(OGRFeatureDefn& definition, const CodeChoice& codes) {
+    const int ecc = codeFieldOf(definition, codes.fields);
+    codeField_ = ecc;
     const struct {
         int field;
         const DtSymbolString& name;
@@ -98,6 +106,25 @@ void DtLayerColumns::addDerivedColumns(OGRFeatureDefn& definition) {
         else
             derivedSlots_.push_back({d.field, d.type, table_.addColumn(d.name, d.type)});
     }
+    if (codes.given.empty())
+        return;
+    givenCode_ = network_.internText(codes.given);
+    if (ecc < 0) {
+        givenCodeSlot_ = table_.addColumn(derived().ecc, DtNetworkAttribute::String);
+        return;
+    }
+    // The code's own slot: the field's, or the one derived from it.
+    if (fieldSlots_[static_cast<size_t>(ecc)].stored == Stored::Text)
+        givenCodeSlot_ = fieldSlots_[static_cast<size_t>(ecc)].slot;
+    for (const DerivedSlot& d : derivedSlots_) {
+        if (d.field == ecc && d.type == DtNetworkAttribute::String)
+            givenCodeSlot_ = d.slot;
+    }
+}
+
+bool DtLayerColumns::lacksCode(const OGRFeature& feature) const {
+    return codeField_ < 0 || !feature.IsFieldSetAndNotNull(codeField_) ||
+           *feature.GetFieldAsString(codeField_) == '\0';
 }
 
 // A real that is not finite (a DBF's "inf", GeoJSON's 1e400) says no more than a null
@@ -143,4 +170,6 @@ void DtLayerColumns::fill(uint32_t row, OGRFeature& feature) const {
             table_.setInt(row, d.slot, degrees);
         }
     }
+    if (givenCodeSlot_ >= 0 && lacksCode(feature))
+        table_.setText(row, static_cast<uint32_t>(givenCodeSlot_), givenCode_);
 }

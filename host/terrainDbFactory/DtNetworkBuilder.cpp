@@ -11,6 +11,7 @@
 #include "terrainDbFactory/DtLayerColumns.h"
 #include "terrainDbFactory/DtLayerToScene.h"
 #include "terrainDbFactory/DtSerialWorker.h"
+#include "terrainDbFactory/DtTdbLoadSession.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace {
@@ -64,13 +65,31 @@ struct FirstOf {
 class DtNetworkBuilder::Impl {
 public:
     Impl(const Coordinate_System* cs, DtVectorNetwork& network)
-        : converter_(DtLayerToScene::sceneConverter(cs, sceneProblem_)), network_(network) {}
+        : converter_(DtLayerToScene::sceneConverter(cs, sceneProblem_)), network_(network) {
+        if (const DtTdbLoadSession* session = DtTdbLoadSession::current()) {
+            codes_.fields = session->options().codeFields;
+            codes_.given = session->options().code;
+            assignedSrs_ = session->options().srs;
+        }
+    }
 
     bool addLayer(OGRLayer& layer, std::string& problem);
     std::vector<std::string> notes() const;
+    std::vector<std::string> heightNotes() const { return heightNotes_; }
+    const std::vector<DtTdbLayerReport>& layerReports() const { return layerReports_; }
 
 private:
     enum FeatureType : uint8_t { Point = 0, Linear = 1, Areal = 2 };
+    // What becomes of a placed feature's identity: the first that applies.
+    enum Identity : uint8_t {
+        Whole,          // an id and a code of its own
+        NoUsableId,     // no "DtFidCode"
+        NoCodeField,    // the layer has no code field
+        EmptyCode,      // null or empty
+        ShortCode,      // one character
+        MalformedCode,  // kept as the engine reads it
+        CodeGiven,      // the session's code
+    };
 
     // An object read and waiting for its coordinates: `count` of the batch's coordinates
     // from `first`. The objects of one feature (its parts) are next to each other and in
@@ -82,6 +101,8 @@ private:
         uint32_t first;
         uint32_t count;  // OGR counts a curve's points in an int
         FeatureType type;
+        Identity identity;
+        bool holed;  // an area whose holes are not kept
     };
     struct Batch {
         std::vector<double> x, y, z;
@@ -97,6 +118,8 @@ private:
 
     // Reading, in the caller's thread.
     bool prepareLayer(OGRLayer& layer, std::string& problem);
+    const OGRSpatialReference* layerSystem(OGRLayer& layer, std::string& problem);
+    Identity identityOf(const OGRFeature& feature);
     uint32_t rowFor(FeatureType type);
     void readGeometry(const OGRGeometry& geometry);
     void readPoint(const OGRPoint& point);
@@ -107,6 +130,7 @@ private:
     void build(Batch& batch);
     void buildFeatures(const Batch& batch);
     void addObject(const PendingObject& object);
+    void tally(const PendingObject& first);
     int junction(const DtPoint& point);
 
     std::string sceneProblem_;
@@ -116,6 +140,9 @@ private:
     // Reading side.
     DtAttributeTable* table_ = nullptr;
     std::unique_ptr<DtLayerColumns> columns_;
+    DtLayerColumns::CodeChoice codes_;
+    std::string assignedSrs_;
+    std::unique_ptr<OGRSpatialReference> assigned_;
     OGRFeature* feature_ = nullptr;  // the feature being read; its parts share a row
     GIntBig fid_ = 0;
     uint32_t featureIndex_ = 0;
@@ -125,6 +152,10 @@ private:
     FirstOf wideIds_;
     FirstOf holedAreas_;
     std::vector<std::string> heightNotes_;
+    // The layer being loaded: its reading fields are the reader's, its counts of placed
+    // and left-out features the worker's; complete once the worker has finished it.
+    DtTdbLayerReport layer_;
+    std::vector<DtTdbLayerReport> layerReports_;
 
     // Handed over while the worker is idle: the layer's road and name; then the batch in
     // flight, and the worker's verdict (read after waiting for it).
@@ -148,14 +179,36 @@ private:
 
 // ------------------------------------------------------------------ reading
 
+// The layer's own system, else the one the session gives layers without one.
+const OGRSpatialReference* DtNetworkBuilder::Impl::layerSystem(OGRLayer& layer,
+                                                                std::string& problem) {
+    const std::string name = layer.GetName();
+    if (const OGRSpatialReference* own = layer.GetSpatialRef())
+        return own;
+    if (assignedSrs_.empty()) {
+        problem = "layer \"" + name +
+                  "\" has no coordinate system, so its features cannot be placed (one can be "
+                  "given to it)";
+        return nullptr;
+    }
+    if (!assigned_) {
+        auto srs = std::make_unique<OGRSpatialReference>();
+        srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+        if (srs->SetFromUserInput(assignedSrs_.c_str()) != OGRERR_NONE) {
+            problem = "the coordinate system given to layers without one (" + assignedSrs_ +
+                      ") is not one OSR reads";
+            return nullptr;
+        }
+        assigned_ = std::move(srs);
+    }
+    return assigned_.get();
+}
+
 bool DtNetworkBuilder::Impl::prepareLayer(OGRLayer& layer, std::string& problem) {
     const std::string name = layer.GetName();
-    const OGRSpatialReference* srs = layer.GetSpatialRef();
-    if (!srs) {
-        problem =
-            "layer \"" + name + "\" has no coordinate system, so its features cannot be placed";
+    const OGRSpatialReference* srs = layerSystem(layer, problem);
+    if (!srs)
         return false;
-    }
     std::string note;
     if (!DtLayerToScene::chooseRoad(*srs, road_, problem, note)) {
         problem = "layer \"" + name + "\": " + problem;
@@ -166,8 +219,31 @@ bool DtNetworkBuilder::Impl::prepareLayer(OGRLayer& layer, std::string& problem)
     layerName_ = name;
     ++layerGeneration_;
     table_ = &network_.addTable();
-    columns_ = std::make_unique<DtLayerColumns>(*layer.GetLayerDefn(), *table_, network_);
+    columns_ = std::make_unique<DtLayerColumns>(*layer.GetLayerDefn(), *table_, network_, codes_);
+    layer_ = DtTdbLayerReport();
+    layer_.name = name;
+    if (columns_->codeField() >= 0)
+        layer_.codeField = layer.GetLayerDefn()->GetFieldDefn(columns_->codeField())->GetNameRef();
+    layer_.firstId = network_.nextId();
     return true;
+}
+
+DtNetworkBuilder::Impl::Identity DtNetworkBuilder::Impl::identityOf(const OGRFeature& feature) {
+    if (!engineFid(fid_))
+        return NoUsableId;
+    if (columns_->lacksCode(feature)) {
+        if (!codes_.given.empty())
+            return CodeGiven;
+        return columns_->codeField() < 0 ? NoCodeField : EmptyCode;
+    }
+    const std::string code = feature.GetFieldAsString(columns_->codeField());
+    if (code.size() < 2)
+        return ShortCode;
+    if (DtTdbLoadSession::isWellFormedCode(code))
+        return Whole;
+    if (layer_.firstMalformedCode.empty())
+        layer_.firstMalformedCode = code;
+    return MalformedCode;
 }
 
 // The feature's row for an object of `type`: the parts of a feature share one.
@@ -184,7 +260,7 @@ void DtNetworkBuilder::Impl::readPoint(const OGRPoint& point) {
     if (point.IsEmpty())
         return;
     reading_.objects.push_back(
-        {fid_, featureIndex_, rowFor(Point), uint32_t(reading_.x.size()), 1, Point});
+        {fid_, featureIndex_, rowFor(Point), uint32_t(reading_.x.size()), 1, Point, Whole, false});
     reading_.x.push_back(point.getX());
     reading_.y.push_back(point.getY());
     reading_.z.push_back(point.getZ());
@@ -193,8 +269,8 @@ void DtNetworkBuilder::Impl::readPoint(const OGRPoint& point) {
 void DtNetworkBuilder::Impl::readCurve(const OGRSimpleCurve& curve, FeatureType type) {
     const size_t first = reading_.x.size();
     const auto count = static_cast<size_t>(curve.getNumPoints());
-    reading_.objects.push_back(
-        {fid_, featureIndex_, rowFor(type), uint32_t(first), uint32_t(count), type});
+    reading_.objects.push_back({fid_, featureIndex_, rowFor(type), uint32_t(first), uint32_t(count),
+                                type, Whole, false});
     reading_.x.resize(first + count);
     reading_.y.resize(first + count);
     reading_.z.resize(first + count, 0.0);
@@ -226,8 +302,10 @@ void DtNetworkBuilder::Impl::readGeometry(const OGRGeometry& geometry) {
             const OGRPolygon& polygon = *geometry.toPolygon();
             if (const OGRLinearRing* ring = polygon.getExteriorRing()) {
                 readCurve(*ring, Areal);
-                if (polygon.getNumInteriorRings() > 0)
+                if (polygon.getNumInteriorRings() > 0) {
                     holedAreas_.add(fid_, layerName_, "");
+                    reading_.objects.back().holed = true;
+                }
             }
             return;
         }
@@ -278,14 +356,25 @@ bool DtNetworkBuilder::Impl::addLayer(OGRLayer& layer, std::string& problem) {
     bool going = true;
     for (OGRFeatureUniquePtr feature(layer.GetNextFeature()); feature && going;
          feature.reset(layer.GetNextFeature())) {
+        ++layer_.objects;
         const OGRGeometry* geometry = feature->GetGeometryRef();
-        if (!geometry)
-            continue;
-        feature_ = feature.get();
         fid_ = feature->GetFID();
+        if (!geometry) {
+            layer_.noGeometry.add(fid_);
+            continue;
+        }
+        feature_ = feature.get();
         rowType_ = -1;
+        const size_t firstObject = reading_.objects.size();
         readGeometry(*geometry);
-        if (rowType_ >= 0 && !engineFid(fid_))
+        if (rowType_ < 0) {
+            layer_.noGeometry.add(fid_);  // empty, or a kind the terrain has no place for
+            continue;
+        }
+        const Identity identity = identityOf(*feature);
+        for (size_t i = firstObject; i < reading_.objects.size(); ++i)
+            reading_.objects[i].identity = identity;
+        if (!engineFid(fid_))
             wideIds_.add(fid_, layerName_, "");
         ++featureIndex_;
         if (reading_.x.size() >= BatchCoordinates)
@@ -302,6 +391,8 @@ bool DtNetworkBuilder::Impl::addLayer(OGRLayer& layer, std::string& problem) {
         problem = "reading layer \"" + layerName_ + "\": " + DtGdalMessages::last();
         return false;
     }
+    layer_.endId = network_.nextId();
+    layerReports_.push_back(std::move(layer_));
     return true;
 }
 
@@ -337,7 +428,9 @@ void DtNetworkBuilder::Impl::buildFeatures(const Batch& batch) {
         if (placeable) {
             for (size_t i = begin; i < end; ++i)
                 addObject(objects[i]);
+            tally(objects[begin]);
         } else {
+            layer_.unplaceable.add(objects[begin].fid);
             // The batch's first refused coordinate belongs to its first refused feature.
             unplaced_.add(objects[begin].fid, layerName_,
                           firstInBatch ? toScene_->firstFailure() : std::string());
@@ -365,6 +458,45 @@ void DtNetworkBuilder::Impl::addObject(const PendingObject& object) {
     network_.connectEdge(start, edgeIndex);
     if (end != start)
         network_.connectEdge(end, edgeIndex);
+}
+
+// A placed feature in the layer's report, by its first object.
+void DtNetworkBuilder::Impl::tally(const PendingObject& first) {
+    switch (first.type) {
+        case Point:
+            ++layer_.points;
+            break;
+        case Linear:
+            ++layer_.lines;
+            break;
+        case Areal:
+            ++layer_.areas;
+            break;
+    }
+    switch (first.identity) {
+        case Whole:
+            break;
+        case NoUsableId:
+            layer_.noUsableId.add(first.fid);
+            return;
+        case NoCodeField:
+            layer_.noCodeField.add(first.fid);
+            return;
+        case EmptyCode:
+            layer_.emptyCode.add(first.fid);
+            return;
+        case ShortCode:
+            layer_.shortCode.add(first.fid);
+            return;
+        case MalformedCode:
+            layer_.malformedCode.add(first.fid);
+            break;
+        case CodeGiven:
+            layer_.codeGiven.add(first.fid);
+            break;
+    }
+    if (first.holed)
+        layer_.holesDropped.add(first.fid);
 }
 
 int DtNetworkBuilder::Impl::junction(const DtPoint& point) {
@@ -417,4 +549,12 @@ bool DtNetworkBuilder::addLayer(OGRLayer& layer, std::string& problem) {
 
 std::vector<std::string> DtNetworkBuilder::notes() const {
     return impl_->notes();
+}
+
+std::vector<std::string> DtNetworkBuilder::heightNotes() const {
+    return impl_->heightNotes();
+}
+
+const std::vector<DtTdbLayerReport>& DtNetworkBuilder::layerReports() const {
+    return impl_->layerReports();
 }

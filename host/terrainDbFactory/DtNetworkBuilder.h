@@ -22,6 +22,8 @@
 #include <string>
 #include <vector>
 
+#include "terrainDbFactory/DtTdbLoadSession.h"
+
 class Coordinate_System;
 class DtVectorNetwork;
 class OGRLayer;
@@ -42,6 +44,10 @@ public:
     // ids the engine cannot hold, areas without their holes, heights not taken through
     // their vertical datum.
     std::vector<std::string> notes() const;
+    // Of those, the heights not taken through their vertical datum alone.
+    std::vector<std::string> heightNotes() const;
+    // Each layer loaded so far (attribute tables have none), for a load session.
+    const std::vector<DtTdbLayerReport>& layerReports() const;
 
 private:
     class Impl;

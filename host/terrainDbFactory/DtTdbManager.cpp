@@ -1,6 +1,7 @@
 #include "terrainDbFactory/DtTdbManager.h"
 
 #include "terrainDbFactory/DtNetworkBuilder.h"
+#include "terrainDbFactory/DtTdbLoadSession.h"
 
 #include <ogrsf_frmts.h>
 #include <GeographicLib/UTMUPS.hpp>
@@ -168,13 +169,27 @@ Coordinate_System* projectedSystem(const OGRSpatialReference& srs, OGRLayer& lay
     return new Coordinate_System(Coordinate_System::OtherProjected, DtString(own ? own : name));
 }
 
+// The system a load session gives layers without one; false when there is none.
+bool assignedSystem(OGRSpatialReference& srs) {
+    const DtTdbLoadSession* session = DtTdbLoadSession::current();
+    if (!session || session->options().srs.empty())
+        return false;
+    srs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    return srs.SetFromUserInput(session->options().srs.c_str()) == OGRERR_NONE;
+}
+
 Coordinate_System* vectorSystem(const DtFilename& file, std::string& problem) {
     GDALDatasetUniquePtr dataset = open(file, GDAL_OF_VECTOR, problem);
     if (!dataset)
         return nullptr;
+    OGRSpatialReference assigned;
     for (OGRLayer* layer : dataset->GetLayers()) {
         // An attribute table has no place, and so no system.
-        const OGRSpatialReference* srs = layer ? layer->GetSpatialRef() : nullptr;
+        if (!layer || layer->GetLayerDefn()->GetGeomFieldCount() == 0)
+            continue;
+        const OGRSpatialReference* srs = layer->GetSpatialRef();
+        if (!srs && assignedSystem(assigned))
+            srs = &assigned;
         if (!srs)
             continue;
         if (srs->IsProjected())
@@ -244,7 +259,13 @@ bool DtTdbManager::loadFor3DVisualization(const DtFilename& file, Coordinate_Sys
                 return false;
             }
         }
-        tellNotes(file, builder.notes());
+        // A session takes what was left out in its report; the heights are still said.
+        if (DtTdbLoadSession* session = DtTdbLoadSession::current()) {
+            tellNotes(file, builder.heightNotes());
+            session->addReport({file.stdString(), builder.layerReports()});
+        } else {
+            tellNotes(file, builder.notes());
+        }
     }
     network->finishBuilding();
     database_ = std::make_unique<DtTerrainDatabase>(std::move(network),

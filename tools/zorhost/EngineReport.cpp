@@ -74,3 +74,11 @@ void EngineReport::printProblems(std::ostream& err) const {
     for (const std::string& file : filesNotLoaded())
         err << "zorhost: " << file << ": " << whyNotLoaded(file) << "\n";
 }
+
+void EngineReport::printErrors(std::ostream& err, const std::string& file) const {
+    const auto& errors = de_.reportedErrors();
+    for (size_t i = firstError_; i < errors.size(); ++i) {
+        err << "zorhost: " << file << ": engine error " << static_cast<int>(errors[i].error.code())
+            << ": " << errors[i].error.message() << "\n";
+    }
+}

@@ -35,6 +35,8 @@ public:
 
     // Writes the notes and, for each file not loaded, its reason, one line each.
     void printProblems(std::ostream& err) const;
+    // Writes each error the engine was told since this report began, naming `file`.
+    void printErrors(std::ostream& err, const std::string& file) const;
 
 private:
     kelZor::DtDe& de_;

@@ -124,7 +124,7 @@ public:
                                    geoJsonFields, sourceHasHeights(request_.file), error);
     }
     bool run(const DtFeatureLayer& layer, const DtDe& de, const std::vector<std::string>& notes,
-             std::string& error);
+             const FileLoad& load, std::ostream& err, std::string& error);
 
 private:
     void onPoint(const DtPointFeature& f);
@@ -138,7 +138,8 @@ private:
 };
 
 bool FeatureReport::run(const DtFeatureLayer& layer, const DtDe& de,
-                        const std::vector<std::string>& notes, std::string& error) {
+                        const std::vector<std::string>& notes, const FileLoad& load,
+                        std::ostream& err, std::string& error) {
     output_.begin("features");
     layer.featureSet().forEach([this](const DtPointFeature& f) { onPoint(f); },
                                [this](const DtEdgeFeature& f) { onEdge(DtFeature::Linear, f); },
@@ -149,7 +150,8 @@ bool FeatureReport::run(const DtFeatureLayer& layer, const DtDe& de,
                       << set.count(DtFeature::Linear) << " linear, " << set.count(DtFeature::Areal)
                       << " areal\n";
     }
-    return output_.end(de, Json::object(), notes, error);
+    return output_.end(de, Json{{"load", loadJson(load, "features")}}, notes, request_.file, err,
+                       error);
 }
 
 void FeatureReport::onPoint(const DtPointFeature& f) {
@@ -206,12 +208,19 @@ int runFeatures(DtDe& de, const FeaturesRequest& request, std::ostream& out, std
         err << "zorhost: " << request.file << ": no such file\n";
         return 1;
     }
+    if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
+        err << "zorhost: " << problem << "\n";
+        return 2;
+    }
+    // Open before the scene is chosen: a system given with --srs answers the file's too.
+    const LoadAccount account(request.load);
     SceneChoice scene;
     const SceneProblem problem = chooseScene(de, request.scene, {request.file}, scene);
     if (problem.status != 0) {
         err << "zorhost: " << problem.message << "\n";
         return problem.status;
     }
+    printSceneWarnings(scene, err);
     de.sharedState().coordinateSystem() = scene.system;
     FeatureReport report(request, scene, out);
     std::string error;
@@ -229,12 +238,16 @@ int runFeatures(DtDe& de, const FeaturesRequest& request, std::ostream& out, std
         return 1;
     }
     engine.printProblems(err);
-    const bool written = report.run(layer, de, engine.notes(), error);
+    FileLoad load = account.load(request.file);
+    load.countFeatures(layer.featureSet());
+    if (const std::string line = loadLine(load, "feature"); !line.empty())
+        err << "zorhost: " << line << "\n";
+    const bool written = report.run(layer, de, engine.notes(), load, err, error);
     if (!written) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-    return engine.anyError() ? 1 : 0;
+    return engine.anyError() || producedNothing(load) ? 1 : 0;
 }
 
 int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::ostream& err) {
@@ -244,12 +257,29 @@ int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::os
         err << "zorhost: the plug-in registered no field value reader\n";
         return 1;
     }
+    if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
+        err << "zorhost: " << problem << "\n";
+        return 2;
+    }
     std::map<std::string, std::set<std::string>> values;
     bool allLoaded = true;
+    Json loads = Json::array();
     {
+        const LoadAccount account(request.load);
         const EngineReport engine(de);
-        for (const std::string& file : request.files)
+        for (const std::string& file : request.files) {
+            // The reader gathers every file into one map: what each gave is its points.
             allLoaded = reader->readValuesFromFile(file, values) && allLoaded;
+            FileLoad load = account.load(file);
+            load.madePerLayer = false;
+            load.madeInFile = load.points();
+            load.more.push_back({"linesAndAreas", "lines or areas, whose fields are not read",
+                                 load.linesAndAreas()});
+            if (const std::string line = loadLine(load, "point"); !line.empty())
+                err << "zorhost: " << line << "\n";
+            allLoaded = allLoaded && !producedNothing(load);
+            loads.push_back(loadJson(load, "points"));
+        }
         engine.printProblems(err);
     }
     if (!request.fields.empty()) {
@@ -264,7 +294,7 @@ int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::os
         values.swap(chosen);
     }
     if (request.json) {
-        out << jsonText(Json(values)) << "\n";
+        out << jsonText(Json{{"values", Json(values)}, {"load", loads}}) << "\n";
     } else {
         for (const auto& [field, texts] : values) {
             out << field << " (" << texts.size() << (texts.size() == 1 ? " value)" : " values)")

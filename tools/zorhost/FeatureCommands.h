@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "LoadReport.h"
+
 namespace kelZor {
 class DtDe;
 }
@@ -16,10 +18,13 @@ struct FeaturesRequest {
     bool json = false;
     std::string geojson;  // where to write the features as GeoJSON; empty: nowhere
     bool overwrite = false;
+    LoadOptions load;
 };
 
-// Prints the scene, each feature and the counts by kind; 1 when the file did not load or
-// the engine was told an error (one line on stderr says why), 2 for a malformed --scene.
+// Prints the scene, each feature and the counts by kind, and on stderr what the load
+// made nothing of; 1 when the file did not load, the engine was told an error or a file
+// with objects gave no feature (one line on stderr says why), 2 for a malformed --scene
+// or load option.
 int runFeatures(kelZor::DtDe& de, const FeaturesRequest& request, std::ostream& out,
                 std::ostream& err);
 
@@ -27,8 +32,10 @@ struct ValuesRequest {
     std::vector<std::string> files;
     std::vector<std::string> fields;  // only these; empty: every field
     bool json = false;
+    LoadOptions load;
 };
 
 // Every field of the files' free points with its values, gathered into one map; 1 when
-// any file did not load (the others are still listed).
+// any file did not load or a file with objects gave no point (the others are still
+// listed).
 int runValues(kelZor::DtDe& de, const ValuesRequest& request, std::ostream& out, std::ostream& err);

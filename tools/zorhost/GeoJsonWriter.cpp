@@ -117,3 +117,26 @@ bool GeoJsonWriter::close(std::string& error) {
     }
     return true;
 }
+
+std::string geoJsonTargetProblem(const std::string& path) {
+    const std::string extension = CPLGetExtension(path.c_str());
+    const std::string lower = CPLString(extension).tolower();
+    if (lower.empty() || lower == "geojson" || lower == "json")
+        return "";
+    DtGdalRegisterOnce();
+    GDALDriverManager& drivers = *GetGDALDriverManager();
+    for (int i = 0; i < drivers.GetDriverCount(); ++i) {
+        GDALDriver* driver = drivers.GetDriver(i);
+        const char* extensions = driver ? driver->GetMetadataItem(GDAL_DMD_EXTENSIONS) : nullptr;
+        if (!extensions)
+            continue;
+        const CPLStringList list(CSLTokenizeString(extensions));
+        for (int j = 0; j < list.size(); ++j) {
+            if (CPLString(list[j]).tolower() == lower) {
+                return path + ": \"." + extension + "\" names another format (" +
+                       driver->GetDescription() + "); GeoJSON goes to a .geojson or .json file";
+            }
+        }
+    }
+    return "";
+}

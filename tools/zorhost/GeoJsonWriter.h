@@ -20,6 +20,10 @@
 #include "OutputFile.h"
 #include "Wgs84Position.h"
 
+// Why `path` is no GeoJSON target: its extension names another format GDAL knows (a
+// ".shp" would hold GeoJSON text under a shapefile's name); "" when it can be one.
+std::string geoJsonTargetProblem(const std::string& path);
+
 class GeoJsonWriter {
 public:
     enum Shape { Point, Line, Polygon };

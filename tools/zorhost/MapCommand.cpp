@@ -145,6 +145,38 @@ int placeProps(DtDe& de, const MapRequest& request, const EngineReport& engine, 
     return engine.filesNotLoaded().empty() ? 0 : 1;
 }
 
+// What each vector file's load made, on `err`; false when a file with objects gave
+// nothing or a prop was not placed.
+bool reportLoads(const MapRequest& request, const MapContent& content, const LoadAccount& account,
+                 std::ostream& err) {
+    bool gaveAll = true;
+    for (size_t i = 0; i < request.features.size() && i < content.layers.size(); ++i) {
+        FileLoad load = account.load(request.features[i]);
+        load.countFeatures(content.layers[i]->featureSet());
+        if (const std::string line = loadLine(load, "feature"); !line.empty())
+            err << "zorhost: " << line << "\n";
+        gaveAll = gaveAll && !producedNothing(load);
+    }
+    if (request.props.empty())
+        return gaveAll;
+    FileLoad load = account.load(request.props);
+    load.madePerLayer = false;
+    load.madeInFile = content.props.numProps();
+    load.more.push_back(
+        {"linesAndAreas", "lines or areas, of which no prop is made", load.linesAndAreas()});
+    if (const std::string line = loadLine(load, "prop"); !line.empty())
+        err << "zorhost: " << line << "\n";
+    size_t unplaced = 0;
+    for (size_t i = 0; i < content.props.numProps(); ++i)
+        unplaced += propPlaced(content.props.prop(i).record()) ? 0 : 1;
+    if (unplaced > 0) {
+        err << "zorhost: " << request.props << ": " << unplaced
+            << (unplaced == 1 ? " prop" : " props")
+            << " not placed: no --terrain source lies below or above (not drawn)\n";
+    }
+    return gaveAll && !producedNothing(load) && unplaced == 0;
+}
+
 // The tiles of the asked level, each to `visit`; 1 when they cannot be had.
 int visitTiles(const MapRequest& request, TileFootprintSource source, const TileVisitor& visit,
                std::ostream& err) {
@@ -283,11 +315,16 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
         err << "zorhost: map: " << usage << "\n";
         return 2;
     }
+    if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
+        err << "zorhost: " << problem << "\n";
+        return 2;
+    }
     const std::string problem = fileProblem(request);
     if (!problem.empty()) {
         err << "zorhost: " << problem << "\n";
         return 1;
     }
+    const LoadAccount account(request.load);
     MapContent content;
     if (!request.rules.empty()) {
         if (const int status = readRulesFile(request.rules, content.rules, err))
@@ -307,6 +344,7 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
         err << "zorhost: " << sceneProblem.message << "\n";
         return sceneProblem.status;
     }
+    printSceneWarnings(scene, err);
     de.sharedState().coordinateSystem() = scene.system;
     MapPicture picture;
     std::string error;
@@ -322,6 +360,7 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
         return 1;
     }
     engine.printProblems(err);
+    const bool loadsGaveAll = reportLoads(request, content, account, err);
     const ScenePlane plane(scene.system);
     Bounds bounds;
     if (request.extent.empty() && contentBounds(request, content, plane, tiles, bounds, err) != 0)
@@ -368,5 +407,6 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
             << (request.terrains.size() == 1 ? " DEM" : " DEMs") << ", heights "
             << metresText(ground.lowest) << " to " << metresText(ground.highest) << " m\n";
     }
-    return engine.anyError() ? 1 : 0;
+    engine.printErrors(err, request.props.empty() ? request.output : request.props);
+    return engine.anyError() || !loadsGaveAll ? 1 : 0;
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "LoadReport.h"
 #include "MetaFlightCommands.h"
 
 namespace kelZor {
@@ -27,6 +28,7 @@ struct MapRequest {
     std::vector<int> size;       // width and height in pixels; empty: 1024 on the longer side
     std::string title;           // empty: the inputs' names
     bool overwrite = false;
+    LoadOptions load;
 };
 
 // The tile footprints of zorhost's module; null when the module is not loaded.
@@ -34,8 +36,10 @@ using TileFootprintSource = int (*)(const TilesRequest& request, const TileVisit
                                     std::ostream& err);
 
 // 0 when the picture is written and the engine was told no error; 2 for a request that
-// cannot be drawn (nothing to draw, a malformed or empty extent, a size over 16384
-// pixels); 1 when an input cannot be used or the engine was told an error.
+// cannot be drawn (nothing given to draw, a malformed or empty extent, a size over 16384
+// pixels, a malformed --scene or load option); 1 when an input cannot be used, holds
+// nothing the scene can place, a file with objects gave nothing, a prop was not placed
+// or the engine was told an error.
 int runMap(kelZor::DtDe& de, const MapRequest& request, TileFootprintSource tiles,
            std::ostream& out, std::ostream& err);
 

@@ -617,7 +617,30 @@ std::string plural(int count, const char* one, const char* many) {
 
 }  // namespace
 
+// Why publish cannot begin: an input that is no document, an OUT it was not asked to
+// replace; "" when it can.
+static std::string publishProblem(const PublishRequest& request) {
+    for (const std::string* path : {&request.input, &request.merge}) {
+        if (path->empty())
+            continue;
+        if (const std::string problem = pathProblem(*path); !problem.empty())
+            return *path + ": " + problem;
+    }
+    struct stat info;
+    if (::stat(request.output.c_str(), &info) == 0) {
+        if (S_ISDIR(info.st_mode))
+            return request.output + ": is a directory";
+        if (!request.overwrite)
+            return request.output + ": exists; give --overwrite to replace it";
+    }
+    return "";
+}
+
 int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& err) {
+    if (const std::string problem = publishProblem(request); !problem.empty()) {
+        err << "zorhost: " << problem << "\n";
+        return 1;
+    }
     std::string error;
     DtMetaFlightParser::PublishSummary summary;
     if (!DtMetaFlightParser::publish(request.input, request.merge, request.output, request.medf,

@@ -41,6 +41,7 @@ struct PublishRequest {
     bool removeVirtualTexture = false;
     bool setSwitchDistance = false;
     float switchDistance = 0.0f;
+    bool overwrite = false;  // OUT may be replaced (IN included)
 };
 
 int runDescribe(const DescribeRequest& request, std::ostream& out, std::ostream& err);

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
+#include <map>
+#include <set>
 #include <memory>
 #include <sstream>
 
@@ -15,6 +17,7 @@
 #include "kelArchives/DtPropRecord.h"
 #include "matrix/DtAngles.h"
 #include "zorCore/DtDe.h"
+#include "zorCore/DtFeatureFieldValueReader.h"
 #include "zorCore/DtPropAdder.h"
 
 using kelArchives::DtAddPropsRuleRecord;
@@ -115,8 +118,9 @@ public:
     void addRule(size_t index, const DtAddPropsRuleRecord& rule,
                  const kelZor::DtTerrainLayer& layer, size_t first);
     // `notes` are the engine's; what zorhost adds of its own goes to `err` as well.
-    bool end(const DtDe& de, const std::vector<std::string>& notes, std::ostream& err,
-             std::string& error);
+    bool end(const DtDe& de, const std::vector<std::string>& notes, const FileLoad& load,
+             std::ostream& err, std::string& error);
+    size_t unplaced() const { return unplaced_; }
 
 private:
     void addProp(size_t rule, const DtProp& prop);
@@ -126,6 +130,7 @@ private:
     SceneOutput output_;
     Json perRule_ = Json::array();
     size_t unplaced_ = 0;
+    std::string firstUnplaced_;
 };
 
 void PropReport::addRule(size_t index, const DtAddPropsRuleRecord& rule,
@@ -146,7 +151,8 @@ void PropReport::addProp(size_t rule, const DtProp& prop) {
     const double* p = r.position();
     const double* q = r.orientation();
     const bool isPlaced = propPlaced(r);
-    unplaced_ += isPlaced ? 0 : 1;
+    if (!isPlaced && unplaced_++ == 0)
+        firstUnplaced_ = prop.name();
     const Json heading = isPlaced ? Json(propHeadingDegrees(scene_.system, r)) : Json(nullptr);
     const Wgs84Position where =
         isPlaced ? sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2])) : Wgs84Position();
@@ -185,16 +191,25 @@ void PropReport::addProp(size_t rule, const DtProp& prop) {
     }
 }
 
-bool PropReport::end(const DtDe& de, const std::vector<std::string>& notes, std::ostream& err,
-                     std::string& error) {
+bool PropReport::end(const DtDe& de, const std::vector<std::string>& notes,
+                     const FileLoad& load, std::ostream& err, std::string& error) {
     std::vector<std::string> said = notes;
+    if (unplaced_ > 0) {
+        said.push_back(request_.file + ": " + std::to_string(unplaced_) +
+                       (unplaced_ == 1 ? " prop" : " props") +
+                       " not placed: no --terrain source lies below or above (the engine "
+                       "leaves each at the origin; the first is " +
+                       firstUnplaced_ + ")");
+        err << "zorhost: " << said.back() << "\n";
+    }
     if (unplaced_ > 0 && output_.wantsGeoJson()) {
         said.push_back(request_.geojson + ": " + std::to_string(unplaced_) +
                        (unplaced_ == 1 ? " prop" : " props") +
                        " not placed (no terrain below or above) left out");
         err << "zorhost: " << said.back() << "\n";
     }
-    return output_.end(de, Json{{"rules", perRule_}}, said, error);
+    return output_.end(de, Json{{"rules", perRule_}, {"load", loadJson(load, "props")}}, said,
+                       request_.file, err, error);
 }
 
 bool exists(const std::string& path) {
@@ -269,7 +284,35 @@ void defineModels(DtDe& de, const RulesFile& rules) {
     }
 }
 
+void warnUnmatchedRules(DtDe& de, const std::string& file, const RulesFile& rules,
+                        std::ostream& err) {
+    const kelZor::DtFeatureFieldValueReader* reader =
+        kelZor::DtFeatureFieldValueReaderFactory::instance(de).defaultReader();
+    std::map<std::string, std::set<std::string>> values;
+    if (!reader || !reader->readValuesFromFile(file, values))
+        return;  // the load's own failure is said where the props are added
+    for (size_t i = 0; i < rules.rules.size(); ++i) {
+        const DtAddPropsRuleRecord& rule = rules.rules[i];
+        const std::string which = "zorhost: " + file + ": rule " + std::to_string(i);
+        for (const auto& [field, value] : rule.fieldValueMap()) {
+            const auto found = values.find(field);
+            if (found == values.end())
+                err << which << " names the field \"" << field << "\", which no point has\n";
+            else if (found->second.count(value) == 0)
+                err << which << ": no point has " << field << "=" << value << "\n";
+        }
+        if (!rule.rotationField().empty() && values.count(rule.rotationField()) == 0) {
+            err << which << "'s rotation field \"" << rule.rotationField()
+                << "\" is no field of the points: its props face heading 0\n";
+        }
+    }
+}
+
 int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
+    if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
+        err << "zorhost: " << problem << "\n";
+        return 2;
+    }
     RulesFile rules;
     if (const int status = readRulesFile(request.rules, rules, err))
         return status;
@@ -286,14 +329,17 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
     kelZor::DtPropAdderCreator* creator = propAdderCreatorFor(de, request.file, err);
     if (!creator || !addElevationSources(de, request.terrains, err))
         return 1;
-    std::vector<std::string> candidates = request.terrains;
-    candidates.push_back(request.file);
+    // The vector file's system before the DEMs': the props are its points.
+    std::vector<std::string> candidates = {request.file};
+    candidates.insert(candidates.end(), request.terrains.begin(), request.terrains.end());
+    const LoadAccount account(request.load);
     SceneChoice scene;
     const SceneProblem problem = chooseScene(de, request.scene, candidates, scene);
     if (problem.status != 0) {
         err << "zorhost: " << problem.message << "\n";
         return problem.status;
     }
+    printSceneWarnings(scene, err);
     de.sharedState().coordinateSystem() = scene.system;
     defineModels(de, rules);
     PropReport report(request, scene, out);
@@ -314,10 +360,20 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
         report.addRule(i, rules.rules[i], layer, first);
     }
     engine.printProblems(err);
-    const bool written = report.end(de, engine.notes(), err, error);
+    if (engine.filesNotLoaded().empty())
+        warnUnmatchedRules(de, request.file, rules, err);
+    FileLoad load = account.load(request.file);
+    load.madePerLayer = false;
+    load.madeInFile = layer.numProps();
+    load.more.push_back(
+        {"linesAndAreas", "lines or areas, of which no prop is made", load.linesAndAreas()});
+    if (const std::string line = loadLine(load, "prop"); !line.empty())
+        err << "zorhost: " << line << "\n";
+    const bool written = report.end(de, engine.notes(), load, err, error);
     if (!written) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-    return engine.anyError() ? 1 : 0;
+    const bool failed = engine.anyError() || report.unplaced() > 0 || producedNothing(load);
+    return failed ? 1 : 0;
 }

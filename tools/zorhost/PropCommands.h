@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "LoadReport.h"
 #include "kelArchives/DtPropRecord.h"
 
 namespace kelZor {
@@ -22,6 +23,7 @@ struct PropsRequest {
     bool json = false;
     std::string geojson;
     bool overwrite = false;
+    LoadOptions load;
 };
 
 // What a rules file holds: the model definitions the scene knows (name, model file) and
@@ -48,7 +50,14 @@ bool addElevationSources(kelZor::DtDe& de, const std::vector<std::string>& dems,
 // The rules file's models made known to the scene.
 void defineModels(kelZor::DtDe& de, const RulesFile& rules);
 
-// Prints the scene, each prop, the count per rule and the errors the engine was told.
-// 2 for a malformed rules file or --scene; 1 for a file or DEM that cannot be used, or
-// when the engine was told an error (a model that does not exist, props not placed).
+// What the rules ask of the file that none of its points has: a field, a value, a
+// rotation field; one line each on `err`, naming the file.
+void warnUnmatchedRules(kelZor::DtDe& de, const std::string& file, const RulesFile& rules,
+                        std::ostream& err);
+
+// Prints the scene, each prop, the count per rule and the errors the engine was told,
+// and on stderr what the load made nothing of. 2 for a malformed rules file, --scene or
+// load option; 1 for a file or DEM that cannot be used, when the engine was told an
+// error (a model that does not exist), a prop was not placed or a file with objects gave
+// no prop.
 int runProps(kelZor::DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err);

@@ -37,7 +37,8 @@ Json SceneOutput::errorsJson(const kelZor::DtDe& de) {
 }
 
 bool SceneOutput::end(const kelZor::DtDe& de, const Json& moreJson,
-                      const std::vector<std::string>& notes, std::string& error) {
+                      const std::vector<std::string>& notes, const std::string& file,
+                      std::ostream& err, std::string& error) {
     const Json errors = errorsJson(de);
     if (array_) {
         array_->close();
@@ -45,10 +46,10 @@ bool SceneOutput::end(const kelZor::DtDe& de, const Json& moreJson,
             out_ << ",\"" << key << "\":" << jsonText(value);
         out_ << ",\"errors\":" << jsonText(errors) << ",\"notes\":" << jsonText(Json(notes))
              << "}\n";
-    } else {
-        for (const Json& e : errors)
-            out_ << "error " << e["code"].get<int>() << ": " << e["text"].get<std::string>()
-                 << "\n";
+    }
+    for (const Json& e : errors) {
+        err << "zorhost: " << file << ": engine error " << e["code"].get<int>() << ": "
+            << e["text"].get<std::string>() << "\n";
     }
     if (geojson_ && geojsonError_.empty())
         geojson_->close(geojsonError_);

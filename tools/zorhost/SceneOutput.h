@@ -38,11 +38,11 @@ public:
 
     // Every error the engine was told, each "code" and "text".
     static Json errorsJson(const kelZor::DtDe& de);
-    // Closes the array and writes `moreJson`'s members, the errors and `notes` (or the
-    // errors as lines), and puts the GeoJSON file in place. False with the reason when
-    // GeoJSON failed.
+    // Closes the array and writes `moreJson`'s members, the errors and `notes`, and puts
+    // the GeoJSON file in place. The errors are problems: each is also one line on `err`
+    // naming `file`. False with the reason when GeoJSON failed.
     bool end(const kelZor::DtDe& de, const Json& moreJson, const std::vector<std::string>& notes,
-             std::string& error);
+             const std::string& file, std::ostream& err, std::string& error);
 
 private:
     std::ostream& out_;

@@ -3,6 +3,9 @@
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
+#include <gdal.h>
+#include <ogr_srs_api.h>
+#include <GeographicLib/Config.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,11 +15,13 @@
 #include <vector>
 
 #include "FeatureCommands.h"
+#include "GeoJsonWriter.h"
 #include "Inspect.h"
 #include "LibraryModule.h"
 #include "MapCommand.h"
 #include "PluginLibrary.h"
 #include "PropCommands.h"
+#include "Scene.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
 
@@ -28,18 +33,47 @@ const char* const description =
 
 const char* const exitStatuses =
     "Exit status: 0 when everything asked was answered; 1 when a file could not be\n"
-    "answered or the engine was told an error; 2 on bad usage.";
+    "answered, the engine was told an error, a prop was not placed or a file with objects\n"
+    "gave nothing; 2 on bad usage. 'zorhost help status' lists every case.";
+
+// Every case of the exit status, as the README's table lists them.
+const char* const statusTable = R"(Exit status, for every command. Problems are one line each on stderr, naming the
+file; stdout holds only the answer.
+
+  0  everything asked was answered
+  1  a file could not be answered: missing, unreadable, a directory, refused by its
+     parser (the line says why), not loaded, or not written
+  1  an output that exists, without --overwrite (publish's OUT, IN included; --geojson;
+     map's picture), or one that is an input
+  1  the engine was told an error (a model definition that does not exist)
+  1  a prop was not placed: no --terrain source lies below or above its point
+  1  a file with objects gave the engine nothing (no feature, prop or point)
+  1  map: the inputs hold nothing the scene can place; a DEM GDAL cannot read
+  1  --scene @FILE: the file gives no coordinate system
+  2  an unknown command or option, a missing or malformed argument
+  2  a parser name that is not registered
+  2  --scene: an unknown kind, malformed parameters, a latitude beyond a pole, a zone
+     and hemisphere that disagree, a coordinate system the engine has no kind for
+  2  --code that is not two letters followed by digits; --srs that OSR cannot read
+  2  --geojson to a file whose extension names another format
+  2  a malformed rules file
+  2  a negative level or switch distance
+  2  map: nothing given to draw, --props without --rules, --tiles without --dataset,
+     an empty or non-finite --extent, a --size side outside 1..16384
+)";
 
 const char* const footer = R"(
 Try it from the repository's root:
   zorhost inspect data/sample/utm_zone32n.flt
   zorhost features data/sample/valley.gdb
-'zorhost COMMAND --help' tells more of each command, with examples.
+'zorhost COMMAND --help' tells more of each command, with examples; 'zorhost help scene'
+explains the scene kinds and 'zorhost help status' every exit status.
 
 The plug-in is found by --plugin, else $ZORTERRAIN_PLUGIN, else the one installed with
 zorhost (../lib beside it), else the one of the build tree. A problem with a file is one
-line on stderr naming the file and the reason. No output file is written over unless
---overwrite is given, never one of the inputs, and never in part.
+line on stderr naming the file and the reason; stdout holds only the answer. No output
+file is written over unless --overwrite is given, never one of the inputs, and never in
+part.
 )";
 
 struct GlobalOptions {
@@ -181,10 +215,27 @@ CLI::Validator levelValidator() {
 }
 
 const char* const sceneHelp =
-    "The scene's coordinate system: TYPE:PARAMETERS (a type and a converter text as "
-    "'inspect' prints them, e.g. UTM:45.5,9,32,32,N,0,0,0,0,0) or @FILE (what that file's "
-    "header parser answers). Default: the file's own system when its parser answers a UTM, "
-    "Lambert or flat-earth one, else geocentric";
+    "The scene's coordinate system: KIND:PARAMETERS as 'inspect' prints them (e.g. "
+    "UTM:45.5,9,32,32,N,0,0,0,0,0), a coordinate system OSR reads (EPSG:32632, WKT, a PROJ "
+    "string) or @FILE (that file's system). Default: the data's own UTM, Lambert or "
+    "flat-earth system, else geocentric. 'zorhost help scene' explains each kind";
+
+CLI::Validator geoJsonTarget() {
+    return CLI::Validator([](std::string& path) { return geoJsonTargetProblem(path); }, "OUT");
+}
+
+// How the loads read codes and systems, for every command that loads a vector file.
+void addLoadOptions(CLI::App* command, LoadOptions& load) {
+    command->add_option("--code-field", load.codeFields,
+                        "Read feature codes from this field (repeatable: the first the layer "
+                        "has) instead of ECC, F_CODE, FCODE or FACC");
+    command->add_option("--code", load.code,
+                        "Give objects without a code of their own this FACC code (two letters "
+                        "followed by digits, e.g. AL020)");
+    command->add_option("--srs", load.srs,
+                        "Give layers without a coordinate system this one (EPSG:n, WKT or a "
+                        "PROJ string), as ogr2ogr's -a_srs does");
+}
 
 const char* const overwriteHelp =
     "Replace OUT when it exists (never one of the inputs, never a directory)";
@@ -204,7 +255,8 @@ void addMetaFlight(CLI::App& app, Request& request) {
     describe->add_option("--geojson", request.describe.geojson,
                          "Also write each dataset's coverage outline to OUT as a GeoJSON polygon "
                          "in WGS84 longitude and latitude, with the properties kind (geometry or "
-                         "virtualTexture), key, name and levels");
+                         "virtualTexture), key, name and levels")
+        ->check(geoJsonTarget());
     describe->add_flag("--overwrite", request.describe.overwrite, overwriteHelp);
 
     CLI::App* tiles = command(
@@ -226,7 +278,8 @@ void addMetaFlight(CLI::App& app, Request& request) {
     tiles->add_option("--geojson", request.tiles.geojson,
                       "Also write each tile's footprint to OUT as a GeoJSON polygon of its four "
                       "corners in WGS84 longitude and latitude, with the properties level, row, "
-                      "col and path");
+                      "col and path")
+        ->check(geoJsonTarget());
     tiles->add_flag("--overwrite", request.tiles.overwrite, overwriteHelp);
 
     CLI::App* convert = command(
@@ -244,9 +297,10 @@ void addMetaFlight(CLI::App& app, Request& request) {
 
     CLI::App* publish = command(
         app, "publish", "A MetaFlight document rewritten: merged, trimmed, in the medf form",
-        "Rewrites a document into OUT (which may be IN): merged, trimmed, with a new largest\n"
-        "switch distance, in the \"medf\" form, as the options say. OUT is replaced only\n"
-        "once completely written; one line says what changed.\n\n"
+        "Rewrites a document into OUT: merged, trimmed, with a new largest switch distance,\n"
+        "in the \"medf\" form, as the options say. An OUT that exists (IN included) is\n"
+        "replaced only with --overwrite, and only once completely written; one line says\n"
+        "what changed.\n\n"
         "Example:\n"
         "  zorhost publish data/sample/metaflight/alpine_valley.mft /tmp/valley.mft --medf "
         "--remove-virtual-texture");
@@ -262,7 +316,10 @@ void addMetaFlight(CLI::App& app, Request& request) {
                       "Every VirtualTextureDataset goes");
     publish->add_option("--switch-distance", request.switchDistance,
                         "The largest switch distance of each substitutive dataset's table "
-                        "becomes D");
+                        "becomes D (metres, not negative)")
+        ->check(CLI::NonNegativeNumber);
+    publish->add_flag("--overwrite", request.publish.overwrite,
+                      "Replace OUT when it exists (OUT may be IN)");
 }
 
 void addFeatures(CLI::App& app, Request& request) {
@@ -287,8 +344,10 @@ void addFeatures(CLI::App& app, Request& request) {
                        "notes");
     features->add_option("--geojson", request.features.geojson,
                          "Also write the features to OUT as GeoJSON, in WGS84 longitude and "
-                         "latitude (and height when the source has heights)");
+                         "latitude (and height when the source has heights)")
+        ->check(geoJsonTarget());
     features->add_flag("--overwrite", request.features.overwrite, overwriteHelp);
+    addLoadOptions(features, request.features.load);
 }
 
 void addValues(CLI::App& app, Request& request) {
@@ -305,7 +364,9 @@ void addValues(CLI::App& app, Request& request) {
     values->add_option("--field", request.valuesRequest.fields,
                        "List only this field (repeatable)");
     values->add_flag("--json", request.valuesRequest.json,
-                     "One JSON object from field name to its values");
+                     "One JSON object: values (from field name to its values) and load (what "
+                     "each file's load read and made)");
+    addLoadOptions(values, request.valuesRequest.load);
 }
 
 void addProps(CLI::App& app, Request& request) {
@@ -338,8 +399,10 @@ void addProps(CLI::App& app, Request& request) {
                     "position [x, y, z], headingDegrees (null when not placed), orientation "
                     "[x, y, z, w]), rules (rule, added), errors (code, text), notes");
     props->add_option("--geojson", request.props.geojson,
-                      "Also write the placed props to OUT as GeoJSON points in WGS84");
+                      "Also write the placed props to OUT as GeoJSON points in WGS84")
+        ->check(geoJsonTarget());
     props->add_flag("--overwrite", request.props.overwrite, overwriteHelp);
+    addLoadOptions(props, request.props.load);
 }
 
 void addMap(CLI::App& app, Request& request) {
@@ -389,6 +452,7 @@ void addMap(CLI::App& app, Request& request) {
         ->expected(2);
     map->add_option("--title", r.title, "The title (default: the inputs' names)");
     map->add_flag("--overwrite", r.overwrite, overwriteHelp);
+    addLoadOptions(map, r.load);
 }
 
 int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
@@ -493,6 +557,61 @@ std::string commandList(CLI::App& app) {
     return list;
 }
 
+// zorhost's, the plug-in's and the libraries' versions; the plug-in is loaded to say which.
+int printVersions(const GlobalOptions& options) {
+    std::cout << "zorhost " << ZORHOST_VERSION << "\n";
+    PluginLibrary plugin;
+    const std::vector<std::string> candidates = options.plugin.empty()
+                                                    ? PluginLibrary::defaultCandidates()
+                                                    : std::vector<std::string>{options.plugin};
+    std::string error;
+    bool loaded = false;
+    for (const std::string& candidate : candidates) {
+        if ((loaded = plugin.load(candidate, error)))
+            break;
+    }
+    if (loaded) {
+        std::error_code code;
+        const std::filesystem::path real = std::filesystem::canonical(plugin.path(), code);
+        std::cout << "plug-in " << ZORHOST_VERSION << " (" << (code ? plugin.path() : real.string())
+                  << ")\n";
+    } else {
+        std::cout << "plug-in: not loaded (" << error << ")\n";
+    }
+    int major = 0, minor = 0, patch = 0;
+    OSRGetPROJVersion(&major, &minor, &patch);
+    std::cout << "GDAL " << GDALVersionInfo("RELEASE_NAME") << "\n"
+              << "PROJ " << major << "." << minor << "." << patch << "\n"
+              << "GeographicLib " << GEOGRAPHICLIB_VERSION_STRING << "\n";
+    return loaded ? 0 : 1;
+}
+
+// `zorhost help [TOPIC]`: the whole program, a command, the scene kinds or the statuses.
+int printHelp(CLI::App& app, const std::string& topic) {
+    if (topic.empty()) {
+        // The whole program's help: app.help() would give the selected command's.
+        std::cout << app.get_formatter()->make_help(&app, "zorhost", CLI::AppFormatMode::Normal);
+        return 0;
+    }
+    if (topic == "scene") {
+        std::cout << sceneKindsHelp;
+        return 0;
+    }
+    if (topic == "status") {
+        std::cout << statusTable;
+        return 0;
+    }
+    for (const CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; })) {
+        if (sub->get_name() == topic && topic != "help") {
+            std::cout << sub->help();
+            return 0;
+        }
+    }
+    std::cerr << "zorhost: help: no topic " << topic << "; the topics are scene, status and "
+              << "each command (" << commandList(app) << ")\n";
+    return 2;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -518,7 +637,26 @@ int main(int argc, char** argv) {
     addValues(app, request);
     addProps(app, request);
     addMap(app, request);
-    command(app, "help", "Every command with a line on what it does", "Example:\n  zorhost help");
+    std::string helpTopic;
+    command(app, "help",
+            "Every command with a line on what it does; 'help scene' the scene kinds, 'help "
+            "status' the exit statuses, 'help COMMAND' a command's options",
+            "Examples:\n  zorhost help\n  zorhost help scene\n  zorhost help status")
+        ->add_option("TOPIC", helpTopic, "scene, status or a command");
+    bool version = false;
+    app.add_flag("--version", version,
+                 "zorhost's, the plug-in's, GDAL's, PROJ's and GeographicLib's versions");
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        if (word == "--plugin" && i + 1 < argc)
+            request.global.plugin = argv[i + 1];
+        else if (word.rfind("--plugin=", 0) == 0)
+            request.global.plugin = word.substr(9);
+    }
+    for (int i = 1; i < argc; ++i) {
+        if (std::string(argv[i]) == "--version")
+            return printVersions(request.global);
+    }
 
     const std::string word = commandWord(argc, argv);
     const std::vector<std::string> names = commandNames(app);
@@ -536,11 +674,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const CLI::App* command = app.get_subcommands().front();
-    if (command->get_name() == "help") {
-        // The whole program's help: app.help() would give the selected command's.
-        std::cout << app.get_formatter()->make_help(&app, "zorhost", CLI::AppFormatMode::Normal);
-        return 0;
-    }
+    if (command->get_name() == "help")
+        return printHelp(app, helpTopic);
     // Whatever the engine throws ends the command with one line, never an abort.
     try {
         return runCommand(*command, request);

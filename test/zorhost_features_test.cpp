@@ -185,7 +185,7 @@ TEST(ZorhostFeatures, geoJsonPutsEachFeatureBackWhereTheSourceHasIt) {
 TEST(ZorhostValues, severalFilesGatherIntoOneMap) {
     const ZorhostRun run = zorhost("values --json " + points + " " + gdb);
     ASSERT_EQ(run.status, 0) << run.err;
-    const Json values = Json::parse(run.out);
+    const Json values = Json::parse(run.out).at("values");
     // Both spellings of the code are kept: the reader lists texts, not codes.
     EXPECT_EQ(values.at("ECC"), Json::array({"AL015", "AL15", "EC030"}));
     EXPECT_EQ(values.at("DtFeatureType"), Json::array({"0"}));
@@ -203,7 +203,8 @@ TEST(ZorhostProps, theSampleRulesPlaceHousesAndTreesOnTheCell) {
                                    " --terrain data/sample/n45_e009.dt0 --json");
     ASSERT_EQ(run.status, 0) << run.err;
     const Json output = Json::parse(run.out);
-    EXPECT_EQ(output.at("scene").at("type"), "FlatEarth");  // the cell's own system
+    // The points' own system before the cell's: the props are the points'.
+    EXPECT_EQ(output.at("scene").at("type"), "UTM");
     EXPECT_EQ(output.at("rules"), Json::parse(R"([{"rule":0,"added":1},{"rule":1,"added":1},
                                                   {"rule":2,"added":2}])"));
     const Json& house = output.at("props").at(0);
@@ -225,12 +226,14 @@ TEST(ZorhostProps, theSampleRulesPlaceHousesAndTreesOnTheCell) {
     EXPECT_EQ(faulty.status, 1) << faulty.err;
     EXPECT_NE(faulty.out.find("rule 0: ECC=EC030 -> elm (tree): 0 props\n"), std::string::npos)
         << faulty.out;
-    EXPECT_NE(faulty.out.find("error 8: model definition \"elm\" does not exist\n"
-                              "error 8: model definition \"elm\" does not exist\n"
-                              "error 11: 2 props of \"" +
-                              points + "\" could not be placed\n"),
+    // The engine's errors are problems: on stderr, naming the file.
+    const std::string named = "zorhost: " + points + ": engine error ";
+    EXPECT_NE(faulty.err.find(named + "8: model definition \"elm\" does not exist\n" + named +
+                              "8: model definition \"elm\" does not exist\n" + named +
+                              "11: 2 props of \"" + points + "\" could not be placed\n"),
               std::string::npos)
-        << faulty.out;
+        << faulty.err;
+    EXPECT_EQ(faulty.out.find("error"), std::string::npos) << faulty.out;
 
     std::ofstream(dir.file("broken.json")) << "{\"rules\": [\n  {\"fields\": }";
     const ZorhostRun broken = zorhost("props " + points + " --rules " + dir.file("broken.json"));

@@ -234,7 +234,8 @@ TEST(ZorhostMetaFlight, publishSaysWhatChanged) {
 
     const std::string broken =
         dir.write("broken.mft", "<Root><Database><GeometryGridDataset/></Database></Root>");
-    const ZorhostRun failed = zorhost("publish '" + broken + "' '" + out + "' --switch-distance 1");
+    const ZorhostRun failed =
+        zorhost("publish '" + broken + "' '" + out + "' --switch-distance 1 --overwrite");
     EXPECT_EQ(failed.status, 1);
     EXPECT_NE(failed.err.find("Invalid GeometryGridDataset: missing HierarchyType"),
               std::string::npos);

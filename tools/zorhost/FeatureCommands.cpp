@@ -272,6 +272,8 @@ int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::os
             allLoaded = reader->readValuesFromFile(file, values) && allLoaded;
             FileLoad load = account.load(file);
             load.madePerLayer = false;
+            load.featureReasons = false;
+    load.featureReasons = false;
             load.madeInFile = load.points();
             load.more.push_back({"linesAndAreas", "lines or areas, whose fields are not read",
                                  load.linesAndAreas()});

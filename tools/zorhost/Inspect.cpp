@@ -9,7 +9,11 @@
 #include <cstring>
 #include <memory>
 
+#include <gdal_priv.h>
+
 #include "JsonOutput.h"
+#include "gdalsupport/DtGdalScope.h"
+#include "terrainDbFactory/DtTdbManager.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtFilename.h"
 #include "zorCore/DtDe.h"
@@ -72,6 +76,60 @@ std::string noParserProblem(const std::string& path) {
     return "no parser is registered for the extension \"" + extension + "\"";
 }
 
+// What the loader says of a file the terrain toolkit's parser refuses: the parser asks it
+// without wanting the reason.
+std::string loaderRefusal(const std::string& path) {
+    DtTdbManager manager;
+    DtString error;
+    std::unique_ptr<Coordinate_System> system(
+        manager.coordinateSystemFrom(DtFilename(path.c_str()), DtFilename::nullFilename(), &error));
+    std::string reason = error.stdString();
+    const std::string named = path + ": ";
+    if (reason.compare(0, named.size(), named) == 0)
+        reason = reason.substr(named.size());
+    return reason;
+}
+
+std::string rasterRefusal(const std::string& path, bool wantsSystem) {
+    DtGdalRegisterOnce();
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
+    GDALDatasetUniquePtr dataset(static_cast<GDALDataset*>(
+        GDALOpenEx(path.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
+    if (!dataset)
+        return "GDAL cannot read it as a raster";
+    if (!wantsSystem)
+        return "";
+    const OGRSpatialReference* srs = dataset->GetSpatialRef();
+    if (!srs)
+        return "it has no coordinate system";
+    const char* name = srs->GetName();
+    return std::string("its coordinate system, ") + (name ? name : "unnamed") +
+           ", is none the parser answers: a UTM zone, a Lambert conformal conic, geographic";
+}
+
+// Why a parser refused a file, as far as zorhost can tell; "" when it cannot.
+std::string refusalReason(const std::string& parser, const std::string& path) {
+    if (parser == "DtTerrainToolkitHeaderParser")
+        return loaderRefusal(path);
+    if (parser == "DtGeoTiffHeaderParser")
+        return rasterRefusal(path, true);
+    if (parser == "DtImageHeaderParser")
+        return rasterRefusal(path, false);
+    if (parser == "DtWktHeaderParser")
+        return "no \"WKT Coordinate System\" key holding a system OGR reads as a Lambert "
+               "conformal conic, transverse Mercator, equirectangular or geocentric one";
+    if (parser == "DtOpenFlightHeaderParser")
+        return "no OpenFlight header: shorter than 324 bytes, not beginning with a header "
+               "record, or in a coordinate system the parser does not know";
+    if (parser == "DtMetaFlightHeaderParser")
+        return "no \"medf\" geometry dataset in UTM, flat earth, geocentric or a local system";
+    if (parser == "DtSorrelKslHeaderParser")
+        return "not a KSL description that gives a terrain type and origin";
+    if (parser == "DtMetaFileHeaderParser" || parser == projectParser)
+        return "its terrain entry names no file that a parser accepts";
+    return "";
+}
+
 void askParser(DtHeaderParser& parser, InspectResult& result) {
     try {
         result.valid = parser.isValid();
@@ -84,7 +142,9 @@ void askParser(DtHeaderParser& parser, InspectResult& result) {
         return;
     }
     if (!result.valid) {
-        result.problem = result.parser + " does not accept the file";
+        const std::string reason = refusalReason(result.parser, result.path);
+        result.problem = result.parser + " does not accept the file" +
+                         (reason.empty() ? "" : ": " + reason);
         return;
     }
     result.coordinateSystem = parser.terrainCoordinateSystem();

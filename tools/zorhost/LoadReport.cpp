@@ -13,27 +13,28 @@ struct Outcome {
     const char* hint;  // what a person can do, after the first; "" for nothing
     bool madeNothing;  // the objects gave the engine nothing
     DtTdbObjectCount DtTdbLayerReport::*count;
+    bool identity;  // about the id and code a feature needs; props and values need neither
 };
 
 const Outcome outcomes[] = {
     {"noGeometry", "without a geometry the terrain can place", "", true,
-     &DtTdbLayerReport::noGeometry},
+     &DtTdbLayerReport::noGeometry, false},
     {"unplaceable", "with a coordinate the scene cannot hold", "", true,
-     &DtTdbLayerReport::unplaceable},
+     &DtTdbLayerReport::unplaceable, false},
     {"noUsableId", "with an id the engine cannot hold (outside 0 to 2147483647)", "", true,
-     &DtTdbLayerReport::noUsableId},
+     &DtTdbLayerReport::noUsableId, true},
     {"noCodeField", "without a feature-code field (ECC, F_CODE, FCODE or FACC)",
-     "--code-field names another, --code gives one", true, &DtTdbLayerReport::noCodeField},
+     "--code-field names another, --code gives one", true, &DtTdbLayerReport::noCodeField, true},
     {"emptyCode", "with an empty feature code", "--code gives one", true,
-     &DtTdbLayerReport::emptyCode},
+     &DtTdbLayerReport::emptyCode, true},
     {"shortCode", "with a one-character feature code, which the engine cannot read", "", true,
-     &DtTdbLayerReport::shortCode},
+     &DtTdbLayerReport::shortCode, true},
     {"malformedCode", "with a code that is not two letters followed by digits, taken as the "
                       "engine reads it",
-     "", false, &DtTdbLayerReport::malformedCode},
-    {"codeGiven", "given the code of --code", "", false, &DtTdbLayerReport::codeGiven},
+     "", false, &DtTdbLayerReport::malformedCode, true},
+    {"codeGiven", "given the code of --code", "", false, &DtTdbLayerReport::codeGiven, true},
     {"holesDropped", "with holes, kept without them (an areal feature is one outline)", "", false,
-     &DtTdbLayerReport::holesDropped},
+     &DtTdbLayerReport::holesDropped, false},
 };
 
 std::string countOf(uint64_t count, const char* one) {
@@ -156,7 +157,8 @@ std::string loadLine(const FileLoad& load, const char* madeWord) {
     for (const Outcome& outcome : outcomes) {
         const uint64_t count = total(load, outcome);
         // Codes given with --code were asked for: the JSON counts them, the line need not.
-        if (count == 0 || outcome.count == &DtTdbLayerReport::codeGiven)
+        if (count == 0 || outcome.count == &DtTdbLayerReport::codeGiven ||
+            (outcome.identity && !load.featureReasons))
             continue;
         std::string& list = outcome.madeNothing ? nothing : remarks;
         list += (list.empty() ? "" : "; ") + std::to_string(count) + " " + outcome.text + " (" +
@@ -188,7 +190,7 @@ Json loadJson(const FileLoad& load, const char* madeKey) {
         Json reasons = Json::object();
         for (const Outcome& outcome : outcomes) {
             const DtTdbObjectCount& count = layer.report.*outcome.count;
-            if (count.count == 0)
+            if (count.count == 0 || (outcome.identity && !load.featureReasons))
                 continue;
             reasons[outcome.key] = {{"count", count.count}, {"firstFid", count.firstFid}};
             if (outcome.count == &DtTdbLayerReport::malformedCode)

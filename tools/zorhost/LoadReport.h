@@ -53,6 +53,9 @@ struct FileLoad {
     // What was made of the whole file, when it cannot be told per layer (props).
     bool madePerLayer = true;
     uint64_t madeInFile = 0;
+    // Whether an object's id and code decide what it gives (features: yes; props and
+    // values read any point's fields).
+    bool featureReasons = true;
 
     uint64_t objects() const;
     uint64_t made() const;

@@ -161,6 +161,7 @@ bool reportLoads(const MapRequest& request, const MapContent& content, const Loa
         return gaveAll;
     FileLoad load = account.load(request.props);
     load.madePerLayer = false;
+    load.featureReasons = false;
     load.madeInFile = content.props.numProps();
     load.more.push_back(
         {"linesAndAreas", "lines or areas, of which no prop is made", load.linesAndAreas()});

@@ -364,6 +364,7 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
         warnUnmatchedRules(de, request.file, rules, err);
     FileLoad load = account.load(request.file);
     load.madePerLayer = false;
+    load.featureReasons = false;
     load.madeInFile = layer.numProps();
     load.more.push_back(
         {"linesAndAreas", "lines or areas, of which no prop is made", load.linesAndAreas()});

@@ -77,7 +77,8 @@ std::string utmProblem(const std::vector<std::string>& f) {
             return "zone " + f[2] + " and the zone in use, " + f[3] + ", differ";
         if (zone < 0 && hemisphere != 'S')
             return "zone " + f[2] + " is a southern zone, but the hemisphere is " + f[4];
-        if (zone > 0 && (hemisphere == 'S') != (lat < 0.0)) {
+        // On the equator either hemisphere holds.
+        if (zone > 0 && ((hemisphere == 'S' && lat > 0.0) || (hemisphere == 'N' && lat < 0.0))) {
             return "a positive zone lies in its origin's hemisphere (" +
                    std::string(lat < 0.0 ? "S" : "N") + " for latitude " + f[0] +
                    "), but the hemisphere is " + f[4] +

@@ -181,7 +181,7 @@ private:
 
 // The layer's own system, else the one the session gives layers without one.
 const OGRSpatialReference* DtNetworkBuilder::Impl::layerSystem(OGRLayer& layer,
-                                                                std::string& problem) {
+                                                               std::string& problem) {
     const std::string name = layer.GetName();
     if (const OGRSpatialReference* own = layer.GetSpatialRef())
         return own;
@@ -269,8 +269,8 @@ void DtNetworkBuilder::Impl::readPoint(const OGRPoint& point) {
 void DtNetworkBuilder::Impl::readCurve(const OGRSimpleCurve& curve, FeatureType type) {
     const size_t first = reading_.x.size();
     const auto count = static_cast<size_t>(curve.getNumPoints());
-    reading_.objects.push_back({fid_, featureIndex_, rowFor(type), uint32_t(first), uint32_t(count),
-                                type, Whole, false});
+    reading_.objects.push_back(
+        {fid_, featureIndex_, rowFor(type), uint32_t(first), uint32_t(count), type, Whole, false});
     reading_.x.resize(first + count);
     reading_.y.resize(first + count);
     reading_.z.resize(first + count, 0.0);

@@ -273,7 +273,7 @@ int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::os
             FileLoad load = account.load(file);
             load.madePerLayer = false;
             load.featureReasons = false;
-    load.featureReasons = false;
+            load.featureReasons = false;
             load.madeInFile = load.points();
             load.more.push_back({"linesAndAreas", "lines or areas, whose fields are not read",
                                  load.linesAndAreas()});

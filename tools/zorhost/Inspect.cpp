@@ -13,9 +13,9 @@
 
 #include "JsonOutput.h"
 #include "gdalsupport/DtGdalScope.h"
-#include "terrainDbFactory/DtTdbManager.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtFilename.h"
+#include "terrainDbFactory/DtTdbManager.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
 #include "zorUtil/DtCoordinateConverter.h"
@@ -143,8 +143,8 @@ void askParser(DtHeaderParser& parser, InspectResult& result) {
     }
     if (!result.valid) {
         const std::string reason = refusalReason(result.parser, result.path);
-        result.problem = result.parser + " does not accept the file" +
-                         (reason.empty() ? "" : ": " + reason);
+        result.problem =
+            result.parser + " does not accept the file" + (reason.empty() ? "" : ": " + reason);
         return;
     }
     result.coordinateSystem = parser.terrainCoordinateSystem();

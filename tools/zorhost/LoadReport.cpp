@@ -29,8 +29,9 @@ const Outcome outcomes[] = {
      &DtTdbLayerReport::emptyCode, true},
     {"shortCode", "with a one-character feature code, which the engine cannot read", "", true,
      &DtTdbLayerReport::shortCode, true},
-    {"malformedCode", "with a code that is not two letters followed by digits, taken as the "
-                      "engine reads it",
+    {"malformedCode",
+     "with a code that is not two letters followed by digits, taken as the "
+     "engine reads it",
      "", false, &DtTdbLayerReport::malformedCode, true},
     {"codeGiven", "given the code of --code", "", false, &DtTdbLayerReport::codeGiven, true},
     {"holesDropped", "with holes, kept without them (an areal feature is one outline)", "", false,
@@ -62,8 +63,8 @@ std::string firstText(const LayerLoad& layer, const Outcome& outcome) {
     std::string text = "the first is ";
     if (outcome.count == &DtTdbLayerReport::malformedCode)
         text += "\"" + layer.report.firstMalformedCode + "\", ";
-    return text + "feature " + std::to_string(count.firstFid) + " of layer \"" +
-           layer.report.name + "\"";
+    return text + "feature " + std::to_string(count.firstFid) + " of layer \"" + layer.report.name +
+           "\"";
 }
 
 }  // namespace
@@ -197,9 +198,8 @@ Json loadJson(const FileLoad& load, const char* madeKey) {
                 reasons[outcome.key]["firstCode"] = layer.report.firstMalformedCode;
         }
         Json entry = {{"layer", layer.report.name},
-                      {"codeField", layer.report.codeField.empty()
-                                        ? Json(nullptr)
-                                        : Json(layer.report.codeField)},
+                      {"codeField", layer.report.codeField.empty() ? Json(nullptr)
+                                                                   : Json(layer.report.codeField)},
                       {"objects", layer.report.objects}};
         if (load.madePerLayer)
             entry[madeKey] = layer.made;
@@ -211,6 +211,6 @@ Json loadJson(const FileLoad& load, const char* madeKey) {
         if (reason.count > 0)
             reasons[reason.key] = reason.count;
     }
-    return {{"file", load.file},     {"loaded", load.loaded}, {"objects", load.objects()},
+    return {{"file", load.file},    {"loaded", load.loaded}, {"objects", load.objects()},
             {madeKey, load.made()}, {"reasons", reasons},    {"layers", std::move(layers)}};
 }

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <iomanip>
 #include <map>
-#include <set>
 #include <memory>
+#include <set>
 #include <sstream>
 
 #include "EngineReport.h"
@@ -191,8 +191,8 @@ void PropReport::addProp(size_t rule, const DtProp& prop) {
     }
 }
 
-bool PropReport::end(const DtDe& de, const std::vector<std::string>& notes,
-                     const FileLoad& load, std::ostream& err, std::string& error) {
+bool PropReport::end(const DtDe& de, const std::vector<std::string>& notes, const FileLoad& load,
+                     std::ostream& err, std::string& error) {
     std::vector<std::string> said = notes;
     if (unplaced_ > 0) {
         said.push_back(request_.file + ": " + std::to_string(unplaced_) +

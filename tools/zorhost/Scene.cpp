@@ -114,8 +114,7 @@ std::string textProblem(const DtCoordinateSystem& system, const std::string& par
 // The converter's exceptions name their class; a person needs only the reason.
 std::string withoutClassName(const std::string& message) {
     const size_t colon = message.find(": ");
-    if (colon != std::string::npos && message.compare(0, 2, "Dt") == 0 &&
-        message.find(' ') > colon)
+    if (colon != std::string::npos && message.compare(0, 2, "Dt") == 0 && message.find(' ') > colon)
         return message.substr(colon + 2);
     return message;
 }
@@ -135,7 +134,8 @@ SceneProblem fromKindText(const std::string& option, SceneChoice& scene) {
                        "; 'zorhost help scene' explains each kind"};
     }
     if (const std::string problem = textProblem(scene.system, parameters); !problem.empty())
-        return {2, "--scene " + option + ": " + problem + "; 'zorhost help scene' explains each kind"};
+        return {2,
+                "--scene " + option + ": " + problem + "; 'zorhost help scene' explains each kind"};
     scene.origin = "as given";
     return {};
 }
@@ -152,8 +152,7 @@ DtCoordinateSystem utmScene(int zone, bool north) {
 }
 
 // The engine's kind of an OSR system; false with the reason when it has none.
-bool sceneFromSrs(const OGRSpatialReference& srs, DtCoordinateSystem& system,
-                  std::string& reason) {
+bool sceneFromSrs(const OGRSpatialReference& srs, DtCoordinateSystem& system, std::string& reason) {
     if (srs.IsGeocentric() || (srs.IsGeographic() && !srs.IsProjected())) {
         system = DtCoordinateSystem();
         return true;
@@ -191,9 +190,9 @@ bool sceneFromSrs(const OGRSpatialReference& srs, DtCoordinateSystem& system,
 GDALDatasetUniquePtr openData(const std::string& path) {
     DtGdalRegisterOnce();
     const DtGdalMessages quiet(DtGdalMessages::Quiet);
-    return GDALDatasetUniquePtr(static_cast<GDALDataset*>(GDALOpenEx(
-        path.c_str(), GDAL_OF_VECTOR | GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr, nullptr,
-        nullptr)));
+    return GDALDatasetUniquePtr(static_cast<GDALDataset*>(
+        GDALOpenEx(path.c_str(), GDAL_OF_VECTOR | GDAL_OF_RASTER | GDAL_OF_READONLY, nullptr,
+                   nullptr, nullptr)));
 }
 
 // A system --srs gives files without one, or null.
@@ -359,9 +358,10 @@ bool sceneFromSrsText(const std::string& text, DtCoordinateSystem& system, std::
     // A scene text is never a file to read nor an address to fetch.
     const char* const options[] = {"ALLOW_NETWORK_ACCESS=NO", "ALLOW_FILE_ACCESS=NO", nullptr};
     if (text.empty() || srs.SetFromUserInput(text.c_str(), options) != OGRERR_NONE) {
-        reason = "neither a kind of scene (UTM, Lambert, FlatEarth, Geocentric, Geographic, "
-                 "each with its parameters) nor a coordinate system OSR reads (EPSG:n, WKT, a "
-                 "PROJ string); 'zorhost help scene' explains each";
+        reason =
+            "neither a kind of scene (UTM, Lambert, FlatEarth, Geocentric, Geographic, "
+            "each with its parameters) nor a coordinate system OSR reads (EPSG:n, WKT, a "
+            "PROJ string); 'zorhost help scene' explains each";
         return false;
     }
     return sceneFromSrs(srs, system, reason);
@@ -404,8 +404,8 @@ SceneProblem chooseScene(kelZor::DtDe& de, const std::string& option,
     std::string because;
     for (const std::string& reason : why)
         because += (because.empty() ? "" : "; ") + reason;
-    scene.origin = "geocentric: " + (because.empty() ? std::string("no file to take a system from")
-                                                     : because);
+    scene.origin =
+        "geocentric: " + (because.empty() ? std::string("no file to take a system from") : because);
     return {};
 }
 

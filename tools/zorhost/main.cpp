@@ -2,10 +2,10 @@
 // engine does and answers questions about terrain files from the command line.
 #include <sys/stat.h>
 
-#include <CLI/CLI.hpp>
+#include <GeographicLib/Config.h>
 #include <gdal.h>
 #include <ogr_srs_api.h>
-#include <GeographicLib/Config.h>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cstdlib>
@@ -37,7 +37,8 @@ const char* const exitStatuses =
     "gave nothing; 2 on bad usage. 'zorhost help status' lists every case.";
 
 // Every case of the exit status, as the README's table lists them.
-const char* const statusTable = R"(Exit status, for every command. Problems are one line each on stderr, naming the
+const char* const statusTable =
+    R"(Exit status, for every command. Problems are one line each on stderr, naming the
 file; stdout holds only the answer.
 
   0  everything asked was answered
@@ -252,10 +253,11 @@ void addMetaFlight(CLI::App& app, Request& request) {
     describe->add_option("DOC", request.describe.document, "MetaFlight document (.mft)")
         ->required();
     describe->add_flag("--json", request.describe.json, "One JSON object");
-    describe->add_option("--geojson", request.describe.geojson,
-                         "Also write each dataset's coverage outline to OUT as a GeoJSON polygon "
-                         "in WGS84 longitude and latitude, with the properties kind (geometry or "
-                         "virtualTexture), key, name and levels")
+    describe
+        ->add_option("--geojson", request.describe.geojson,
+                     "Also write each dataset's coverage outline to OUT as a GeoJSON polygon "
+                     "in WGS84 longitude and latitude, with the properties kind (geometry or "
+                     "virtualTexture), key, name and levels")
         ->check(geoJsonTarget());
     describe->add_flag("--overwrite", request.describe.overwrite, overwriteHelp);
 
@@ -275,10 +277,11 @@ void addMetaFlight(CLI::App& app, Request& request) {
         ->check(levelValidator());
     tiles->add_flag("--json", request.tiles.json,
                     "A JSON array of objects with the keys level, row, col, center, offset, path");
-    tiles->add_option("--geojson", request.tiles.geojson,
-                      "Also write each tile's footprint to OUT as a GeoJSON polygon of its four "
-                      "corners in WGS84 longitude and latitude, with the properties level, row, "
-                      "col and path")
+    tiles
+        ->add_option("--geojson", request.tiles.geojson,
+                     "Also write each tile's footprint to OUT as a GeoJSON polygon of its four "
+                     "corners in WGS84 longitude and latitude, with the properties level, row, "
+                     "col and path")
         ->check(geoJsonTarget());
     tiles->add_flag("--overwrite", request.tiles.overwrite, overwriteHelp);
 
@@ -314,9 +317,10 @@ void addMetaFlight(CLI::App& app, Request& request) {
                       "\".flt\" of its pattern \".medf\"");
     publish->add_flag("--remove-virtual-texture", request.publish.removeVirtualTexture,
                       "Every VirtualTextureDataset goes");
-    publish->add_option("--switch-distance", request.switchDistance,
-                        "The largest switch distance of each substitutive dataset's table "
-                        "becomes D (metres, not negative)")
+    publish
+        ->add_option("--switch-distance", request.switchDistance,
+                     "The largest switch distance of each substitutive dataset's table "
+                     "becomes D (metres, not negative)")
         ->check(CLI::NonNegativeNumber);
     publish->add_flag("--overwrite", request.publish.overwrite,
                       "Replace OUT when it exists (OUT may be IN)");
@@ -342,9 +346,10 @@ void addFeatures(CLI::App& app, Request& request) {
                        "location, dimensions, headingDegrees (null when not set) or "
                        "vertices, coordinates [x, y, z] in the scene), errors (code, text), "
                        "notes");
-    features->add_option("--geojson", request.features.geojson,
-                         "Also write the features to OUT as GeoJSON, in WGS84 longitude and "
-                         "latitude (and height when the source has heights)")
+    features
+        ->add_option("--geojson", request.features.geojson,
+                     "Also write the features to OUT as GeoJSON, in WGS84 longitude and "
+                     "latitude (and height when the source has heights)")
         ->check(geoJsonTarget());
     features->add_flag("--overwrite", request.features.overwrite, overwriteHelp);
     addLoadOptions(features, request.features.load);
@@ -398,8 +403,9 @@ void addProps(CLI::App& app, Request& request) {
                     "One JSON object: scene, props (rule, name, propType, model, placed, "
                     "position [x, y, z], headingDegrees (null when not placed), orientation "
                     "[x, y, z, w]), rules (rule, added), errors (code, text), notes");
-    props->add_option("--geojson", request.props.geojson,
-                      "Also write the placed props to OUT as GeoJSON points in WGS84")
+    props
+        ->add_option("--geojson", request.props.geojson,
+                     "Also write the placed props to OUT as GeoJSON points in WGS84")
         ->check(geoJsonTarget());
     props->add_flag("--overwrite", request.props.overwrite, overwriteHelp);
     addLoadOptions(props, request.props.load);

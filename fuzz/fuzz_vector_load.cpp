@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -26,6 +27,7 @@
 #include "EsriPrj.h"
 #include "FuzzSupport.h"
 #include "hxutil/DtNotify.h"
+#include "terrainDbFactory/DtTdbLoadSession.h"
 #include "zorCore/DtFeatureAdder.h"
 #include "zorCore/DtFeatureFieldValueReader.h"
 #include "zorTerrain/DtTdbPropAdder.h"
@@ -222,6 +224,19 @@ void addProps(kelZor::DtDe& de, const std::string& path) {
 
 }  // namespace
 
+// Every object a load read is accounted for once: without a geometry, left out, or in
+// the network as a point, line or area.
+void checkReports(const DtTdbLoadSession& session) {
+    for (const DtTdbLoadReport& report : session.reports()) {
+        for (const DtTdbLayerReport& layer : report.layers) {
+            if (layer.objects != layer.noGeometry.count + layer.unplaceable.count + layer.points +
+                                     layer.lines + layer.areas ||
+                layer.endId < layer.firstId)
+                __builtin_trap();
+        }
+    }
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size > 64 * 1024)
         return 0;
@@ -239,6 +254,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
           std::make_pair(kelZor::DtCoordinateConverter::Geocentric, "WGS84")}) {
         de.sharedState().coordinateSystem() = kelZor::DtCoordinateSystem(type, parameters);
         de.clearReportedErrors();
+        // In the geocentric pass a host tool's session names the code field, gives codes
+        // and a system to layers without one, and takes the loads' reports.
+        const bool asTool = std::string(type) == kelZor::DtCoordinateConverter::Geocentric;
+        std::unique_ptr<DtTdbLoadSession> session;
+        if (asTool)
+            session = std::make_unique<DtTdbLoadSession>(
+                DtTdbLoadSession::Options{{"NAM", "ECC"}, "AL020", "EPSG:4326"});
         try {
             addFeatures(de, path);
             readValues(de, path, spells(data, size, "nan") || spells(data, size, "inf"));
@@ -246,6 +268,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         } catch (...) {
             __builtin_trap();  // the engine's calls return; they never throw past themselves
         }
+        if (session)
+            checkReports(*session);
     }
     return 0;
 }

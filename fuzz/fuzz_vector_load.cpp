@@ -226,7 +226,7 @@ void addProps(kelZor::DtDe& de, const std::string& path) {
 
 // Every object a load read is accounted for once: without a geometry, left out, or in
 // the network as a point, line or area.
-void checkReports(const DtTdbLoadSession& session) {
+static void checkReports(const DtTdbLoadSession& session) {
     for (const DtTdbLoadReport& report : session.reports()) {
         for (const DtTdbLayerReport& layer : report.layers) {
             if (layer.objects != layer.noGeometry.count + layer.unplaceable.count + layer.points +

@@ -105,6 +105,20 @@ TEST(ZorhostLoadReport, everyObjectIsAccountedForWithItsReason) {
               std::string::npos)
         << valley.err;
 
+    // A rule that names what no point carries is said, not silently empty.
+    const std::string rules = dir.write("rules.json", R"({"models": {"oak": "oak.flt"},
+        "rules": [{"fields": {"NOPE": "1"}, "model": "oak", "propType": "tree",
+                   "rotationField": "TURN"},
+                  {"fields": {"FACC": "AL020"}, "model": "oak", "propType": "tree"}]})");
+    const ZorhostRun props = zorhost("props " + codes + " --rules " + rules);
+    EXPECT_EQ(props.status, 0) << props.err;
+    EXPECT_NE(props.err.find(codes + ": rule 0 names the field \"NOPE\", which no point has"),
+              std::string::npos)
+        << props.err;
+    EXPECT_NE(props.err.find("rule 0's rotation field \"TURN\" is no field of the points"),
+              std::string::npos);
+    EXPECT_EQ(props.err.find("rule 1"), std::string::npos) << props.err;
+
     // A shapefile without its .prj is used with the system --srs gives it.
     std::remove(dir.file("cities.prj").c_str());
     EXPECT_NE(zorhost("features " + cities + " --code AL020").err.find("has no coordinate system"),

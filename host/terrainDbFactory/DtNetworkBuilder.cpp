@@ -70,6 +70,7 @@ public:
             codes_.fields = session->options().codeFields;
             codes_.given = session->options().code;
             assignedSrs_ = session->options().srs;
+            assigned_ = session->givenSrs();
         }
     }
 
@@ -185,23 +186,17 @@ const OGRSpatialReference* DtNetworkBuilder::Impl::layerSystem(OGRLayer& layer,
     const std::string name = layer.GetName();
     if (const OGRSpatialReference* own = layer.GetSpatialRef())
         return own;
+    if (assigned_)
+        return assigned_.get();
     if (assignedSrs_.empty()) {
         problem = "layer \"" + name +
                   "\" has no coordinate system, so its features cannot be placed (one can be "
                   "given to it)";
-        return nullptr;
+    } else {
+        problem = "the coordinate system given to layers without one (" + assignedSrs_ +
+                  ") is not one OSR reads";
     }
-    if (!assigned_) {
-        auto srs = std::make_unique<OGRSpatialReference>();
-        srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-        if (srs->SetFromUserInput(assignedSrs_.c_str()) != OGRERR_NONE) {
-            problem = "the coordinate system given to layers without one (" + assignedSrs_ +
-                      ") is not one OSR reads";
-            return nullptr;
-        }
-        assigned_ = std::move(srs);
-    }
-    return assigned_.get();
+    return nullptr;
 }
 
 bool DtNetworkBuilder::Impl::prepareLayer(OGRLayer& layer, std::string& problem) {
@@ -225,6 +220,9 @@ bool DtNetworkBuilder::Impl::prepareLayer(OGRLayer& layer, std::string& problem)
     if (columns_->codeField() >= 0)
         layer_.codeField = layer.GetLayerDefn()->GetFieldDefn(columns_->codeField())->GetNameRef();
     layer_.firstId = network_.nextId();
+    layer_.attributes = {"DtFeatureType", "DtFidCode"};
+    for (const DtAttributeTable::Column& column : table_->columns())
+        layer_.attributes.push_back(column.name.c_str());
     return true;
 }
 
@@ -236,7 +234,7 @@ DtNetworkBuilder::Impl::Identity DtNetworkBuilder::Impl::identityOf(const OGRFea
             return CodeGiven;
         return columns_->codeField() < 0 ? NoCodeField : EmptyCode;
     }
-    const std::string code = feature.GetFieldAsString(columns_->codeField());
+    const std::string_view code = feature.GetFieldAsString(columns_->codeField());
     if (code.size() < 2)
         return ShortCode;
     if (DtTdbLoadSession::isWellFormedCode(code))
@@ -462,40 +460,25 @@ void DtNetworkBuilder::Impl::addObject(const PendingObject& object) {
 
 // A placed feature in the layer's report, by its first object.
 void DtNetworkBuilder::Impl::tally(const PendingObject& first) {
-    switch (first.type) {
-        case Point:
-            ++layer_.points;
-            break;
-        case Linear:
-            ++layer_.lines;
-            break;
-        case Areal:
-            ++layer_.areas;
-            break;
-    }
-    switch (first.identity) {
-        case Whole:
-            break;
-        case NoUsableId:
-            layer_.noUsableId.add(first.fid);
-            return;
-        case NoCodeField:
-            layer_.noCodeField.add(first.fid);
-            return;
-        case EmptyCode:
-            layer_.emptyCode.add(first.fid);
-            return;
-        case ShortCode:
-            layer_.shortCode.add(first.fid);
-            return;
-        case MalformedCode:
-            layer_.malformedCode.add(first.fid);
-            break;
-        case CodeGiven:
-            layer_.codeGiven.add(first.fid);
-            break;
-    }
-    if (first.holed)
+    static constexpr uint64_t DtTdbLayerReport::*kinds[] = {
+        &DtTdbLayerReport::points, &DtTdbLayerReport::lines, &DtTdbLayerReport::areas};
+    // In the order of Identity; Whole has no count of its own.
+    static constexpr DtTdbObjectCount DtTdbLayerReport::*identities[] = {
+        nullptr,
+        &DtTdbLayerReport::noUsableId,
+        &DtTdbLayerReport::noCodeField,
+        &DtTdbLayerReport::emptyCode,
+        &DtTdbLayerReport::shortCode,
+        &DtTdbLayerReport::malformedCode,
+        &DtTdbLayerReport::codeGiven,
+    };
+    ++(layer_.*kinds[first.type]);
+    if (identities[first.identity])
+        (layer_.*identities[first.identity]).add(first.fid);
+    // Holes are a feature's remark: only areas the engine makes features of have them.
+    const bool makesFeature =
+        first.identity == Whole || first.identity == MalformedCode || first.identity == CodeGiven;
+    if (first.holed && makesFeature)
         layer_.holesDropped.add(first.fid);
 }
 

@@ -1,5 +1,7 @@
 #include "terrainDbFactory/DtTdbLoadSession.h"
 
+#include <ogr_spatialref.h>
+
 #include <cctype>
 
 namespace {
@@ -33,7 +35,17 @@ void DtTdbLoadSession::addReport(DtTdbLoadReport report) {
     reports_.push_back(std::move(report));
 }
 
-bool DtTdbLoadSession::isWellFormedCode(const std::string& code) {
+std::unique_ptr<OGRSpatialReference> DtTdbLoadSession::givenSrs() const {
+    if (options_.srs.empty())
+        return nullptr;
+    auto srs = std::make_unique<OGRSpatialReference>();
+    srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+    if (srs->SetFromUserInput(options_.srs.c_str()) != OGRERR_NONE)
+        return nullptr;
+    return srs;
+}
+
+bool DtTdbLoadSession::isWellFormedCode(std::string_view code) {
     if (code.size() < 3 || !isLetter(code[0]) || !isLetter(code[1]))
         return false;
     for (size_t i = 2; i < code.size(); ++i) {

@@ -14,8 +14,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
+
+class OGRSpatialReference;
 
 // How many objects share one outcome, and the first of them.
 struct DtTdbObjectCount {
@@ -45,6 +49,9 @@ struct DtTdbLayerReport {
     DtTdbObjectCount codeGiven;      // no code of their own: given the session's code
     DtTdbObjectCount holesDropped;   // areas kept without their holes
     std::string firstMalformedCode;
+    // The attribute names the layer's objects carry (fields and the ones the loader
+    // derives), so a tool can tell a rule that names none of them.
+    std::vector<std::string> attributes;
 
     // The network identifiers of the nodes and edges the layer made, [firstId, endId),
     // so a tool can tell which layer made which feature.
@@ -85,8 +92,12 @@ public:
     static DtTdbLoadSession* current();
     void addReport(DtTdbLoadReport report);
 
+    // The system given to layers without one, in longitude-latitude order; null when none
+    // is given or OSR cannot read it.
+    std::unique_ptr<OGRSpatialReference> givenSrs() const;
+
     // Whether `code` reads as a feature code: two letters followed by digits.
-    static bool isWellFormedCode(const std::string& code);
+    static bool isWellFormedCode(std::string_view code);
 
 private:
     Options options_;

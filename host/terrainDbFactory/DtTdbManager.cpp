@@ -169,27 +169,20 @@ Coordinate_System* projectedSystem(const OGRSpatialReference& srs, OGRLayer& lay
     return new Coordinate_System(Coordinate_System::OtherProjected, DtString(own ? own : name));
 }
 
-// The system a load session gives layers without one; false when there is none.
-bool assignedSystem(OGRSpatialReference& srs) {
-    const DtTdbLoadSession* session = DtTdbLoadSession::current();
-    if (!session || session->options().srs.empty())
-        return false;
-    srs.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    return srs.SetFromUserInput(session->options().srs.c_str()) == OGRERR_NONE;
-}
-
 Coordinate_System* vectorSystem(const DtFilename& file, std::string& problem) {
     GDALDatasetUniquePtr dataset = open(file, GDAL_OF_VECTOR, problem);
     if (!dataset)
         return nullptr;
-    OGRSpatialReference assigned;
+    // What a load session gives layers without a system.
+    const DtTdbLoadSession* session = DtTdbLoadSession::current();
+    const std::unique_ptr<OGRSpatialReference> given = session ? session->givenSrs() : nullptr;
     for (OGRLayer* layer : dataset->GetLayers()) {
         // An attribute table has no place, and so no system.
         if (!layer || layer->GetLayerDefn()->GetGeomFieldCount() == 0)
             continue;
         const OGRSpatialReference* srs = layer->GetSpatialRef();
-        if (!srs && assignedSystem(assigned))
-            srs = &assigned;
+        if (!srs)
+            srs = given.get();
         if (!srs)
             continue;
         if (srs->IsProjected())

@@ -51,11 +51,17 @@ const LayerLoad* firstWith(const FileLoad& load, const Outcome& outcome) {
     return nullptr;
 }
 
-uint64_t total(const FileLoad& load, const Outcome& outcome) {
+// The sum over the file's layers of what `count` takes from each.
+template <typename Count>
+uint64_t sumOver(const FileLoad& load, Count count) {
     uint64_t sum = 0;
     for (const LayerLoad& layer : load.layers)
-        sum += (layer.report.*outcome.count).count;
+        sum += count(layer);
     return sum;
+}
+
+uint64_t total(const FileLoad& load, const Outcome& outcome) {
+    return sumOver(load, [&](const LayerLoad& l) { return (l.report.*outcome.count).count; });
 }
 
 std::string firstText(const LayerLoad& layer, const Outcome& outcome) {
@@ -89,33 +95,21 @@ std::string loadOptionsProblem(const LoadOptions& options) {
 }
 
 uint64_t FileLoad::objects() const {
-    uint64_t sum = 0;
-    for (const LayerLoad& layer : layers)
-        sum += layer.report.objects;
-    return sum;
+    return sumOver(*this, [](const LayerLoad& l) { return l.report.objects; });
 }
 
 uint64_t FileLoad::made() const {
     if (!madePerLayer)
         return madeInFile;
-    uint64_t sum = 0;
-    for (const LayerLoad& layer : layers)
-        sum += layer.made;
-    return sum;
+    return sumOver(*this, [](const LayerLoad& l) { return l.made; });
 }
 
 uint64_t FileLoad::points() const {
-    uint64_t sum = 0;
-    for (const LayerLoad& layer : layers)
-        sum += layer.report.points;
-    return sum;
+    return sumOver(*this, [](const LayerLoad& l) { return l.report.points; });
 }
 
 uint64_t FileLoad::linesAndAreas() const {
-    uint64_t sum = 0;
-    for (const LayerLoad& layer : layers)
-        sum += layer.report.lines + layer.report.areas;
-    return sum;
+    return sumOver(*this, [](const LayerLoad& l) { return l.report.lines + l.report.areas; });
 }
 
 void FileLoad::countFeatures(const kelZor::DtFeatureSet& set) {

@@ -165,6 +165,7 @@ bool reportLoads(const MapRequest& request, const MapContent& content, const Loa
     load.madeInFile = content.props.numProps();
     load.more.push_back(
         {"linesAndAreas", "lines or areas, of which no prop is made", load.linesAndAreas()});
+    warnUnmatchedRules(load, content.rules, err);
     if (const std::string line = loadLine(load, "prop"); !line.empty())
         err << "zorhost: " << line << "\n";
     size_t unplaced = 0;

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
-#include <map>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -17,7 +16,6 @@
 #include "kelArchives/DtPropRecord.h"
 #include "matrix/DtAngles.h"
 #include "zorCore/DtDe.h"
-#include "zorCore/DtFeatureFieldValueReader.h"
 #include "zorCore/DtPropAdder.h"
 
 using kelArchives::DtAddPropsRuleRecord;
@@ -284,24 +282,22 @@ void defineModels(DtDe& de, const RulesFile& rules) {
     }
 }
 
-void warnUnmatchedRules(DtDe& de, const std::string& file, const RulesFile& rules,
-                        std::ostream& err) {
-    const kelZor::DtFeatureFieldValueReader* reader =
-        kelZor::DtFeatureFieldValueReaderFactory::instance(de).defaultReader();
-    std::map<std::string, std::set<std::string>> values;
-    if (!reader || !reader->readValuesFromFile(file, values))
-        return;  // the load's own failure is said where the props are added
+void warnUnmatchedRules(const FileLoad& load, const RulesFile& rules, std::ostream& err) {
+    if (!load.loaded)
+        return;                   // the file's own failure is said
+    std::set<std::string> names;  // what the points carry
+    for (const LayerLoad& layer : load.layers) {
+        if (layer.report.points > 0)
+            names.insert(layer.report.attributes.begin(), layer.report.attributes.end());
+    }
     for (size_t i = 0; i < rules.rules.size(); ++i) {
         const DtAddPropsRuleRecord& rule = rules.rules[i];
-        const std::string which = "zorhost: " + file + ": rule " + std::to_string(i);
+        const std::string which = "zorhost: " + load.file + ": rule " + std::to_string(i);
         for (const auto& [field, value] : rule.fieldValueMap()) {
-            const auto found = values.find(field);
-            if (found == values.end())
+            if (names.count(field) == 0)
                 err << which << " names the field \"" << field << "\", which no point has\n";
-            else if (found->second.count(value) == 0)
-                err << which << ": no point has " << field << "=" << value << "\n";
         }
-        if (!rule.rotationField().empty() && values.count(rule.rotationField()) == 0) {
+        if (!rule.rotationField().empty() && names.count(rule.rotationField()) == 0) {
             err << which << "'s rotation field \"" << rule.rotationField()
                 << "\" is no field of the points: its props face heading 0\n";
         }
@@ -360,9 +356,8 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
         report.addRule(i, rules.rules[i], layer, first);
     }
     engine.printProblems(err);
-    if (engine.filesNotLoaded().empty())
-        warnUnmatchedRules(de, request.file, rules, err);
     FileLoad load = account.load(request.file);
+    warnUnmatchedRules(load, rules, err);
     load.madePerLayer = false;
     load.featureReasons = false;
     load.madeInFile = layer.numProps();

@@ -50,10 +50,9 @@ bool addElevationSources(kelZor::DtDe& de, const std::vector<std::string>& dems,
 // The rules file's models made known to the scene.
 void defineModels(kelZor::DtDe& de, const RulesFile& rules);
 
-// What the rules ask of the file that none of its points has: a field, a value, a
-// rotation field; one line each on `err`, naming the file.
-void warnUnmatchedRules(kelZor::DtDe& de, const std::string& file, const RulesFile& rules,
-                        std::ostream& err);
+// What the rules ask of the file's points that none of them has: a field, a rotation
+// field; one line each on `err`, naming the file.
+void warnUnmatchedRules(const FileLoad& load, const RulesFile& rules, std::ostream& err);
 
 // Prints the scene, each prop, the count per rule and the errors the engine was told,
 // and on stderr what the load made nothing of. 2 for a malformed rules file, --scene or

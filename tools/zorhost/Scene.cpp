@@ -195,18 +195,6 @@ GDALDatasetUniquePtr openData(const std::string& path) {
                    nullptr, nullptr)));
 }
 
-// A system --srs gives files without one, or null.
-std::unique_ptr<OGRSpatialReference> assignedSrs() {
-    const DtTdbLoadSession* session = DtTdbLoadSession::current();
-    if (!session || session->options().srs.empty())
-        return nullptr;
-    auto srs = std::make_unique<OGRSpatialReference>();
-    srs->SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
-    if (srs->SetFromUserInput(session->options().srs.c_str()) != OGRERR_NONE)
-        return nullptr;
-    return srs;
-}
-
 // The coordinate system of what GDAL or OGR opens at `path`: its first layer with one,
 // else its raster's; null with the reason when it has none.
 std::unique_ptr<OGRSpatialReference> dataSrs(GDALDataset& dataset, std::string& reason) {
@@ -218,8 +206,11 @@ std::unique_ptr<OGRSpatialReference> dataSrs(GDALDataset& dataset, std::string& 
     }
     if (const OGRSpatialReference* srs = dataset.GetSpatialRef())
         return std::unique_ptr<OGRSpatialReference>(srs->Clone());
-    if (auto assigned = assignedSrs())
-        return assigned;
+    // The system --srs gives files without one.
+    if (const DtTdbLoadSession* session = DtTdbLoadSession::current()) {
+        if (auto given = session->givenSrs())
+            return given;
+    }
     reason = "it has no coordinate system (--srs gives one)";
     return nullptr;
 }

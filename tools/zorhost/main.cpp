@@ -225,6 +225,15 @@ CLI::Validator geoJsonTarget() {
     return CLI::Validator([](std::string& path) { return geoJsonTargetProblem(path); }, "OUT");
 }
 
+const char* const overwriteHelp =
+    "Replace OUT when it exists (never one of the inputs, never a directory)";
+
+// --geojson OUT and --overwrite, as every command that writes GeoJSON takes them.
+void addGeoJsonOutput(CLI::App* command, std::string& path, bool& overwrite, const char* what) {
+    command->add_option("--geojson", path, what)->check(geoJsonTarget());
+    command->add_flag("--overwrite", overwrite, overwriteHelp);
+}
+
 // How the loads read codes and systems, for every command that loads a vector file.
 void addLoadOptions(CLI::App* command, LoadOptions& load) {
     command->add_option("--code-field", load.codeFields,
@@ -238,9 +247,6 @@ void addLoadOptions(CLI::App* command, LoadOptions& load) {
                         "PROJ string), as ogr2ogr's -a_srs does");
 }
 
-const char* const overwriteHelp =
-    "Replace OUT when it exists (never one of the inputs, never a directory)";
-
 void addMetaFlight(CLI::App& app, Request& request) {
     CLI::App* describe =
         command(app, "describe", "The datasets and levels of a MetaFlight document",
@@ -253,13 +259,10 @@ void addMetaFlight(CLI::App& app, Request& request) {
     describe->add_option("DOC", request.describe.document, "MetaFlight document (.mft)")
         ->required();
     describe->add_flag("--json", request.describe.json, "One JSON object");
-    describe
-        ->add_option("--geojson", request.describe.geojson,
+    addGeoJsonOutput(describe, request.describe.geojson, request.describe.overwrite,
                      "Also write each dataset's coverage outline to OUT as a GeoJSON polygon "
                      "in WGS84 longitude and latitude, with the properties kind (geometry or "
-                     "virtualTexture), key, name and levels")
-        ->check(geoJsonTarget());
-    describe->add_flag("--overwrite", request.describe.overwrite, overwriteHelp);
+                     "virtualTexture), key, name and levels");
 
     CLI::App* tiles = command(
         app, "tiles", "Every tile of a MetaFlight geometry dataset: centre, offset and file",
@@ -277,13 +280,10 @@ void addMetaFlight(CLI::App& app, Request& request) {
         ->check(levelValidator());
     tiles->add_flag("--json", request.tiles.json,
                     "A JSON array of objects with the keys level, row, col, center, offset, path");
-    tiles
-        ->add_option("--geojson", request.tiles.geojson,
+    addGeoJsonOutput(tiles, request.tiles.geojson, request.tiles.overwrite,
                      "Also write each tile's footprint to OUT as a GeoJSON polygon of its four "
                      "corners in WGS84 longitude and latitude, with the properties level, row, "
-                     "col and path")
-        ->check(geoJsonTarget());
-    tiles->add_flag("--overwrite", request.tiles.overwrite, overwriteHelp);
+                     "col and path");
 
     CLI::App* convert = command(
         app, "convert", "A position moved between two coordinate systems of a document",
@@ -346,12 +346,9 @@ void addFeatures(CLI::App& app, Request& request) {
                        "location, dimensions, headingDegrees (null when not set) or "
                        "vertices, coordinates [x, y, z] in the scene), errors (code, text), "
                        "notes");
-    features
-        ->add_option("--geojson", request.features.geojson,
+    addGeoJsonOutput(features, request.features.geojson, request.features.overwrite,
                      "Also write the features to OUT as GeoJSON, in WGS84 longitude and "
-                     "latitude (and height when the source has heights)")
-        ->check(geoJsonTarget());
-    features->add_flag("--overwrite", request.features.overwrite, overwriteHelp);
+                     "latitude (and height when the source has heights)");
     addLoadOptions(features, request.features.load);
 }
 
@@ -403,11 +400,8 @@ void addProps(CLI::App& app, Request& request) {
                     "One JSON object: scene, props (rule, name, propType, model, placed, "
                     "position [x, y, z], headingDegrees (null when not placed), orientation "
                     "[x, y, z, w]), rules (rule, added), errors (code, text), notes");
-    props
-        ->add_option("--geojson", request.props.geojson,
-                     "Also write the placed props to OUT as GeoJSON points in WGS84")
-        ->check(geoJsonTarget());
-    props->add_flag("--overwrite", request.props.overwrite, overwriteHelp);
+    addGeoJsonOutput(props, request.props.geojson, request.props.overwrite,
+                     "Also write the placed props to OUT as GeoJSON points in WGS84");
     addLoadOptions(props, request.props.load);
 }
 

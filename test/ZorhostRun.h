@@ -6,6 +6,7 @@
 
 #include <sys/wait.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -34,6 +35,19 @@ inline ZorhostRun zorhost(const std::string& arguments, const std::string& envir
                                 "' 2>'" + dir.file("err") + "'";
     const int raw = std::system(command.c_str());
     return {WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, slurp(dir.file("out")), slurp(dir.file("err"))};
+}
+
+// Runs a shell command (GDAL's and GeographicLib's tools, as a user runs them); its
+// standard output.
+inline std::string shell(const std::string& command) {
+    std::string output;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buffer[512];
+        while (size_t n = std::fread(buffer, 1, sizeof buffer, pipe))
+            output.append(buffer, n);
+        ::pclose(pipe);
+    }
+    return output;
 }
 
 inline size_t countLines(const std::string& text) {

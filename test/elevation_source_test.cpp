@@ -9,9 +9,11 @@
 #include <cmath>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <vector>
 
 #include "TempDir.h"
+#include "hxutil/DtNotify.h"
 #include "zorCore/DtTerrain.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
@@ -131,10 +133,11 @@ TEST(ElevationSource, theClampAnswersFalseWhereItCannotPlace) {
     EXPECT_NO_THROW(EXPECT_FALSE(terrain.clampToTerrain(1, 2, 3, 0, 0, 1, x, y, z)));
 }
 
-// A grid whose header claims more posts than it holds: beyond what a terrain keeps in
-// memory it is refused by its size, below that by its first missing row. A row too long
-// to be read in one piece is read in two, each post where it belongs.
-TEST(ElevationSource, claimedSizesAreCheckedBeforeTheyAreBelieved) {
+// Sources are read a block at a time, never whole: a grid whose header claims ten
+// billion posts is taken, its missing rows cover nothing (said once), and what it has
+// answers; a row of 1.2 million posts lands each post where it belongs; the posts kept
+// stay within the cache's budget however many are read.
+TEST(ElevationSource, sourcesAreReadABlockAtATimeWhateverTheyClaim) {
     TempDir dir;
     // Post (row, column) holds row * 1000 + column % 1000; cells of 0.0001 degrees.
     auto grid = [&dir](const std::string& stem, long columns, long rows, int rowsWritten) {
@@ -154,17 +157,26 @@ TEST(ElevationSource, claimedSizesAreCheckedBeforeTheyAreBelieved) {
         return dir.file(stem + ".asc");
     };
     std::string error;
-    EXPECT_EQ(DtElevationSource::read(grid("huge", 100000, 100000, 1), error), nullptr);
-    EXPECT_NE(error.find("posts are more than a terrain holds"), std::string::npos) << error;
-    error.clear();
-    EXPECT_EQ(DtElevationSource::read(grid("short", 1000, 5000, 2), error), nullptr);
-    EXPECT_NE(error.find("cannot be read"), std::string::npos) << error;
-
-    const auto wide = DtElevationSource::read(grid("wide", 1200000, 2, 2), error);
-    ASSERT_NE(wide, nullptr) << error;
+    const auto huge = DtElevationSource::read(grid("huge", 100000, 100000, 2), error);
+    ASSERT_NE(huge, nullptr) << error;
     double height = -1.0;
+    std::ostringstream warnings;
+    DtWarn.setTarget(&warnings);
+    EXPECT_TRUE(huge->heightAt(0.00055, 9.99995, height));  // row 0, column 5
+    EXPECT_NEAR(height, 5.0, 1e-6);
+    EXPECT_FALSE(huge->heightAt(0.00055, 5.0, height));  // a row the file does not hold
+    EXPECT_FALSE(huge->heightAt(0.00065, 4.0, height));
+    DtWarn.setTarget(nullptr);
+    EXPECT_EQ(warnings.str(), dir.file("huge.asc") +
+                                  ": some of its heights cannot be read: no place there is "
+                                  "covered\n");
+
+    auto cache = std::make_shared<DtPostCache>(size_t(1) << 20);
+    const auto wide = DtElevationSource::read(grid("wide", 1200000, 2, 2), error, cache);
+    ASSERT_NE(wide, nullptr) << error;
     ASSERT_TRUE(wide->heightAt(0.00055, 0.00015, height));  // row 0, column 5
     EXPECT_NEAR(height, 5.0, 1e-6);
     ASSERT_TRUE(wide->heightAt(110.00005, 0.00005, height));  // row 1, column 1100000
     EXPECT_NEAR(height, 1000.0, 1e-6);
+    EXPECT_LE(cache->bytesHeld(), size_t(1200000) * sizeof(float));  // one row's block
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <Eigen/Geometry>
 #include <GeographicLib/Geocentric.hpp>
+#include <GeographicLib/LocalCartesian.hpp>
 #include <GeographicLib/UTMUPS.hpp>
 
 #include <cmath>
@@ -278,9 +279,10 @@ TEST(PropAdder, validPointsAreOffTheOriginAndFitAFloat) {
 }
 
 // One convention in every scene kind: a prop with heading h has its forward axis (the
-// model's y) at azimuth h from north towards east, grid north in a projected scene and
-// GeographicLib's local north in a geocentric one, and its up axis (the model's z) along
-// the local vertical. A heading of 730 is brought once into range, to 370: the same turn
+// model's y) at azimuth h from north towards east, grid north in a map projection and
+// GeographicLib's local north in a geocentric or flat-earth one (the flat frame's axes lean
+// away from the origin, as CartConvert -l's do), and its up axis (the model's z) along the
+// local vertical. A heading of 730 is brought once into range, to 370: the same turn
 // as 10 with the other sign.
 TEST(PropAdder, headingsFaceTheSameWayInEverySceneKind) {
     TempDir dir;
@@ -309,11 +311,14 @@ TEST(PropAdder, headingsFaceTheSameWayInEverySceneKind) {
             const Eigen::Matrix3d axes = axesOf(record);
             Eigen::Vector3d north = Eigen::Vector3d::UnitY(), east = Eigen::Vector3d::UnitX();
             Eigen::Vector3d up = Eigen::Vector3d::UnitZ();
-            if (scene.type() == DtCoordinateConverter::Geocentric) {
-                const double* p = record.position();
-                std::vector<double> m(9);
-                double lat, lon, h;
+            const double* p = record.position();
+            std::vector<double> m(9);
+            double lat, lon, h;
+            if (scene.type() == DtCoordinateConverter::Geocentric)
                 GeographicLib::Geocentric::WGS84().Reverse(p[0], p[1], p[2], lat, lon, h, m);
+            else if (scene.type() == DtCoordinateConverter::FlatEarth)
+                GeographicLib::LocalCartesian(45.0, 9.0).Reverse(p[0], p[1], p[2], lat, lon, h, m);
+            if (!m.empty() && m[0] != 0.0) {
                 east = Eigen::Vector3d(m[0], m[3], m[6]);
                 north = Eigen::Vector3d(m[1], m[4], m[7]);
                 up = Eigen::Vector3d(m[2], m[5], m[8]);

@@ -13,18 +13,6 @@
 
 namespace {
 
-// Runs a shell command; its standard output.
-std::string shell(const std::string& command) {
-    std::string output;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[512];
-        while (size_t n = std::fread(buffer, 1, sizeof buffer, pipe))
-            output.append(buffer, n);
-        ::pclose(pipe);
-    }
-    return output;
-}
-
 // Points from CSV text (lon and lat columns) into `target` through ogr2ogr, in `srs`.
 void ogrPoints(const TempDir& dir, const std::string& csv, const std::string& target,
                const std::string& srs = "EPSG:4326", const std::string& more = "") {

@@ -8,6 +8,7 @@
 
 #include "terrainCS/Coordinate_System.h"
 #include "zorUtil/DtCoordinateConverter.h"
+#include "zorUtil/DtCoordinateSystem.h"
 
 using kelZor::DtCoordinateConverter;
 
@@ -25,7 +26,12 @@ std::unique_ptr<DtCoordinateConverter> DtLayerToScene::sceneConverter(const Coor
         }
         auto converter = std::make_unique<kelZor::DtUtmCoordinateConverter>();
         const bool shifted = utm->originPlacement() == DtUtmCS::OriginAtFrameZero;
-        converter->init(easting, northing, 0.0, utm->zoneNumber(), utm->hemisphere(), shifted);
+        // The system tells the frame's (0, 0); its height is the scene's, which says it.
+        double height = 0.0;
+        if (shifted)
+            kelZor::DtCoordinateSystem::falseOriginHeight(utm->zoneNumber(), utm->hemisphere(),
+                                                          easting, northing, height);
+        converter->init(easting, northing, height, utm->zoneNumber(), utm->hemisphere(), shifted);
         return converter;
     }
     if (const auto* lcc = dynamic_cast<const DtLambertConformalCS*>(cs);

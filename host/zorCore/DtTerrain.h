@@ -1,6 +1,8 @@
 // The scene's terrain: it names props, counts the batches added, and clamps positions
-// to the ground of the elevation sources it was given (DTED cells, GeoTIFF DEMs, read
-// once with GDAL and kept in memory).
+// to the ground of the elevation sources it was given (DTED cells, GeoTIFF DEMs, any
+// raster GDAL reads), which make one surface: heights are interpolated across the seam
+// of abutting sources whose posts line up, the first source listed answers where they
+// overlap, and a place no source has posts around is not covered.
 //
 //   terrain.addElevationSource("n45_e009.dt1", error);
 //   double x, y, z;
@@ -12,40 +14,10 @@
 #include <string>
 #include <vector>
 
+#include "zorCore/DtElevationSource.h"
 #include "zorUtil/DtCoordinateSystem.h"
 
-class GDALRasterBand;
-
 namespace kelZor {
-
-// One elevation raster: heights of its first band in metres (its scale and offset
-// applied), where it lies, and how WGS84 longitude/latitude reach its pixels. Posts GDAL's
-// mask calls invalid (no-data of any data type, NaN) hold none.
-class DtElevationSource {
-public:
-    // Null with the reason in `error` when GDAL cannot read the file as an elevation
-    // raster with a georeference.
-    static std::unique_ptr<DtElevationSource> read(const std::string& path, std::string& error);
-    ~DtElevationSource();
-
-    // The height at a WGS84 position by bilinear interpolation between the four posts
-    // around it; false outside the raster or next to a post without a height. A
-    // geographic raster answers for a longitude in either convention (-180..180, 0..360).
-    bool heightAt(double lonDeg, double latDeg, double& height) const;
-    const std::string& path() const { return path_; }
-
-private:
-    DtElevationSource() = default;
-    struct Georeference;
-    bool readPosts(GDALRasterBand& band, std::string& error);
-    bool toPixel(double lonDeg, double latDeg, double& column, double& row) const;
-
-    std::string path_;
-    int width_ = 0;
-    int height_ = 0;
-    std::vector<float> posts_;  // NaN: no height
-    std::unique_ptr<Georeference> georeference_;
-};
 
 class DtTerrain {
 public:
@@ -56,9 +28,17 @@ public:
 
     // The scene's system, which positions are given in; set by the engine.
     void setCoordinateSystem(const DtCoordinateSystem* system) { system_ = system; }
-    // Adds a source; the first added that covers a position answers for it.
+    // Adds a source; the first added that covers a position answers for it. What a user
+    // should know of its heights (a vertical datum without its grid) goes to DtWarn.
     bool addElevationSource(const std::string& path, std::string& error);
     size_t numElevationSources() const { return sources_.size(); }
+    const DtElevationSource& elevationSource(size_t i) const { return *sources_.at(i); }
+    // The posts the sources have read and keep, in bytes; bounded whatever their size.
+    size_t elevationBytesHeld() const { return cache_->bytesHeld(); }
+
+    // The ground's height above the WGS84 ellipsoid at a WGS84 position; 0 (the
+    // ellipsoid) when the terrain has no source, false where its sources do not cover.
+    bool groundHeight(double lonDeg, double latDeg, double& height) const;
 
     // "<type>_<n>", n counting from 1 per type ("prop" for an empty type).
     virtual std::string generatePropName(const std::string& propType);
@@ -75,11 +55,12 @@ public:
                                 double& outX, double& outY, double& outZ) const;
 
 private:
-    bool groundHeight(double lonDeg, double latDeg, double& height) const;
+    bool heightAcrossSources(double lonDeg, double latDeg, double& height) const;
     bool clampAlong(const DtCoordinateConverter& converter, const DtVector64& start,
                     const DtVector64& up, double& outX, double& outY, double& outZ) const;
 
     const DtCoordinateSystem* system_ = nullptr;
+    std::shared_ptr<DtPostCache> cache_;
     std::vector<std::unique_ptr<DtElevationSource>> sources_;
     std::map<std::string, int> propCounts_;
     int propsAddedCalls_ = 0;

@@ -305,6 +305,13 @@ void DtUtmCoordinateConverter::init(const DtDegMinSec& latitude, const DtDegMinS
     init(latitude.toDegrees(), longitude.toDegrees(), zone, ellipsoidCode);
 }
 
+bool DtUtmCoordinateConverter::falseOrigin(double& x, double& y, double& z) const {
+    x = falseOrigin_[0];
+    y = falseOrigin_[1];
+    z = falseOrigin_[2];
+    return applyFalseOrigin_;
+}
+
 bool DtUtmCoordinateConverter::hasFrameOrigin() const {
     return applyFalseOrigin_ && (falseOrigin_[0] != 0.0 || falseOrigin_[1] != 0.0);
 }
@@ -449,8 +456,15 @@ void DtLambertCoordinateConverter::geocToCig(const DtVector64& geoc, DtVector64&
         DtThrowInvalidInput("Lambert converter with impossible standard parallels");
     double lat, lon, h;
     geodeticOf(geoc, lat, lon, h);
+    // The pole the cone opens towards lies at infinity, which the series give as a huge
+    // finite number; PROJ refuses it within 1e-10 radians, and so does this.
+    const double farPole = projection_->lcc.OriginLatitude() >= 0.0 ? -90.0 : 90.0;
+    if (std::abs(lat - farPole) < DtRad2Deg(1e-10))
+        DtThrowInvalidInput("position at the pole the Lambert cone opens towards");
     double x, y, gamma, k;
     projection_->lcc.Forward(originLonDeg_, lat, lon, x, y, gamma, k);
+    if (!std::isfinite(x) || !std::isfinite(y) || !std::isfinite(h))
+        DtThrowInvalidInput("position outside the Lambert cone's projection");
     cig = DtVector64(x, y - projection_->originNorthing, h);
 }
 
@@ -508,6 +522,10 @@ Eigen::Matrix3d enuAxesAt(const DtVector64& geocentric) {
     return Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(m.data());
 }
 
+DtVector64 vectorOf(const Eigen::Vector3d& v) {
+    return DtVector64(v.x(), v.y(), v.z());
+}
+
 }  // namespace
 
 DtVector64 DtCoordinateConverter::upVector(const DtVector64&) const {
@@ -518,13 +536,57 @@ DtTaitBryan DtCoordinateConverter::nedToLocal(const DtTaitBryan& ned) const {
     return ned;
 }
 
+void DtCoordinateConverter::levelAxes(const DtVector64& position, DtVector64& east,
+                                      DtVector64& north, DtVector64& up) const {
+    east = DtVector64(1.0, 0.0, 0.0);
+    north = DtVector64(0.0, 1.0, 0.0);
+    up = upVector(position);
+}
+
 DtVector64 DtGeocentricCoordinateConverter::upVector(const DtVector64& position) const {
-    const Eigen::Vector3d up = enuAxesAt(position).col(2);
-    return DtVector64(up.x(), up.y(), up.z());
+    return vectorOf(enuAxesAt(position).col(2));
 }
 
 DtTaitBryan DtGeocentricCoordinateConverter::nedToLocal(const DtTaitBryan& ned) const {
     return inSceneAxes(enuAxesAt(reference_), ned);
+}
+
+void DtGeocentricCoordinateConverter::levelAxes(const DtVector64& position, DtVector64& east,
+                                                DtVector64& north, DtVector64& up) const {
+    const Eigen::Matrix3d axes = enuAxesAt(position);
+    east = vectorOf(axes.col(0));
+    north = vectorOf(axes.col(1));
+    up = vectorOf(axes.col(2));
+}
+
+// GeographicLib's local frame at a flat-earth position, its axes turned into the frame of
+// the tangent plane at the origin (whose axes are the origin's local frame).
+namespace {
+
+Eigen::Matrix3d flatEarthLevelAxes(const DtFlatEarthCoordinateConverter& converter,
+                                   const double* enuToGeoc, const DtVector64& position) {
+    DtVector64 geocentric;
+    converter.cigToGeoc(position, geocentric);
+    const Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>> frame(enuToGeoc);
+    return frame.transpose() * enuAxesAt(geocentric);
+}
+
+}  // namespace
+
+DtVector64 DtFlatEarthCoordinateConverter::upVector(const DtVector64& position) const {
+    return vectorOf(flatEarthLevelAxes(*this, enuToGeoc_, position).col(2));
+}
+
+DtTaitBryan DtFlatEarthCoordinateConverter::nedToLocal(const DtTaitBryan& ned) const {
+    return inSceneAxes(flatEarthLevelAxes(*this, enuToGeoc_, reference_), ned);
+}
+
+void DtFlatEarthCoordinateConverter::levelAxes(const DtVector64& position, DtVector64& east,
+                                               DtVector64& north, DtVector64& up) const {
+    const Eigen::Matrix3d axes = flatEarthLevelAxes(*this, enuToGeoc_, position);
+    east = vectorOf(axes.col(0));
+    north = vectorOf(axes.col(1));
+    up = vectorOf(axes.col(2));
 }
 
 }  // namespace kelZor

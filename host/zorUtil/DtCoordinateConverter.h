@@ -14,8 +14,9 @@
 // The UTM and flat-earth texts both begin "<latitude>,<longitude>," in degrees.
 //
 // Conversions that the projection cannot make (a point on a UTM zone's singular meridians,
-// 90 degrees from its centre on the equator; a Lambert set-up with impossible parallels;
-// a position that is not finite) throw DtTemplatedException<-1>.
+// 90 degrees from its centre on the equator; the pole a Lambert cone opens towards; a
+// Lambert set-up with impossible parallels; a position that is not finite) throw
+// DtTemplatedException<-1>.
 #pragma once
 
 #include <cstdint>
@@ -68,11 +69,18 @@ public:
     // radians, as DtEulerToQuaternion.h defines them) to the same orientation as angles
     // about the scene's own axes, so that DtEulerToQuaternionRad of the answer turns the
     // model into the scene, keeping the heading's half-turns in the quaternion's sign.
-    // A projected scene's frame is x east, y north (grid north), z up, and its up is
-    // exactly (0, 0, 1): there the angles stay as they are.
+    // A map projection's frame is x east, y north (grid north), z up, and its up is
+    // exactly (0, 0, 1): there the angles stay as they are. In a geocentric or flat-earth
+    // frame up is the ellipsoid normal at the position, expressed in the frame.
     virtual void setReferencePoint(const DtVector64& position) { reference_ = position; }
     virtual DtVector64 upVector(const DtVector64& position) const;
     virtual DtTaitBryan nedToLocal(const DtTaitBryan& ned) const;
+
+    // The local level frame at a scene position as directions in the scene: east and
+    // north of GeographicLib's local frame (grid east and north in a map projection) and
+    // the up of upVector(). For the host's tools, not for the plug-in.
+    virtual void levelAxes(const DtVector64& position, DtVector64& east, DtVector64& north,
+                           DtVector64& up) const;
 
 protected:
     DtVector64 reference_;
@@ -86,6 +94,8 @@ public:
     // GeographicLib's local frames.
     DtVector64 upVector(const DtVector64& position) const override;
     DtTaitBryan nedToLocal(const DtTaitBryan& ned) const override;
+    void levelAxes(const DtVector64& position, DtVector64& east, DtVector64& north,
+                   DtVector64& up) const override;
     void geocToCig(const DtVector64& geoc, DtVector64& cig) const override { cig = geoc; }
     void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override { geoc = cig; }
 };
@@ -109,6 +119,11 @@ public:
     std::string stringRep() const override;
     void geocToCig(const DtVector64& geoc, DtVector64& cig) const override;
     void cigToGeoc(const DtVector64& cig, DtVector64& geoc) const override;
+    // The frame is the tangent plane at the origin: away from it the local vertical leans.
+    DtVector64 upVector(const DtVector64& position) const override;
+    DtTaitBryan nedToLocal(const DtTaitBryan& ned) const override;
+    void levelAxes(const DtVector64& position, DtVector64& east, DtVector64& north,
+                   DtVector64& up) const override;
     // Origin, radians.
     double lat() const { return DtDeg2Rad(latDeg_); }
     double lon() const { return DtDeg2Rad(lonDeg_); }
@@ -171,6 +186,8 @@ public:
     // The zone given to init, which may be out of range; effectiveZone() is used.
     int32_t zone() const { return zone_; }
     int effectiveZone() const { return effectiveZone_; }
+    // The false origin, when one is applied.
+    bool falseOrigin(double& x, double& y, double& z) const;
     // The origin init was given (or the zone's central meridian on the equator).
     DtDegMinSec originLatitude() const { return convertToDmsLat(originLatDeg_); }
     DtDegMinSec originLongitude() const { return convertToDmsLon(originLonDeg_); }

@@ -22,8 +22,8 @@ public:
     // A copy rebuilds the converter from its text; a move keeps the very converter.
     DtCoordinateSystem(const DtCoordinateSystem& other);
     DtCoordinateSystem& operator=(const DtCoordinateSystem& other);
-    DtCoordinateSystem(DtCoordinateSystem&& other) noexcept = default;
-    DtCoordinateSystem& operator=(DtCoordinateSystem&& other) noexcept = default;
+    DtCoordinateSystem(DtCoordinateSystem&& other) noexcept;
+    DtCoordinateSystem& operator=(DtCoordinateSystem&& other) noexcept;
     virtual ~DtCoordinateSystem();
 
     const std::string& type() const { return type_; }
@@ -33,7 +33,17 @@ public:
     const DtLambertCoordinateConverter* lambertConverter() const;
     const DtFlatEarthCoordinateConverter* flatEarthConverter() const;
 
+    // The height of the false origin of the live UTM systems whose frame is this zone and
+    // hemisphere less this easting and northing (to a millimetre), when they agree on one.
+    // The terrain database is told a scene's frame by its zone and the place of its (0, 0)
+    // alone; its loads take the frame's height from here, so that features stand in the
+    // same frame as what the scene's converter places. Not for the plug-in.
+    static bool falseOriginHeight(int zone, char hemisphere, double easting, double northing,
+                                  double& height);
+
 private:
+    void enrol();
+    void leave();
     std::string type_;
     std::unique_ptr<DtCoordinateConverter> converter_;
 };

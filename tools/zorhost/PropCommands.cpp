@@ -155,14 +155,16 @@ void PropReport::addProp(size_t rule, const DtProp& prop) {
     const Wgs84Position where =
         isPlaced ? sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2])) : Wgs84Position();
     if (output_.array()) {
-        output_.array()->add({{"rule", rule},
-                              {"name", prop.name()},
-                              {"propType", prop.propType()},
-                              {"model", r.modelDefOrNodeAddress()},
-                              {"placed", isPlaced},
-                              {"position", {p[0], p[1], p[2]}},
-                              {"headingDegrees", heading},
-                              {"orientation", {q[0], q[1], q[2], q[3]}}});
+        output_.array()->add(
+            {{"rule", rule},
+             {"name", prop.name()},
+             {"propType", prop.propType()},
+             {"model", r.modelDefOrNodeAddress()},
+             {"placed", isPlaced},
+             {"position", {p[0], p[1], p[2]}},
+             {"wgs84", isPlaced ? Json{where.lon, where.lat, where.height} : Json(nullptr)},
+             {"headingDegrees", heading},
+             {"orientation", {q[0], q[1], q[2], q[3]}}});
     } else if (isPlaced) {
         output_.out() << "  " << prop.name() << "  " << prop.propType() << "  "
                       << r.modelDefOrNodeAddress() << "  at " << metresText(p[0], p[1], p[2])
@@ -262,6 +264,7 @@ kelZor::DtPropAdderCreator* propAdderCreatorFor(DtDe& de, const std::string& fil
 
 bool addElevationSources(DtDe& de, const std::vector<std::string>& dems, std::ostream& err) {
     kelZor::DtTerrain& terrain = de.scene().terrain();
+    const EngineReport notes(de);  // what a source's heights need said (a missing geoid grid)
     for (const std::string& dem : dems) {
         std::string error;
         if (!terrain.addElevationSource(dem, error)) {
@@ -269,6 +272,7 @@ bool addElevationSources(DtDe& de, const std::vector<std::string>& dems, std::os
             return false;
         }
     }
+    notes.printProblems(err);
     return true;
 }
 

@@ -14,7 +14,7 @@ DtVector64 propPosition(const kelArchives::DtPropRecord& record);
 DtVector64 propForward(const kelArchives::DtPropRecord& record);
 
 // The heading the prop faces, in degrees from 0 to 360 from north towards east: grid
-// north in a projected scene; in a geocentric one north of GeographicLib's local frame at
-// its position.
+// north in a map projection; in a geocentric or flat-earth scene north of GeographicLib's
+// local frame at its position.
 double propHeadingDegrees(const kelZor::DtCoordinateSystem& scene,
                           const kelArchives::DtPropRecord& record);

@@ -30,10 +30,17 @@ inline int benchPointCount(int fallback = 1000000) {
 
 // A fresh directory under /tmp, the same for the whole run and for the children that
 // measure peak memory (they find it in ZOR_BENCH_DIR).
+inline bool& directoryInherited() {
+    static bool inherited = false;
+    return inherited;
+}
+
 inline const std::string& directory() {
     static const std::string path = [] {
-        if (const char* inherited = std::getenv("ZOR_BENCH_DIR"))
+        if (const char* inherited = std::getenv("ZOR_BENCH_DIR")) {
+            directoryInherited() = true;
             return std::string(inherited);
+        }
         char pattern[] = "/tmp/zorbench-vector-XXXXXX";
         const std::string made = mkdtemp(pattern);
         setenv("ZOR_BENCH_DIR", made.c_str(), 1);
@@ -42,10 +49,19 @@ inline const std::string& directory() {
     return path;
 }
 
+// Removes the run's directory, unless it was given (ZOR_BENCH_DIR) to keep its files for
+// another run.
+inline void removeDirectory() {
+    if (!directoryInherited())
+        std::filesystem::remove_all(directory());
+}
+
 // A shapefile layer in UTM zone 32 north with three fields (ECC, HGT, KIND) of a few
-// hundred distinct values each; `geometry` makes the i-th feature's shape.
+// hundred distinct values each; `geometry` makes the i-th feature's shape. ECC is AL015
+// on every `al015Every`-th feature, EC030 on the others.
 inline std::string writeShapefile(const std::string& path, int count, OGRwkbGeometryType type,
-                                  const std::function<void(int, OGRFeature&)>& geometry) {
+                                  const std::function<void(int, OGRFeature&)>& geometry,
+                                  int al015Every = 10) {
     if (std::filesystem::exists(path))
         return path;  // written by the parent of this measuring child
     GDALAllRegister();
@@ -62,7 +78,7 @@ inline std::string writeShapefile(const std::string& path, int count, OGRwkbGeom
     OGRFeature feature(layer->GetLayerDefn());
     for (int i = 0; i < count; ++i) {
         geometry(i, feature);
-        feature.SetField("ECC", i % 10 == 0 ? "AL015" : "EC030");
+        feature.SetField("ECC", i % al015Every == 0 ? "AL015" : "EC030");
         feature.SetField("HGT", static_cast<double>(i % 300));
         feature.SetField("KIND", i % 200);
         feature.SetFID(OGRNullFID);
@@ -72,11 +88,16 @@ inline std::string writeShapefile(const std::string& path, int count, OGRwkbGeom
     return path;
 }
 
-inline std::string writePoints(const std::string& path, int count) {
-    return writeShapefile(path, count, wkbPoint, [](int i, OGRFeature& feature) {
-        OGRPoint point(400000.0 + (i % 1000) * 20.0, 5000000.0 + (i / 1000) * 20.0);
-        feature.SetGeometry(&point);
-    });
+// Rows of a thousand points 20 m apart, from (400000, 5000000) northwards, as a survey
+// or a forest's trees come.
+inline std::string writePoints(const std::string& path, int count, int al015Every = 10) {
+    return writeShapefile(
+        path, count, wkbPoint,
+        [](int i, OGRFeature& feature) {
+            OGRPoint point(400000.0 + (i % 1000) * 20.0, 5000000.0 + (i / 1000) * 20.0);
+            feature.SetGeometry(&point);
+        },
+        al015Every);
 }
 
 // Polylines of `vertices` vertices each, none touching another.

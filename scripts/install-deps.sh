@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ make pkg-config
   clang libclang-rt-14-dev clang-format
-  libxml2-dev libgdal-dev gdal-bin libboost-dev
+  libxml2-dev libgdal-dev gdal-bin proj-data libboost-dev
   nlohmann-json3-dev libcli11-dev libeigen3-dev
   libgeographiclib-dev geographiclib-tools libcairo2-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev

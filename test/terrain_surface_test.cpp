@@ -322,6 +322,54 @@ TEST(TerrainSurface, aFalseOriginsHeightIsOneForFeaturesAndProps) {
     EXPECT_NEAR(geojson["features"][0]["geometry"]["coordinates"][2].get<double>(), 650.0, 1e-3);
 }
 
+// A DEM in the scene's own UTM zone is reached by a shift of the plane, not a round trip
+// through latitude and longitude: it must give what the geocentric scene gives (and GDAL's
+// bilinear sample), false origin or not, while a DEM of another zone is still read.
+TEST(TerrainSurface, aDemInTheScenesZoneGivesTheSameHeightsByItsPlane) {
+    TempDir dir;
+    Dem sloped;  // 33N, about 15.1 E 47.0 N, 30 m posts
+    sloped.srs = "EPSG:32633";
+    sloped.width = 40, sloped.height = 40;
+    const double origin[6] = {507000.0, 30.0, 0.0, 5207000.0, 0.0, -30.0};
+    std::copy(origin, origin + 6, sloped.transform);
+    const std::string east = writeDem(dir.file("east.tif"), sloped);
+    Dem west;  // 32N, about 8.9 E 47.0 N, so that its plane is not the scene's
+    west.srs = "EPSG:32632";
+    west.width = 40, west.height = 40;
+    const double westOrigin[6] = {490000.0, 30.0, 0.0, 5207000.0, 0.0, -30.0};
+    std::copy(westOrigin, westOrigin + 6, west.transform);
+    const std::string other = writeDem(dir.file("west.tif"), west);
+
+    const double places[3][2] = {
+        {507345.5, 5206512.25}, {507015.0, 5205845.0}, {490600.0, 5206600.0}};
+    std::vector<TestFeature> trees;
+    std::vector<double> expected;
+    for (int i = 0; i < 3; ++i) {
+        const std::string srs = i < 2 ? "EPSG:32633" : "EPSG:32632";
+        double lon = 0.0, lat = 0.0, h = 0.0;
+        gdalTransform(srs, places[i][0], places[i][1], 0.0, lon, lat, h);
+        std::ostringstream wkt;
+        wkt.precision(17);
+        wkt << "POINT (" << lon << " " << lat << ")";
+        trees.push_back(tree(wkt.str()));
+        expected.push_back(gdalBilinear(i < 2 ? east : other, places[i][0], places[i][1]));
+    }
+    ASSERT_TRUE(writeVector(dir.file("trees.shp"), srsFromEpsg(4326).get(), trees));
+    const std::string rules = dir.write("rules.json", headingRules);
+    for (const std::string scene :
+         {"Geocentric:WGS84", "EPSG:32633", "UTM:47,15,33,33,N,500000,5000000,100,1,0"}) {
+        SCOPED_TRACE(scene);
+        const ZorhostRun run =
+            zorhost("props " + dir.file("trees.shp") + " --rules " + rules + " --terrain " + east +
+                    " --terrain " + other + " --scene " + scene + " --json");
+        ASSERT_EQ(run.status, 0) << run.err;
+        const Json props = Json::parse(run.out)["props"];
+        ASSERT_EQ(props.size(), 3u);
+        for (size_t i = 0; i < 3; ++i)
+            EXPECT_NEAR(props[i]["wgs84"][2].get<double>(), expected[i], 1e-3) << i;
+    }
+}
+
 // Where a scene's projection has no answer the point is left out and counted: a country
 // layer with Antarctica, whose ring runs along the south pole, in a northern Lambert cone;
 // the map's extent comes from what was placed.

@@ -2,21 +2,25 @@
 // where on a vector file's features.
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <string>
 
+#include "tdbutil/DtSymbolString.h"
+
 namespace kelArchives {
 
+// A scene holds millions of props: the type and model texts, which repeat, are symbols
+// (one pointer each), and the record has no virtual table.
 class DtPropRecord {
 public:
     DtPropRecord() = default;
-    DtPropRecord(const DtPropRecord&) = default;
-    DtPropRecord& operator=(const DtPropRecord&) = default;
-    virtual ~DtPropRecord() = default;
 
     void setName(const std::string& v) { name_ = v; }
-    void setPropType(const std::string& v) { propType_ = v; }
-    void setModelDefOrNodeAddress(const std::string& v) { modelDefOrNodeAddress_ = v; }
+    void setPropType(const std::string& v) { propType_ = DtSymbolString(v); }
+    void setModelDefOrNodeAddress(const std::string& v) {
+        modelDefOrNodeAddress_ = DtSymbolString(v);
+    }
     void setIsModelDef(bool v) { isModelDef_ = v; }
     void setPosition(double x, double y, double z) {
         position_[0] = x;
@@ -31,16 +35,24 @@ public:
     }
 
     const std::string& name() const { return name_; }
-    const std::string& propType() const { return propType_; }
-    const std::string& modelDefOrNodeAddress() const { return modelDefOrNodeAddress_; }
+    const std::string& propType() const { return propType_.string(); }
+    const std::string& modelDefOrNodeAddress() const { return modelDefOrNodeAddress_.string(); }
     bool isModelDef() const { return isModelDef_; }
     const double* position() const { return position_; }
     const double* orientation() const { return orientation_; }
 
+    // Model, position and orientation of `other`; name and type stay.
+    void placeAs(const DtPropRecord& other) {
+        modelDefOrNodeAddress_ = other.modelDefOrNodeAddress_;
+        isModelDef_ = other.isModelDef_;
+        std::copy(other.position_, other.position_ + 3, position_);
+        std::copy(other.orientation_, other.orientation_ + 4, orientation_);
+    }
+
 private:
     std::string name_;
-    std::string propType_;
-    std::string modelDefOrNodeAddress_;
+    DtSymbolString propType_;
+    DtSymbolString modelDefOrNodeAddress_;
     bool isModelDef_ = false;
     double position_[3] = {0.0, 0.0, 0.0};
     double orientation_[4] = {0.0, 0.0, 0.0, 1.0};

@@ -10,6 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include <GeographicLib/Geocentric.hpp>
+
 #include "gdalsupport/DtGdalScope.h"
 #include "hxutil/DtNotify.h"
 
@@ -17,7 +19,10 @@ namespace kelZor {
 
 namespace {
 
-constexpr float NoHeight = std::numeric_limits<float>::quiet_NaN();
+// A block's posts as the file holds them (the band's own type, so a 16-bit DEM keeps two
+// bytes a post in the cache), followed by the mask's bytes where a mask decides; empty
+// for a block that could not be read.
+using PostBytes = std::vector<unsigned char>;
 // A natural block above this many posts (a whole image as one strip) is read in windows.
 constexpr size_t MaxNaturalBlockPosts = size_t(1) << 22;
 constexpr int WindowSide = 512;
@@ -87,7 +92,7 @@ double normalLongitude(double lon) {
 struct DtPostCache::Impl {
     struct Block {
         BlockKey key;
-        std::vector<float> posts;
+        PostBytes posts;
     };
     std::mutex mutex;
     size_t budget;
@@ -98,7 +103,7 @@ struct DtPostCache::Impl {
 
     explicit Impl(size_t bytes) : budget(bytes) {}
 
-    const std::vector<float>* find(const BlockKey& key) {
+    const PostBytes* find(const BlockKey& key) {
         const auto found = index.find(key);
         if (found == index.end())
             return nullptr;
@@ -106,8 +111,8 @@ struct DtPostCache::Impl {
         return &found->second->posts;
     }
 
-    const std::vector<float>& insert(const BlockKey& key, std::vector<float> posts) {
-        held += posts.size() * sizeof(float);
+    const PostBytes& insert(const BlockKey& key, PostBytes posts) {
+        held += posts.size();
         blocks.push_front(Block{key, std::move(posts)});
         index[key] = blocks.begin();
         while (held > budget && blocks.size() > 1)
@@ -116,7 +121,7 @@ struct DtPostCache::Impl {
     }
 
     void evict(std::list<Block>::iterator block) {
-        held -= block->posts.size() * sizeof(float);
+        held -= block->posts.size();
         index.erase(block->key);
         blocks.erase(block);
         ++evictions;
@@ -165,6 +170,7 @@ struct DtElevationSource::Impl {
     double west = -HUGE_VAL, south = -HUGE_VAL, east = HUGE_VAL, north = HUGE_VAL;
     double scale = 1.0, offset = 0.0, unit = 1.0;
     GDALDataType type = GDT_Float64;
+    GDALDataType storedType = GDT_Float64;  // the band's, or Float64 for types read seldom
     bool hasNoData = false;
     double noData = 0.0;  // as the band's own type gives it back
     int blockWidth = 0, blockHeight = 0;
@@ -176,10 +182,10 @@ struct DtElevationSource::Impl {
     bool sequential = false;
     long long readThrough = -1;
     long long failedFrom = std::numeric_limits<long long>::max();
-    std::vector<float> noPosts;
+    const PostBytes noPosts;
     std::shared_ptr<DtPostCache> cache;
     // The block read last, valid while the cache has evicted nothing since.
-    const std::vector<float>* lastBlock = nullptr;
+    const PostBytes* lastBlock = nullptr;
     long long lastColumn = -1, lastRow = -1;
     uint64_t lastEvictions = 0;
 
@@ -189,15 +195,19 @@ struct DtElevationSource::Impl {
     void setUpHeights();
     bool locate(double lon, double lat, bool margin, double& column, double& row, double& x,
                 double& y) const;
+    bool locateInPlane(bool margin, double& column, double& row, double& x, double y) const;
+    bool interpolate(double column, double row, double x, double y, double& ground);
     bool inside(double& column, double& row, bool margin) const;
-    bool post(long long column, long long row, float& value);
-    const std::vector<float>& block(long long column, long long row);
-    std::vector<float> readBlock(long long column, long long row, bool* succeeded = nullptr);
-    const std::vector<float>& readInOrder(long long row);
+    bool post(long long column, long long row, double& postHeight);
+    bool value(const PostBytes& posts, size_t i, double& v) const;
+    const PostBytes& block(long long column, long long row);
+    PostBytes readBlock(long long column, long long row, bool* succeeded = nullptr);
+    const PostBytes& readInOrder(long long row);
     void postPlace(long long column, long long row, double& x, double& y) const;
     bool ellipsoidal(double x, double y, double value, double& h) const;
     bool corners(double lon, double lat, bool margin, Corner (&out)[4], long long (&at)[4][2],
                  double& x, double& y) const;
+    void cornersAt(double column, double row, Corner (&out)[4], long long (&at)[4][2]) const;
 };
 
 bool DtElevationSource::Impl::setUpGeoreference(const OGRSpatialReference& srs,
@@ -297,6 +307,19 @@ void DtElevationSource::Impl::setUpHeights() {
     } else if (!(flags & GMF_ALL_VALID)) {
         mask = band->GetMaskBand();
     }
+    switch (type) {
+        case GDT_Byte:
+        case GDT_UInt16:
+        case GDT_Int16:
+        case GDT_UInt32:
+        case GDT_Int32:
+        case GDT_Float32:
+        case GDT_Float64:
+            storedType = type;
+            break;
+        default:
+            storedType = GDT_Float64;  // complex, 64-bit integers: read through RasterIO
+    }
     band->GetBlockSize(&blockWidth, &blockHeight);
     naturalBlocks = blockWidth > 0 && blockHeight > 0 &&
                     static_cast<size_t>(blockWidth) * blockHeight <= MaxNaturalBlockPosts;
@@ -306,7 +329,6 @@ void DtElevationSource::Impl::setUpHeights() {
     const std::string name = driver ? driver : "";
     sequential = (name == "AAIGrid" || name == "GRASSASCIIGrid" || name == "XYZ") &&
                  naturalBlocks && blockWidth == width;
-    noPosts.assign(static_cast<size_t>(blockWidth) * blockHeight, NoHeight);
 }
 
 // Whether post coordinates lie on the posts (within what a round trip through a projection
@@ -337,6 +359,11 @@ bool DtElevationSource::Impl::locate(double lon, double lat, bool margin, double
     y = lat;
     if (fromWgs84 && !fromWgs84->Transform(1, &x, &y))
         return false;
+    return locateInPlane(margin, column, row, x, y);
+}
+
+bool DtElevationSource::Impl::locateInPlane(bool margin, double& column, double& row, double& x,
+                                            double y) const {
     const double* m = inverse;
     // A geographic raster may run 0..360 or -180..180: the turn that lands on it counts.
     for (const double turn : {0.0, 360.0, -360.0}) {
@@ -353,34 +380,28 @@ bool DtElevationSource::Impl::locate(double lon, double lat, bool margin, double
     return false;
 }
 
-std::vector<float> DtElevationSource::Impl::readBlock(long long column, long long row,
-                                                      bool* succeeded) {
+PostBytes DtElevationSource::Impl::readBlock(long long column, long long row, bool* succeeded) {
     const size_t count = static_cast<size_t>(blockWidth) * blockHeight;
-    std::vector<float> posts(count, NoHeight);
+    const size_t size = GDALGetDataTypeSizeBytes(storedType);
+    PostBytes posts(count * size + (mask ? count : 0));
     const int left = static_cast<int>(column * blockWidth),
               top = static_cast<int>(row * blockHeight);
     const int columns = std::min(blockWidth, width - left),
               rows = std::min(blockHeight, height - top);
-    std::vector<double> values(count);
-    std::vector<GByte> valid(mask ? count : 0);
     const DtGdalMessages quiet(DtGdalMessages::Quiet);
     bool read = false;
-    if (naturalBlocks) {
+    if (naturalBlocks && storedType == type) {
         // The block as the file holds it: GDAL's own block cache is not filled.
-        std::vector<GByte> raw(count * GDALGetDataTypeSizeBytes(type));
-        read =
-            band->ReadBlock(static_cast<int>(column), static_cast<int>(row), raw.data()) == CE_None;
-        if (read)
-            GDALCopyWords64(raw.data(), type, GDALGetDataTypeSizeBytes(type), values.data(),
-                            GDT_Float64, sizeof(double), static_cast<GPtrDiff_t>(count));
+        read = band->ReadBlock(static_cast<int>(column), static_cast<int>(row), posts.data()) ==
+               CE_None;
     } else {
-        read = band->RasterIO(GF_Read, left, top, columns, rows, values.data(), columns, rows,
-                              GDT_Float64, sizeof(double),
-                              static_cast<GSpacing>(blockWidth) * sizeof(double)) == CE_None;
+        read = band->RasterIO(GF_Read, left, top, columns, rows, posts.data(), columns, rows,
+                              storedType, static_cast<GSpacing>(size),
+                              static_cast<GSpacing>(size) * blockWidth) == CE_None;
     }
     if (read && mask)
-        read = mask->RasterIO(GF_Read, left, top, columns, rows, valid.data(), columns, rows,
-                              GDT_Byte, 1, blockWidth) == CE_None;
+        read = mask->RasterIO(GF_Read, left, top, columns, rows, posts.data() + count * size,
+                              columns, rows, GDT_Byte, 1, blockWidth) == CE_None;
     if (!read) {
         if (!readFailureSaid)
             DtWarn << path << ": some of its heights cannot be read: no place there is covered"
@@ -388,26 +409,56 @@ std::vector<float> DtElevationSource::Impl::readBlock(long long column, long lon
         readFailureSaid = true;
         if (succeeded)
             *succeeded = false;
-        return posts;
-    }
-    for (int r = 0; r < rows; ++r) {
-        for (int c = 0; c < columns; ++c) {
-            const size_t i = static_cast<size_t>(r) * blockWidth + c;
-            const double v = values[i];
-            if (std::isnan(v) || (hasNoData && v == noData) || (mask && valid[i] == 0))
-                continue;
-            posts[i] = static_cast<float>((v * scale + offset) * unit);
-        }
+        return PostBytes();
     }
     return posts;
 }
 
-const std::vector<float>& DtElevationSource::Impl::block(long long column, long long row) {
+// The value of post `i` of a block, as a double; false for a post without a height.
+bool DtElevationSource::Impl::value(const PostBytes& posts, size_t i, double& v) const {
+    if (posts.empty())
+        return false;
+    const unsigned char* data = posts.data();
+    switch (storedType) {
+        case GDT_Byte:
+            v = data[i];
+            break;
+        case GDT_UInt16:
+            v = reinterpret_cast<const uint16_t*>(data)[i];
+            break;
+        case GDT_Int16:
+            v = reinterpret_cast<const int16_t*>(data)[i];
+            break;
+        case GDT_UInt32:
+            v = reinterpret_cast<const uint32_t*>(data)[i];
+            break;
+        case GDT_Int32:
+            v = reinterpret_cast<const int32_t*>(data)[i];
+            break;
+        case GDT_Float32:
+            v = reinterpret_cast<const float*>(data)[i];
+            break;
+        default:
+            v = reinterpret_cast<const double*>(data)[i];
+            break;
+    }
+    if (std::isnan(v) || (hasNoData && v == noData))
+        return false;
+    if (mask) {
+        const size_t count = static_cast<size_t>(blockWidth) * blockHeight;
+        if (data[count * GDALGetDataTypeSizeBytes(storedType) + i] == 0)
+            return false;
+    }
+    v = (v * scale + offset) * unit;
+    return true;
+}
+
+const PostBytes& DtElevationSource::Impl::block(long long column, long long row) {
     DtPostCache::Impl& cached = blocks();
     if (lastBlock && column == lastColumn && row == lastRow && cached.evictions == lastEvictions)
         return *lastBlock;
     const BlockKey key{this, column, row};
-    const std::vector<float>* found = cached.find(key);
+    const PostBytes* found = cached.find(key);
     if (!found && sequential) {
         for (long long above = readThrough + 1; above < row && above < failedFrom; ++above)
             readInOrder(above);
@@ -425,9 +476,9 @@ const std::vector<float>& DtElevationSource::Impl::block(long long column, long 
 }
 
 // A text grid's row of blocks (one block wide), read after every row above it.
-const std::vector<float>& DtElevationSource::Impl::readInOrder(long long row) {
+const PostBytes& DtElevationSource::Impl::readInOrder(long long row) {
     bool read = true;
-    std::vector<float> posts = readBlock(0, row, &read);
+    PostBytes posts = readBlock(0, row, &read);
     readThrough = std::max(readThrough, row);
     if (!read) {
         failedFrom = std::min(failedFrom, row);
@@ -436,14 +487,14 @@ const std::vector<float>& DtElevationSource::Impl::readInOrder(long long row) {
     return blocks().insert(BlockKey{this, 0, row}, std::move(posts));
 }
 
-bool DtElevationSource::Impl::post(long long column, long long row, float& value) {
+bool DtElevationSource::Impl::post(long long column, long long row, double& postHeight) {
     if (wraps)
         column = ((column % width) + width) % width;
     if (column < 0 || column >= width || row < 0 || row >= height)
         return false;
-    const std::vector<float>& posts = block(column / blockWidth, row / blockHeight);
-    value = posts[static_cast<size_t>(row % blockHeight) * blockWidth + column % blockWidth];
-    return !std::isnan(value);
+    const PostBytes& posts = block(column / blockWidth, row / blockHeight);
+    return value(posts, static_cast<size_t>(row % blockHeight) * blockWidth + column % blockWidth,
+                 postHeight);
 }
 
 void DtElevationSource::Impl::postPlace(long long column, long long row, double& x,
@@ -474,6 +525,12 @@ bool DtElevationSource::Impl::corners(double lon, double lat, bool margin, Corne
     double column = 0.0, row = 0.0;
     if (!locate(lon, lat, margin, column, row, x, y))
         return false;
+    cornersAt(column, row, out, at);
+    return true;
+}
+
+void DtElevationSource::Impl::cornersAt(double column, double row, Corner (&out)[4],
+                                        long long (&at)[4][2]) const {
     double c0 = std::floor(column), r0 = std::floor(row);
     double fc = column - c0, fr = row - r0;
     // On a line of posts the posts beyond it have no share, holes included.
@@ -492,7 +549,26 @@ bool DtElevationSource::Impl::corners(double lon, double lat, bool margin, Corne
         at[i][0] = static_cast<long long>(c0) + (i & 1);
         at[i][1] = static_cast<long long>(r0) + (i >> 1);
     }
-    return true;
+}
+
+// The height at post coordinates within the posts, from the four around, on the ellipsoid.
+bool DtElevationSource::Impl::interpolate(double column, double row, double x, double y,
+                                          double& ground) {
+    Corner corners[4];
+    long long at[4][2];
+    cornersAt(column, row, corners, at);
+    // A post without a height spoils only what it has a share in: on a post, or on the
+    // line between two, the others' holes do not count.
+    double value = 0.0;
+    for (int i = 0; i < 4; ++i) {
+        double post = 0.0;
+        if (corners[i].weight == 0.0)
+            continue;
+        if (!this->post(at[i][0], at[i][1], post))
+            return false;
+        value += corners[i].weight * post;
+    }
+    return ellipsoidal(x, y, value, ground);
 }
 
 DtElevationSource::DtElevationSource() : impl_(std::make_unique<Impl>()) {}
@@ -556,23 +632,49 @@ int DtElevationSource::rows() const {
 bool DtElevationSource::heightAt(double lonDeg, double latDeg, double& height) const {
     Impl& s = *impl_;
     const std::lock_guard<std::mutex> lock(s.blocks().mutex);
-    Corner corners[4];
-    long long at[4][2];
-    double x = 0.0, y = 0.0;
-    if (!s.corners(lonDeg, latDeg, false, corners, at, x, y))
+    double column = 0.0, row = 0.0, x = 0.0, y = 0.0;
+    return s.locate(lonDeg, latDeg, false, column, row, x, y) &&
+           s.interpolate(column, row, x, y, height);
+}
+
+bool DtElevationSource::heightAtSourcePlace(double x, double y, double& height) const {
+    Impl& s = *impl_;
+    const std::lock_guard<std::mutex> lock(s.blocks().mutex);
+    double column = 0.0, row = 0.0;
+    return s.locateInPlane(false, column, row, x, y) && s.interpolate(column, row, x, y, height);
+}
+
+bool DtElevationSource::sceneShift(const DtCoordinateConverter& scene, double& dx,
+                                   double& dy) const {
+    Impl& s = *impl_;
+    const std::lock_guard<std::mutex> lock(s.blocks().mutex);
+    if (s.geographic || !s.toWgs84)
         return false;
-    // A post without a height spoils only what it has a share in: on a post, or on the
-    // line between two, the others' holes do not count.
-    double value = 0.0;
-    for (int i = 0; i < 4; ++i) {
-        float post = 0.0f;
-        if (corners[i].weight == 0.0)
-            continue;
-        if (!s.post(at[i][0], at[i][1], post))
+    const double* t = s.transform;
+    const double probes[5][2] = {{0, 0}, {1, 0}, {0, 1}, {1, 1}, {0.5, 0.5}};
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
+    for (int i = 0; i < 5; ++i) {
+        const double c = probes[i][0] * s.width, r = probes[i][1] * s.height;
+        const double x = t[0] + t[1] * c + t[2] * r, y = t[3] + t[4] * c + t[5] * r;
+        double lon = x, lat = y;
+        if (!s.toWgs84->Transform(1, &lon, &lat) || !(std::abs(lat) <= 90.0))
             return false;
-        value += corners[i].weight * post;
+        double X, Y, Z;
+        GeographicLib::Geocentric::WGS84().Forward(lat, lon, 0.0, X, Y, Z);
+        DtVector64 cig;
+        try {
+            scene.geocToCig(DtVector64(X, Y, Z), cig);
+        } catch (const std::exception&) {
+            return false;
+        }
+        const double sx = x - cig.x(), sy = y - cig.y();
+        if (i == 0) {
+            dx = sx, dy = sy;
+        } else if (!(std::abs(sx - dx) <= 1e-6 && std::abs(sy - dy) <= 1e-6)) {
+            return false;
+        }
     }
-    return s.ellipsoidal(x, y, value, height);
+    return std::isfinite(dx) && std::isfinite(dy);
 }
 
 bool DtElevationSource::cornersAround(double lonDeg, double latDeg, Corner (&corners)[4]) const {
@@ -588,7 +690,7 @@ bool DtElevationSource::cornersAround(double lonDeg, double latDeg, Corner (&cor
             continue;
         double px = 0.0, py = 0.0;
         s.postPlace(at[i][0], at[i][1], px, py);
-        float post = 0.0f;
+        double post = 0.0;
         if (s.post(at[i][0], at[i][1], post) && s.ellipsoidal(px, py, post, corner.height)) {
             corner.known = true;
             continue;
@@ -611,7 +713,7 @@ bool DtElevationSource::heightOfPostAt(double lonDeg, double latDeg, double& hei
     const double c = std::round(column), r = std::round(row);
     if (std::abs(column - c) > PostTolerance || std::abs(row - r) > PostTolerance)
         return false;
-    float post = 0.0f;
+    double post = 0.0;
     const auto ci = static_cast<long long>(c), ri = static_cast<long long>(r);
     double px = 0.0, py = 0.0;
     s.postPlace(ci, ri, px, py);

@@ -27,13 +27,15 @@
 #include <memory>
 #include <string>
 
+#include "zorUtil/DtCoordinateConverter.h"
+
 namespace kelZor {
 
 // The blocks of posts the sources of one terrain have read, up to a budget in bytes, the
 // least recently used block leaving first.
 class DtPostCache {
 public:
-    static constexpr size_t DefaultBudget = size_t(128) << 20;
+    static constexpr size_t DefaultBudget = size_t(48) << 20;
     explicit DtPostCache(size_t budgetBytes = DefaultBudget);
     ~DtPostCache();
     DtPostCache(const DtPostCache&) = delete;
@@ -86,6 +88,14 @@ public:
     // The height of the post at exactly this WGS84 place (to a millionth of a post); false
     // when no post of the source stands there or it has no height.
     bool heightOfPostAt(double lonDeg, double latDeg, double& height) const;
+
+    // A scene whose plane is the source's own up to a shift (a UTM scene over a DEM in its
+    // zone) reaches the posts without a projection: the shift from scene x, y to the
+    // source's, proven on probes over the source's extent to a micrometre; false when the
+    // planes differ.
+    bool sceneShift(const DtCoordinateConverter& scene, double& dx, double& dy) const;
+    // heightAt, for a place given in the source's own plane.
+    bool heightAtSourcePlace(double x, double y, double& height) const;
 
 private:
     DtElevationSource();

@@ -6,13 +6,15 @@
 namespace kelZor {
 
 DtProp::DtProp(DtDe&, DtAgentManagerInterface&, const std::string& propType,
-               const std::string& name)
-    : propType_(propType), name_(name) {}
+               const std::string& name) {
+    record_.setPropType(propType);
+    record_.setName(name);
+}
 
 DtProp::~DtProp() = default;
 
 void DtProp::setFromRecord(const kelArchives::DtPropRecord& record) {
-    record_ = record;
+    record_.placeAs(record);
 }
 
 DtTerrainLayer::~DtTerrainLayer() = default;

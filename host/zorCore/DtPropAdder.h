@@ -28,14 +28,12 @@ public:
     // Position, orientation and model as the record says; type and name stay.
     virtual void setFromRecord(const kelArchives::DtPropRecord& record);
 
-    const std::string& propType() const { return propType_; }
-    const std::string& name() const { return name_; }
+    const std::string& propType() const { return record_.propType(); }
+    const std::string& name() const { return record_.name(); }
     const kelArchives::DtPropRecord& record() const { return record_; }
 
 private:
-    std::string propType_;
-    std::string name_;
-    kelArchives::DtPropRecord record_;
+    kelArchives::DtPropRecord record_;  // its type and name are the prop's
 };
 
 // A layer of the terrain that receives props.

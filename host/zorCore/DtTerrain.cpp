@@ -81,6 +81,17 @@ bool DtTerrain::clampToTerrain(double x, double y, double z, double upX, double 
         return false;
     const DtVector64 up(upX / upLength, upY / upLength, upZ / upLength);
     try {
+        const auto* utm = dynamic_cast<const DtUtmCoordinateConverter*>(converter);
+        if (utm && up == DtVector64(0.0, 0.0, 1.0) && !sources_.empty()) {
+            double ground = 0.0;
+            const Clamp clamp = clampInSourcePlanes(*utm, DtVector64(x, y, z), ground);
+            if (clamp == Clamp::Placed) {
+                outX = x, outY = y, outZ = ground;
+                return true;
+            }
+            if (clamp == Clamp::NotCovered)
+                return false;
+        }
         return clampAlong(*converter, DtVector64(x, y, z), up, outX, outY, outZ);
     } catch (const std::exception&) {
         return false;  // the scene's converter cannot place the position
@@ -114,6 +125,66 @@ bool DtTerrain::clampAlong(const DtCoordinateConverter& converter, const DtVecto
     outY = point.y();
     outZ = point.z();
     return true;
+}
+
+// Straight down in a UTM scene over DEMs in its own zone: the posts are reached by a
+// shift of the scene's easting and northing, without the projection's round trip. Any
+// other source is asked by latitude and longitude, in its turn.
+DtTerrain::Clamp DtTerrain::clampInSourcePlanes(const DtUtmCoordinateConverter& utm,
+                                                const DtVector64& start, double& outZ) const {
+    const std::vector<std::optional<std::pair<double, double>>> shifts = planeShifts(utm);
+    double falseX, falseY, falseZ;
+    const double heightOffset = utm.falseOrigin(falseX, falseY, falseZ) ? falseZ : 0.0;
+    bool located = false;
+    double lat = 0.0, lon = 0.0, height = 0.0, ground = 0.0;
+    auto locate = [&] {
+        if (!located)
+            utm.cigToGeodetic(start, lat, lon, height);
+        located = true;
+    };
+    for (size_t i = 0; i < sources_.size(); ++i) {
+        if (!shifts[i]) {
+            locate();
+            if (sources_[i]->heightAt(lon, lat, ground))
+                break;
+        } else if (sources_[i]->heightAtSourcePlace(start.x() + shifts[i]->first,
+                                                    start.y() + shifts[i]->second, ground)) {
+            break;
+        }
+        if (i + 1 == sources_.size()) {
+            locate();
+            if (!heightAcrossSources(lon, lat, ground))
+                return Clamp::NotCovered;
+        }
+    }
+    outZ = ground - heightOffset;
+    return std::isfinite(outZ) ? Clamp::Placed : Clamp::NotCovered;
+}
+
+std::vector<std::optional<std::pair<double, double>>> DtTerrain::planeShifts(
+    const DtUtmCoordinateConverter& utm) const {
+    double falseOrigin[3];
+    const bool applied = utm.falseOrigin(falseOrigin[0], falseOrigin[1], falseOrigin[2]);
+    const std::lock_guard<std::mutex> lock(shiftsMutex_);
+    PlaneShifts& known = shifts_;
+    if (!known.known || known.zone != utm.effectiveZone() || known.hemisphere != utm.hemisphere() ||
+        known.applied != applied || !std::equal(falseOrigin, falseOrigin + 3, known.falseOrigin) ||
+        known.shifts.size() != sources_.size()) {
+        known.known = true;
+        known.zone = utm.effectiveZone();
+        known.hemisphere = utm.hemisphere();
+        known.applied = applied;
+        std::copy(falseOrigin, falseOrigin + 3, known.falseOrigin);
+        known.shifts.clear();
+        for (const auto& source : sources_) {
+            double dx = 0.0, dy = 0.0;
+            if (source->sceneShift(utm, dx, dy))
+                known.shifts.emplace_back(std::make_pair(dx, dy));
+            else
+                known.shifts.emplace_back(std::nullopt);
+        }
+    }
+    return known.shifts;
 }
 
 }  // namespace kelZor

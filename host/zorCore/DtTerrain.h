@@ -11,6 +11,8 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,13 +57,31 @@ public:
                                 double& outX, double& outY, double& outZ) const;
 
 private:
+    // A UTM scene and the shifts that take its plane to each source's own, where that is
+    // the same projection (nullopt where it is not).
+    struct PlaneShifts {
+        bool known = false;
+        int zone = 0;
+        char hemisphere = 'N';
+        double falseOrigin[3] = {0.0, 0.0, 0.0};
+        bool applied = false;
+        std::vector<std::optional<std::pair<double, double>>> shifts;
+    };
+    enum class Clamp { NotStraight, Placed, NotCovered };
+
     bool heightAcrossSources(double lonDeg, double latDeg, double& height) const;
     bool clampAlong(const DtCoordinateConverter& converter, const DtVector64& start,
                     const DtVector64& up, double& outX, double& outY, double& outZ) const;
+    Clamp clampInSourcePlanes(const DtUtmCoordinateConverter& utm, const DtVector64& start,
+                              double& outZ) const;
+    std::vector<std::optional<std::pair<double, double>>> planeShifts(
+        const DtUtmCoordinateConverter& utm) const;
 
     const DtCoordinateSystem* system_ = nullptr;
     std::shared_ptr<DtPostCache> cache_;
     std::vector<std::unique_ptr<DtElevationSource>> sources_;
+    mutable std::mutex shiftsMutex_;
+    mutable PlaneShifts shifts_;
     std::map<std::string, int> propCounts_;
     int propsAddedCalls_ = 0;
 };

@@ -1,7 +1,10 @@
 #include "MapCanvas.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <limits>
+#include <set>
 
 #include "JsonOutput.h"
 
@@ -115,15 +118,17 @@ MapCanvas::MapCanvas(const MapGrid& grid)
     : grid_(grid),
       surface_(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, grid.width, grid.height),
                cairo_surface_destroy),
+      ground_(nullptr, cairo_surface_destroy),
+      picture_(nullptr, cairo_surface_destroy),
       cairo_(cairo_create(surface_.get()), cairo_destroy),
       cellColumns_((grid.width + pointCell - 1) / pointCell),
       cellRows_((grid.height + pointCell - 1) / pointCell) {
     std::string problem;
     if (!ok(problem))
         return;
+    // Marks go on a layer of their own over the ground, so that what they cover can be
+    // told from the ground when the furniture looks for room.
     occupied_.assign(static_cast<size_t>(cellColumns_) * cellRows_, 0);
-    setColour(mapBackground);
-    cairo_paint(cairo_.get());
     cairo_set_line_join(cairo_.get(), CAIRO_LINE_JOIN_ROUND);
     cairo_set_line_cap(cairo_.get(), CAIRO_LINE_CAP_ROUND);
 }
@@ -145,13 +150,16 @@ void MapCanvas::setColour(const MapColour& c, double alpha) {
 void MapCanvas::paintGround(const std::vector<uint32_t>& pixels) {
     if (pixels.size() != static_cast<size_t>(grid_.width) * grid_.height)
         return;
-    // Cairo reads the pixels in place; ARGB32 rows are whole 32-bit words, no padding.
-    cairo_surface_t* ground = cairo_image_surface_create_for_data(
-        reinterpret_cast<unsigned char*>(const_cast<uint32_t*>(pixels.data())), CAIRO_FORMAT_ARGB32,
-        grid_.width, grid_.height, grid_.width * 4);
-    cairo_set_source_surface(cairo_.get(), ground, 0.0, 0.0);
-    cairo_paint(cairo_.get());
-    cairo_surface_destroy(ground);
+    ground_.reset(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, grid_.width, grid_.height));
+    if (cairo_surface_status(ground_.get()) != CAIRO_STATUS_SUCCESS)
+        return;
+    cairo_surface_flush(ground_.get());
+    unsigned char* data = cairo_image_surface_get_data(ground_.get());
+    const int stride = cairo_image_surface_get_stride(ground_.get());
+    for (int row = 0; row < grid_.height; ++row)
+        std::copy_n(pixels.data() + static_cast<size_t>(row) * grid_.width, grid_.width,
+                    reinterpret_cast<uint32_t*>(data + static_cast<size_t>(row) * stride));
+    cairo_surface_mark_dirty(ground_.get());
 }
 
 // The vertices in pixels, those that are not finite left out.
@@ -166,12 +174,17 @@ std::vector<MapPixel> MapCanvas::pixelsOf(const std::vector<PlanePoint>& vertice
     return pixels;
 }
 
-void MapCanvas::outlinePath(const std::vector<PlanePoint>& outline) {
+void MapCanvas::outlinePath(const std::vector<PlanePoint>& outline, bool crisp) {
     const ClipBox box{-clipMargin, -clipMargin, grid_.width + clipMargin,
                       grid_.height + clipMargin};
     cairo_new_path(cairo_.get());
-    for (const MapPixel& p : clipPolygon(pixelsOf(outline), box))
-        cairo_line_to(cairo_.get(), p.x, p.y);
+    for (const MapPixel& p : clipPolygon(pixelsOf(outline), box)) {
+        // A thin line through pixel centres covers whole pixels rather than two halves.
+        if (crisp)
+            cairo_line_to(cairo_.get(), std::floor(p.x) + 0.5, std::floor(p.y) + 0.5);
+        else
+            cairo_line_to(cairo_.get(), p.x, p.y);
+    }
     cairo_close_path(cairo_.get());
 }
 
@@ -275,7 +288,7 @@ bool MapCanvas::prop(const PlanePoint& where, const PlanePoint& ahead, const Map
 void MapCanvas::tile(const PlanePoint corners[4], const std::string& label) {
     const std::vector<PlanePoint> outline(corners, corners + 4);
     // A pale casing under a dark line: seen on dark ground and light alike.
-    outlinePath(outline);
+    outlinePath(outline, true);
     cairo_set_source_rgba(cairo_.get(), 1, 1, 1, 0.6);
     cairo_set_line_width(cairo_.get(), 3.0);
     cairo_stroke_preserve(cairo_.get());
@@ -302,6 +315,25 @@ void MapCanvas::tile(const PlanePoint corners[4], const std::string& label) {
         labels_.push_back({cx, cy, label});
 }
 
+void MapCanvas::tileCoverage(const std::vector<PlanePoint>& outline) {
+    outlinePath(outline);
+    setColour(tileLineColour, 0.12);
+    cairo_fill_preserve(cairo_.get());
+    cairo_set_source_rgba(cairo_.get(), 1, 1, 1, 0.6);
+    cairo_set_line_width(cairo_.get(), 3.0);
+    cairo_stroke_preserve(cairo_.get());
+    setColour(tileLineColour, 0.9);
+    cairo_set_line_width(cairo_.get(), 1.5);
+    cairo_stroke(cairo_.get());
+}
+
+void MapCanvas::tileLine(const std::vector<PlanePoint>& vertices) {
+    linePath(vertices);
+    setColour(tileLineColour, 0.7);
+    cairo_set_line_width(cairo_.get(), 0.8);
+    cairo_stroke(cairo_.get());
+}
+
 void MapCanvas::labelTiles() {
     cairo_t* cr = cairo_.get();
     cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
@@ -322,116 +354,333 @@ void MapCanvas::labelTiles() {
     labels_.clear();
 }
 
-void MapCanvas::legend(const std::vector<LegendEntry>& entries) {
-    if (entries.empty())
-        return;
-    cairo_t* cr = cairo_.get();
-    cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
-    cairo_set_font_size(cr, 11.0);
-    const double rowHeight = 15.0, swatch = 22.0, pad = 6.0;
-    double widest = 0.0;
-    std::vector<std::string> texts;
-    for (const LegendEntry& entry : entries) {
-        texts.push_back(printable(entry.text));
-        cairo_text_extents_t extents;
-        cairo_text_extents(cr, texts.back().c_str(), &extents);
-        widest = std::max(widest, extents.x_advance);
-    }
-    const double width = pad * 2 + swatch + widest;
-    const double height = pad * 2 + rowHeight * entries.size();
-    const double left = 8.0, top = grid_.height - 22.0 - height;
+// ---------------------------------------------------------------- furniture
+
+namespace {
+
+const double framePad = 8.0;       // between the frame's edge and a corner's furniture
+const double legendRow = 15.0;     // pixels a legend line takes
+const double legendSwatch = 22.0;  // the swatch's room before a legend line's text
+const double legendPad = 6.0;
+const double arrowWidth = 40.0, arrowHeight = 56.0;
+const double footRow = 14.0;  // the scene's line under the scale bar
+
+// A legend line's swatch, as the mark it stands for looks in the frame.
+void drawSwatch(cairo_t* cr, const LegendEntry& e, const std::vector<MapColour>& ramp, double x,
+                double y) {
+    auto colour = [cr](const MapColour& c, double alpha = 1.0) {
+        cairo_set_source_rgba(cr, c.r, c.g, c.b, alpha);
+    };
     cairo_new_path(cr);
-    cairo_rectangle(cr, left, top, width, height);
-    cairo_set_source_rgba(cr, 1, 1, 1, 0.85);
-    cairo_fill(cr);
-    for (size_t i = 0; i < entries.size(); ++i) {
-        const LegendEntry& e = entries[i];
-        const double x = left + pad, y = top + pad + rowHeight * i + rowHeight / 2;
-        cairo_new_path(cr);
-        switch (e.swatch) {
-            case LegendEntry::Point:
-                cairo_arc(cr, x + 8, y, markerRadius, 0, 2 * M_PI);
-                setColour(e.colour);
-                cairo_fill(cr);
+    switch (e.swatch) {
+        case LegendEntry::Point:
+            cairo_arc(cr, x + 8, y, markerRadius, 0, 2 * M_PI);
+            colour(e.colour);
+            cairo_fill(cr);
+            break;
+        case LegendEntry::Line:
+        case LegendEntry::Tile:
+            cairo_move_to(cr, x, y);
+            cairo_line_to(cr, x + 16, y);
+            colour(e.colour);
+            cairo_set_line_width(cr, e.swatch == LegendEntry::Line ? 1.8 : 1.0);
+            cairo_stroke(cr);
+            break;
+        case LegendEntry::Area:
+            cairo_rectangle(cr, x, y - 5, 16, 10);
+            colour(e.colour, 0.35);
+            cairo_fill_preserve(cr);
+            colour(e.colour);
+            cairo_set_line_width(cr, 1.2);
+            cairo_stroke(cr);
+            break;
+        case LegendEntry::Prop:
+            cairo_rectangle(cr, x + 8 - propHalfSide, y - propHalfSide, 2 * propHalfSide,
+                            2 * propHalfSide);
+            colour(e.colour);
+            cairo_fill(cr);
+            break;
+        case LegendEntry::Ramp: {
+            if (ramp.empty())
                 break;
-            case LegendEntry::Line:
-            case LegendEntry::Tile:
-                cairo_move_to(cr, x, y);
-                cairo_line_to(cr, x + 16, y);
-                setColour(e.colour);
-                cairo_set_line_width(cr, e.swatch == LegendEntry::Line ? 1.8 : 1.0);
-                cairo_stroke(cr);
-                break;
-            case LegendEntry::Area:
-                cairo_rectangle(cr, x, y - 5, 16, 10);
-                setColour(e.colour, 0.35);
-                cairo_fill_preserve(cr);
-                setColour(e.colour);
-                cairo_set_line_width(cr, 1.2);
-                cairo_stroke(cr);
-                break;
-            case LegendEntry::Prop:
-                cairo_rectangle(cr, x + 8 - propHalfSide, y - propHalfSide, 2 * propHalfSide,
-                                2 * propHalfSide);
-                setColour(e.colour);
-                cairo_fill(cr);
-                break;
-            case LegendEntry::Ramp: {
-                cairo_pattern_t* ramp = cairo_pattern_create_linear(x, 0, x + 16, 0);
-                for (double t = 0.0; t <= 1.0; t += 0.25) {
-                    const MapColour c = elevationColour(t);
-                    cairo_pattern_add_color_stop_rgb(ramp, t, c.r, c.g, c.b);
-                }
-                cairo_rectangle(cr, x, y - 5, 16, 10);
-                cairo_set_source(cr, ramp);
-                cairo_fill(cr);
-                cairo_pattern_destroy(ramp);
-                break;
+            cairo_pattern_t* pattern = cairo_pattern_create_linear(x, 0, x + 16, 0);
+            for (size_t i = 0; i < ramp.size(); ++i) {
+                const double at = ramp.size() > 1 ? static_cast<double>(i) / (ramp.size() - 1) : 0;
+                cairo_pattern_add_color_stop_rgb(pattern, at, ramp[i].r, ramp[i].g, ramp[i].b);
             }
-            case LegendEntry::None:
-                break;
+            cairo_rectangle(cr, x, y - 5, 16, 10);
+            cairo_set_source(cr, pattern);
+            cairo_fill(cr);
+            cairo_pattern_destroy(pattern);
+            break;
         }
-        cairo_move_to(cr, x + swatch, y + 4);
-        setColour(inkColour);
-        cairo_show_text(cr, texts[i].c_str());
+        case LegendEntry::None:
+            break;
     }
 }
 
-void MapCanvas::furniture(const Furniture& furniture) {
+const double footWidest = 260.0;  // pixels: the scene's line wraps beyond
+
+// Lines of at most `width` pixels in the current font, broken after a space or a comma
+// (a scene's numbers are comma separated); a word longer than a line is left whole.
+std::vector<std::string> wrapped(cairo_t* cr, const std::string& text, double width) {
+    std::vector<std::string> lines;
+    std::string line, word;
+    auto fits = [&](const std::string& candidate) {
+        cairo_text_extents_t extents;
+        cairo_text_extents(cr, candidate.c_str(), &extents);
+        return extents.x_advance <= width;
+    };
+    auto place = [&] {
+        if (!line.empty() && !fits(line + word)) {
+            lines.push_back(line);
+            line.clear();
+        }
+        line += word;
+        word.clear();
+    };
+    for (char c : text) {
+        word += c;
+        if (c == ' ' || c == ',')
+            place();
+    }
+    place();
+    if (!line.empty())
+        lines.push_back(line);
+    return lines;
+}
+
+// Each assignment of the pieces to distinct corners, in order: the first is the pieces'
+// own corners.
+void assignments(size_t pieces, std::vector<std::vector<int>>& out) {
+    std::vector<int> corners = {0, 1, 2, 3};
+    do {
+        std::vector<int> chosen(corners.begin(), corners.begin() + pieces);
+        if (std::find(out.begin(), out.end(), chosen) == out.end())
+            out.push_back(chosen);
+    } while (std::next_permutation(corners.begin(), corners.end()));
+}
+
+}  // namespace
+
+const char* legendPlacementName(LegendPlacement placement) {
+    switch (placement) {
+        case LegendPlacement::Outside:
+            return "outside";
+        case LegendPlacement::Corner:
+            return "corner";
+        case LegendPlacement::None:
+            return "none";
+        default:
+            return "auto";
+    }
+}
+
+void MapCanvas::measure(const Furniture& furniture, std::vector<Piece>& pieces) {
     cairo_t* cr = cairo_.get();
+    cairo_text_extents_t extents;
     const std::string title = printable(furniture.title);
     if (!title.empty()) {
         cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
         cairo_set_font_size(cr, 15.0);
-        cairo_text_extents_t extents;
         cairo_text_extents(cr, title.c_str(), &extents);
-        cairo_new_path(cr);
-        cairo_rectangle(cr, 8, 8, extents.x_advance + 12, 24);
-        cairo_set_source_rgba(cr, 1, 1, 1, 0.85);
-        cairo_fill(cr);
-        cairo_move_to(cr, 14, 25);
-        setColour(inkColour);
-        cairo_show_text(cr, title.c_str());
+        pieces.push_back({Piece::Title, extents.x_advance + 12, 24, 0});
     }
-    const std::string scene = printable(furniture.sceneText);
+    pieces.push_back({Piece::NorthArrow, arrowWidth, arrowHeight, 1});
+    if (furniture.placement != LegendPlacement::None && !furniture.legend.empty()) {
+        cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+        cairo_set_font_size(cr, 11.0);
+        double widest = 0.0;
+        for (const LegendEntry& entry : furniture.legend) {
+            cairo_text_extents(cr, printable(entry.text).c_str(), &extents);
+            widest = std::max(widest, extents.x_advance);
+        }
+        pieces.push_back({Piece::Legend, legendPad * 2 + legendSwatch + widest,
+                          legendPad * 2 + legendRow * furniture.legend.size(), 2});
+    }
     cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(cr, 9.0);
-    cairo_text_extents_t extents;
-    cairo_text_extents(cr, scene.c_str(), &extents);
-    cairo_new_path(cr);
-    cairo_rectangle(cr, 0, grid_.height - 16, extents.x_advance + 16, 16);
-    cairo_set_source_rgba(cr, 1, 1, 1, 0.85);
-    cairo_fill(cr);
-    cairo_move_to(cr, 8, grid_.height - 5);
-    setColour(inkColour);
-    cairo_show_text(cr, scene.c_str());
-    northArrow(furniture);
-    scaleBar(furniture);
+    const double bar = scaleBarLength(furniture) + 12;
+    const double width = std::max(bar, footWidest);
+    double widest = 0.0;
+    sceneLines_ = wrapped(cr, printable(furniture.sceneText), width - 12);
+    for (const std::string& line : sceneLines_) {
+        cairo_text_extents(cr, line.c_str(), &extents);
+        widest = std::max(widest, extents.x_advance);
+    }
+    pieces.push_back(
+        {Piece::Foot, std::max(bar, widest + 12), 28 + footRow * sceneLines_.size(), 3});
 }
 
-void MapCanvas::northArrow(const Furniture& furniture) {
-    cairo_t* cr = cairo_.get();
-    const double x = grid_.width - 26.0, y = 14.0;
+// Pixels of placed marks a box of the frame would hide.
+size_t MapCanvas::marksUnder(double left, double top, double width, double height) const {
+    const int x0 = std::max(0, static_cast<int>(std::floor(left)));
+    const int y0 = std::max(0, static_cast<int>(std::floor(top)));
+    const int x1 = std::min(grid_.width, static_cast<int>(std::ceil(left + width)));
+    const int y1 = std::min(grid_.height, static_cast<int>(std::ceil(top + height)));
+    cairo_surface_flush(surface_.get());
+    const unsigned char* data = cairo_image_surface_get_data(surface_.get());
+    const int stride = cairo_image_surface_get_stride(surface_.get());
+    size_t count = 0;
+    for (int y = y0; y < y1; ++y) {
+        const uint32_t* row =
+            reinterpret_cast<const uint32_t*>(data + static_cast<size_t>(y) * stride);
+        for (int x = x0; x < x1; ++x)
+            count += (row[x] >> 24) >= 24 ? 1 : 0;  // faint halos and casings do not count
+    }
+    return count;
+}
+
+void MapCanvas::cornerOf(const Piece& piece, int corner, double& left, double& top) const {
+    left = corner % 2 == 0 ? framePad : grid_.width - framePad - piece.width;
+    top = corner < 2 ? framePad : grid_.height - framePad - piece.height;
+}
+
+// The corners that hide the fewest marks; `hidden` is how many they hide, or more than
+// any picture has when a piece does not fit the frame.
+std::vector<int> MapCanvas::bestCorners(const std::vector<Piece>& pieces, size_t& hidden) const {
+    const size_t tooLarge = std::numeric_limits<size_t>::max() / 8;
+    std::vector<std::array<size_t, 4>> cost(pieces.size());
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        for (int corner = 0; corner < 4; ++corner) {
+            double left, top;
+            cornerOf(pieces[i], corner, left, top);
+            const bool fits = left >= 0 && top >= 0 &&
+                              pieces[i].width + 2 * framePad <= grid_.width &&
+                              pieces[i].height + 2 * framePad <= grid_.height;
+            cost[i][corner] =
+                fits ? marksUnder(left, top, pieces[i].width, pieces[i].height) : tooLarge;
+        }
+    }
+    std::vector<std::vector<int>> candidates;
+    std::vector<int> own;
+    for (const Piece& piece : pieces)
+        own.push_back(piece.corner);
+    candidates.push_back(own);
+    assignments(pieces.size(), candidates);
+    std::vector<int> best;
+    hidden = std::numeric_limits<size_t>::max();
+    for (const std::vector<int>& corners : candidates) {
+        std::set<int> distinct(corners.begin(), corners.end());
+        if (distinct.size() != corners.size())
+            continue;
+        size_t total = 0;
+        for (size_t i = 0; i < pieces.size(); ++i)
+            total += cost[i][corners[i]];
+        if (total < hidden) {
+            hidden = total;
+            best = corners;
+        }
+    }
+    return best;
+}
+
+void MapCanvas::finish(const Furniture& furniture) {
+    std::string problem;
+    if (!ok(problem))
+        return;
+    std::vector<Piece> pieces;
+    measure(furniture, pieces);
+    size_t hidden = 0;
+    const std::vector<int> corners = bestCorners(pieces, hidden);
+    outside_ = furniture.placement == LegendPlacement::Outside ||
+               (furniture.placement != LegendPlacement::Corner && hidden > 0);
+    double panelWidth = 0.0, panelHeight = framePad;
+    for (const Piece& piece : pieces) {
+        panelWidth = std::max(panelWidth, piece.width + 2 * framePad);
+        panelHeight += piece.height + framePad;
+    }
+    pictureWidth_ = grid_.width + (outside_ ? static_cast<int>(std::ceil(panelWidth)) : 0);
+    pictureHeight_ =
+        outside_ ? std::max(grid_.height, static_cast<int>(std::ceil(panelHeight))) : grid_.height;
+    picture_.reset(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, pictureWidth_, pictureHeight_));
+    std::unique_ptr<cairo_t, void (*)(cairo_t*)> cr(cairo_create(picture_.get()), cairo_destroy);
+    if (cairo_status(cr.get()) != CAIRO_STATUS_SUCCESS)
+        return;
+    cairo_set_source_rgb(cr.get(), outside_ ? 1.0 : mapBackground.r,
+                         outside_ ? 1.0 : mapBackground.g, outside_ ? 1.0 : mapBackground.b);
+    cairo_paint(cr.get());
+    cairo_rectangle(cr.get(), 0, 0, grid_.width, grid_.height);
+    cairo_set_source_rgb(cr.get(), mapBackground.r, mapBackground.g, mapBackground.b);
+    cairo_fill(cr.get());
+    cairo_surface_flush(surface_.get());
+    if (ground_) {
+        cairo_set_source_surface(cr.get(), ground_.get(), 0, 0);
+        cairo_paint(cr.get());
+    }
+    cairo_set_source_surface(cr.get(), surface_.get(), 0, 0);
+    cairo_paint(cr.get());
+    if (outside_) {
+        // The frame's edge, and the panel beside it.
+        cairo_rectangle(cr.get(), grid_.width + 0.5, 0, 0, pictureHeight_);
+        cairo_set_source_rgb(cr.get(), inkColour.r, inkColour.g, inkColour.b);
+        cairo_set_line_width(cr.get(), 1.0);
+        cairo_stroke(cr.get());
+    }
+    double stacked = framePad;
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        double left, top;
+        if (outside_) {
+            left = grid_.width + framePad;
+            top = stacked;
+            stacked += pieces[i].height + framePad;
+        } else {
+            cornerOf(pieces[i], corners[i], left, top);
+        }
+        drawPiece(cr.get(), pieces[i], furniture, left, top);
+    }
+}
+
+void MapCanvas::drawPiece(cairo_t* cr, const Piece& piece, const Furniture& furniture, double left,
+                          double top) const {
+    if (!outside_) {
+        cairo_new_path(cr);
+        cairo_rectangle(cr, left, top, piece.width, piece.height);
+        cairo_set_source_rgba(cr, 1, 1, 1, 0.85);
+        cairo_fill(cr);
+    }
+    switch (piece.kind) {
+        case Piece::Title:
+            cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+            cairo_set_font_size(cr, 15.0);
+            cairo_move_to(cr, left + 6, top + 17);
+            cairo_set_source_rgb(cr, inkColour.r, inkColour.g, inkColour.b);
+            cairo_show_text(cr, printable(furniture.title).c_str());
+            break;
+        case Piece::NorthArrow:
+            northArrow(cr, left + arrowWidth / 2, top + 4, furniture.gridNorth);
+            break;
+        case Piece::Legend:
+            legend(cr, furniture, left, top);
+            break;
+        case Piece::Foot:
+            scaleBar(cr, furniture, left + piece.width - 6, top + 24);
+            cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL,
+                                   CAIRO_FONT_WEIGHT_NORMAL);
+            cairo_set_font_size(cr, 9.0);
+            cairo_set_source_rgb(cr, inkColour.r, inkColour.g, inkColour.b);
+            for (size_t i = 0; i < sceneLines_.size(); ++i) {
+                cairo_move_to(cr, left + 6, top + 28 + footRow * (i + 1) - 4);
+                cairo_show_text(cr, sceneLines_[i].c_str());
+            }
+            break;
+    }
+}
+
+void MapCanvas::legend(cairo_t* cr, const Furniture& furniture, double left, double top) const {
+    cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
+    cairo_set_font_size(cr, 11.0);
+    for (size_t i = 0; i < furniture.legend.size(); ++i) {
+        const LegendEntry& e = furniture.legend[i];
+        const double x = left + legendPad, y = top + legendPad + legendRow * i + legendRow / 2;
+        drawSwatch(cr, e, furniture.ramp, x, y);
+        cairo_move_to(cr, x + legendSwatch, y + 4);
+        cairo_set_source_rgb(cr, inkColour.r, inkColour.g, inkColour.b);
+        cairo_show_text(cr, printable(e.text).c_str());
+    }
+}
+
+void MapCanvas::northArrow(cairo_t* cr, double x, double y, bool gridNorth) const {
     cairo_new_path(cr);
     cairo_move_to(cr, x, y);
     cairo_line_to(cr, x + 8, y + 26);
@@ -441,13 +690,13 @@ void MapCanvas::northArrow(const Furniture& furniture) {
     cairo_set_source_rgba(cr, 1, 1, 1, 0.85);
     cairo_set_line_width(cr, 3.0);
     cairo_stroke_preserve(cr);
-    setColour(inkColour);
+    cairo_set_source_rgb(cr, inkColour.r, inkColour.g, inkColour.b);
     cairo_fill(cr);
     cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
     cairo_set_font_size(cr, 11.0);
     cairo_move_to(cr, x - 4, y + 40);
     cairo_show_text(cr, "N");
-    if (furniture.gridNorth) {
+    if (gridNorth) {
         cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
         cairo_set_font_size(cr, 8.0);
         cairo_move_to(cr, x - 8, y + 50);
@@ -455,41 +704,55 @@ void MapCanvas::northArrow(const Furniture& furniture) {
     }
 }
 
-void MapCanvas::scaleBar(const Furniture& furniture) {
+double MapCanvas::scaleBarLength(const Furniture& furniture) const {
     const double metresPerPixel = grid_.pixelWidth() * furniture.metresPerUnitX;
     if (!(metresPerPixel > 0.0) || !std::isfinite(metresPerPixel))
+        return 0.0;
+    return roundLength(metresPerPixel * grid_.width / 5.0) / metresPerPixel;
+}
+
+void MapCanvas::scaleBar(cairo_t* cr, const Furniture& furniture, double right,
+                         double bottom) const {
+    const double length = scaleBarLength(furniture);
+    if (!(length > 0.0))
         return;
-    const double metres = roundLength(metresPerPixel * grid_.width / 5.0);
-    const double length = metres / metresPerPixel;
-    cairo_t* cr = cairo_.get();
-    const double right = grid_.width - 12.0, bottom = grid_.height - 24.0;
+    const double metres = length * grid_.pixelWidth() * furniture.metresPerUnitX;
     const double left = right - length;
-    cairo_new_path(cr);
-    cairo_rectangle(cr, left - 6, bottom - 20, length + 12, 28);
-    cairo_set_source_rgba(cr, 1, 1, 1, 0.85);
-    cairo_fill(cr);
     for (int half = 0; half < 2; ++half) {
         cairo_rectangle(cr, left + half * length / 2, bottom - 4, length / 2, 5);
-        setColour(half == 0 ? inkColour : MapColour{1, 1, 1});
+        const MapColour fill = half == 0 ? inkColour : MapColour{1, 1, 1};
+        cairo_set_source_rgb(cr, fill.r, fill.g, fill.b);
         cairo_fill_preserve(cr);
-        setColour(inkColour);
+        cairo_set_source_rgb(cr, inkColour.r, inkColour.g, inkColour.b);
         cairo_set_line_width(cr, 1.0);
         cairo_stroke(cr);
     }
     cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     cairo_set_font_size(cr, 10.0);
-    const std::string text = lengthText(metres);
+    const std::string text = lengthText(std::round(metres * 1e6) / 1e6);
     cairo_text_extents_t extents;
     cairo_text_extents(cr, text.c_str(), &extents);
     cairo_move_to(cr, right - extents.x_advance, bottom - 8);
     cairo_show_text(cr, text.c_str());
 }
 
+cairo_surface_t* MapCanvas::picture() {
+    if (!picture_)
+        finish({});
+    cairo_surface_flush(picture_.get());
+    return picture_.get();
+}
+
 bool MapCanvas::writePng(const std::string& path, std::string& problem) {
     if (!ok(problem))
         return false;
-    cairo_surface_flush(surface_.get());
-    const cairo_status_t status = cairo_surface_write_to_png(surface_.get(), path.c_str());
+    cairo_surface_t* surface = picture();
+    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
+        problem = std::string("the picture cannot be made: ") +
+                  cairo_status_to_string(cairo_surface_status(surface));
+        return false;
+    }
+    const cairo_status_t status = cairo_surface_write_to_png(surface, path.c_str());
     if (status != CAIRO_STATUS_SUCCESS) {
         problem = std::string("cannot be written: ") + cairo_status_to_string(status);
         return false;

@@ -1,6 +1,7 @@
 #include "MapCommand.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <limits>
@@ -13,11 +14,13 @@
 #include "MapPainter.h"
 #include "MapPicture.h"
 #include "OutputFile.h"
+#include "Progress.h"
 #include "PropCommands.h"
 #include "PropFacing.h"
 #include "Scene.h"
 #include "ScenePlane.h"
 #include "TextNumbers.h"
+#include "gdalsupport/DtGdalScope.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtFeatureAdder.h"
 #include "zorCore/DtPropAdder.h"
@@ -62,7 +65,8 @@ std::string fileName(const std::string& path) {
 // Everything the map reads, in the order a person named them.
 std::vector<std::string> inputsOf(const MapRequest& request) {
     std::vector<std::string> inputs = request.features;
-    for (const std::string* path : {&request.props, &request.rules, &request.tiles}) {
+    for (const std::string* path :
+         {&request.props, &request.rules, &request.tiles, &request.ground.rampFile}) {
         if (!path->empty())
             inputs.push_back(*path);
     }
@@ -106,6 +110,10 @@ std::string fileProblem(const MapRequest& request) {
         const std::string problem = demProblem(dem);
         if (!problem.empty())
             return dem + ": " + problem;
+    }
+    if (!request.ground.rampFile.empty()) {
+        if (const std::string problem = rampProblem(request.ground.rampFile); !problem.empty())
+            return request.ground.rampFile + ": " + problem;
     }
     return "";
 }
@@ -179,21 +187,162 @@ bool reportLoads(const MapRequest& request, const MapContent& content, const Loa
     return gaveAll && !producedNothing(load) && unplaced == 0;
 }
 
-// The tiles of the asked level, each to `visit`; 1 when they cannot be had.
-int visitTiles(const MapRequest& request, TileFootprintSource source, const TileVisitor& visit,
-               std::ostream& err) {
-    if (request.tiles.empty())
-        return 0;
-    if (!source) {
-        err << "zorhost: " << request.tiles
-            << ": cannot draw tiles: zorhost's MetaFlight module is not loaded\n";
-        return 1;
-    }
+TilesRequest tilesRequest(const MapRequest& request) {
     TilesRequest tiles;
     tiles.document = request.tiles;
     tiles.dataset = request.dataset;
     tiles.level = request.level;
-    return source(tiles, visit, err);
+    return tiles;
+}
+
+bool tilesReachable(const MapRequest& request, const TileSources& sources, std::ostream& err) {
+    if (request.tiles.empty() || (sources.footprints && sources.grid))
+        return true;
+    err << "zorhost: " << request.tiles
+        << ": cannot draw tiles: zorhost's MetaFlight module is not loaded\n";
+    return false;
+}
+
+// The asked level's grid as a whole, to `use`; 1 when it cannot be had.
+int withTileGrid(const MapRequest& request, const TileSources& sources, const TileGridVisitor& use,
+                 std::ostream& err) {
+    if (request.tiles.empty())
+        return 0;
+    if (!tilesReachable(request, sources, err))
+        return 1;
+    return sources.grid(tilesRequest(request), use, err);
+}
+
+// The outline of a level's grid, `perSide` places along each side.
+std::vector<Wgs84Position> gridOutline(const TileLevelGrid& grid, int perSide = 32) {
+    std::vector<Wgs84Position> outline;
+    for (int side = 0; side < 4; ++side) {
+        for (int i = 0; i < perSide; ++i) {
+            const double t = static_cast<double>(i) / perSide;
+            const double fx = side == 0 ? t : side == 1 ? 1.0 : side == 2 ? 1.0 - t : 0.0;
+            const double fy = side == 0 ? 0.0 : side == 1 ? t : side == 2 ? 1.0 : 1.0 - t;
+            outline.push_back(grid.at(fx, fy));
+        }
+    }
+    return outline;
+}
+
+// ---------------------------------------------------------------- a geocentric plane
+
+// Longitudes by the degree, with the least and most in each, so that the arc the data
+// take can be found either side of the antimeridian without holding them.
+class LongitudeArc {
+public:
+    void add(double lon, double lat) {
+        if (!std::isfinite(lon) || !std::isfinite(lat))
+            return;
+        lon = std::remainder(lon, 360.0);  // -180 to 180
+        const int bin = std::min(359, static_cast<int>(std::floor(lon + 180.0)));
+        Bin& b = bins_[bin];
+        b.least = b.any ? std::min(b.least, lon) : lon;
+        b.most = b.any ? std::max(b.most, lon) : lon;
+        b.any = true;
+        south_ = std::min(south_, lat);
+        north_ = std::max(north_, lat);
+    }
+    bool empty() const { return !(south_ <= north_); }
+    // The centre of the shortest arc that holds every longitude, and that arc's length.
+    PlaneCentre centre() const {
+        PlaneCentre centre;
+        if (empty())
+            return centre;
+        // The widest run of empty bins is the gap the arc leaves.
+        int gapStart = 0, gapLength = 0;
+        for (int start = 0; start < 360; ++start) {
+            if (bins_[start].any || bins_[(start + 359) % 360].any == false)
+                continue;
+            int length = 0;
+            while (length < 360 && !bins_[(start + length) % 360].any)
+                ++length;
+            if (length > gapLength)
+                gapStart = start, gapLength = length;
+        }
+        if (gapLength == 0) {  // all round the globe
+            centre.lon = 0.0;
+            centre.lonSpan = 360.0;
+        } else {
+            const Bin& first = bins_[(gapStart + gapLength) % 360];
+            const Bin& last = bins_[(gapStart + 359) % 360];
+            double west = first.least, east = last.most;
+            if (east < west)
+                east += 360.0;
+            centre.lon = std::remainder((west + east) / 2.0, 360.0);
+            centre.lonSpan = east - west;
+        }
+        centre.lat = (south_ + north_) / 2.0;
+        return centre;
+    }
+
+private:
+    struct Bin {
+        bool any = false;
+        double least = 0.0, most = 0.0;
+    };
+    std::array<Bin, 360> bins_;
+    double south_ = std::numeric_limits<double>::infinity();
+    double north_ = -std::numeric_limits<double>::infinity();
+};
+
+std::string wgs84Wkt() {
+    char* text = nullptr;
+    DtWgs84().exportToWkt(&text);
+    std::string wkt = text ? text : "";
+    CPLFree(text);
+    return wkt;
+}
+
+// Where a geocentric scene's picture is centred: on what it draws, or on --extent.
+int geocentricCentre(const MapRequest& request, const MapContent& content,
+                     const kelZor::DtCoordinateSystem& scene, const TileSources& tiles,
+                     PlaneCentre& centre, std::ostream& err) {
+    if (!request.extent.empty()) {
+        const std::vector<double>& e = request.extent;
+        centre = {(e[0] + e[2]) / 2.0, (e[1] + e[3]) / 2.0, e[2] - e[0]};
+        return 0;
+    }
+    LongitudeArc arc;
+    auto addScene = [&](const DtVector64& v) {
+        double lat, lon, h;
+        scene.converter()->cigToGeodetic(v, lat, lon, h);
+        arc.add(lon, lat);
+    };
+    for (const auto& layer : content.layers) {
+        layer->featureSet().forEach(
+            [&](const kelZor::DtPointFeature& f) { addScene(f.location()); },
+            [&](const kelZor::DtEdgeFeature& f) {
+                for (const DtVector64& v : f.vertices())
+                    addScene(v);
+            },
+            [&](const kelZor::DtArealFeature& f) {
+                for (const DtVector64& v : f.vertices())
+                    addScene(v);
+            });
+    }
+    for (size_t i = 0; i < content.props.numProps(); ++i) {
+        const kelArchives::DtPropRecord& record = content.props.prop(i).record();
+        if (propPlaced(record))
+            addScene(propPosition(record));
+    }
+    const int status = withTileGrid(
+        request, tiles,
+        [&](const TileLevelGrid& grid) {
+            for (const Wgs84Position& p : gridOutline(grid))
+                arc.add(p.lon, p.lat);
+        },
+        err);
+    double dem[4];
+    if (arc.empty() && demExtent(request.terrains, wgs84Wkt(), dem)) {
+        for (double fx : {0.0, 0.5, 1.0})
+            for (double fy : {0.0, 0.5, 1.0})
+                arc.add(dem[0] + (dem[2] - dem[0]) * fx, dem[1] + (dem[3] - dem[1]) * fy);
+    }
+    centre = arc.centre();
+    return status;
 }
 
 // ---------------------------------------------------------------- the picture's grid
@@ -201,7 +350,7 @@ int visitTiles(const MapRequest& request, TileFootprintSource source, const Tile
 // The extent of what is drawn: features, placed props and tiles; the DEMs' when there
 // are none of those.
 int contentBounds(const MapRequest& request, const MapContent& content, const ScenePlane& plane,
-                  TileFootprintSource tiles, Bounds& bounds, std::ostream& err) {
+                  const TileSources& tiles, Bounds& bounds, std::ostream& err) {
     for (const auto& layer : content.layers) {
         layer->featureSet().forEach(
             [&](const kelZor::DtPointFeature& f) { bounds.add(plane.fromScene(f.location())); },
@@ -219,10 +368,10 @@ int contentBounds(const MapRequest& request, const MapContent& content, const Sc
         if (propPlaced(record))
             bounds.add(plane.fromScene(propPosition(record)));
     }
-    const int status = visitTiles(
+    const int status = withTileGrid(
         request, tiles,
-        [&](const TileFootprint& tile) {
-            for (const Wgs84Position& corner : tile.corners) {
+        [&](const TileLevelGrid& grid) {
+            for (const Wgs84Position& corner : gridOutline(grid)) {
                 PlanePoint p;
                 if (plane.fromWgs84(corner, p))
                     bounds.add(p);
@@ -237,11 +386,36 @@ int contentBounds(const MapRequest& request, const MapContent& content, const Sc
     return status;
 }
 
+// --extent in the plane: a geocentric scene's is longitude and latitude, whose box the
+// plane bends.
+Bounds extentInPlane(const MapRequest& request, const ScenePlane& plane) {
+    const std::vector<double>& e = request.extent;
+    Bounds b;
+    if (!plane.ofItsOwn()) {
+        b.add({e[0], e[1]});
+        b.add({e[2], e[3]});
+        return b;
+    }
+    const int perSide = 64;
+    for (int i = 0; i <= perSide; ++i) {
+        const double t = static_cast<double>(i) / perSide;
+        for (const Wgs84Position& place : {Wgs84Position{e[0] + (e[2] - e[0]) * t, e[1], 0.0},
+                                           Wgs84Position{e[0] + (e[2] - e[0]) * t, e[3], 0.0},
+                                           Wgs84Position{e[0], e[1] + (e[3] - e[1]) * t, 0.0},
+                                           Wgs84Position{e[2], e[1] + (e[3] - e[1]) * t, 0.0}}) {
+            PlanePoint p;
+            if (plane.fromWgs84(place, p))
+                b.add(p);
+        }
+    }
+    return b;
+}
+
 // Room around what is drawn, and a shape a picture can have.
-Bounds withMargin(Bounds b, bool geographic) {
+Bounds withMargin(Bounds b) {
     double span = std::max(b.maxX - b.minX, b.maxY - b.minY);
     if (!(span > 0.0))
-        span = geographic ? 0.001 : 100.0;  // a single place: about a hundred metres round it
+        span = 100.0;  // a single place: about a hundred metres round it
     const double margin = 0.05 * span;
     b.minX -= margin;
     b.maxX += margin;
@@ -256,51 +430,35 @@ Bounds withMargin(Bounds b, bool geographic) {
     return b;
 }
 
-// Widens the shorter way so that the extent has the picture's shape: square pixels.
-void fitAspect(Bounds& b, int width, int height) {
+// Square pixels, whatever the extent and size asked: the extent grows about its centre
+// the shorter way to the picture's shape.
+MapGrid gridFor(const MapRequest& request, const Bounds& drawn, const Bounds& asked) {
+    const Bounds b = request.extent.empty() ? withMargin(drawn) : asked;
     const double w = b.maxX - b.minX, h = b.maxY - b.minY;
-    const double wanted = static_cast<double>(width) / height;
-    if (w / h < wanted) {
-        const double grow = (h * wanted - w) / 2.0;
-        b.minX -= grow;
-        b.maxX += grow;
-    } else {
-        const double grow = (w / wanted - h) / 2.0;
-        b.minY -= grow;
-        b.maxY += grow;
-    }
-}
-
-MapGrid gridFor(const MapRequest& request, Bounds b, bool geographic) {
-    const bool extentGiven = !request.extent.empty();
-    if (extentGiven)
-        b = {request.extent[0], request.extent[1], request.extent[2], request.extent[3]};
-    else
-        b = withMargin(b, geographic);
     MapGrid grid;
     if (!request.size.empty()) {
         grid.width = request.size[0];
         grid.height = request.size[1];
-        if (!extentGiven)
-            fitAspect(b, grid.width, grid.height);
     } else {
-        const double aspect = (b.maxX - b.minX) / (b.maxY - b.minY);
+        const double aspect = w / h;
         grid.width = aspect >= 1.0 ? defaultLongSide
                                    : std::max(1, static_cast<int>(defaultLongSide * aspect + 0.5));
         grid.height = aspect >= 1.0 ? std::max(1, static_cast<int>(defaultLongSide / aspect + 0.5))
                                     : defaultLongSide;
     }
-    grid.minX = b.minX;
-    grid.minY = b.minY;
-    grid.maxX = b.maxX;
-    grid.maxY = b.maxY;
+    const double pixel = std::max(w / grid.width, h / grid.height);
+    const double cx = (b.minX + b.maxX) / 2.0, cy = (b.minY + b.maxY) / 2.0;
+    grid.minX = cx - pixel * grid.width / 2.0;
+    grid.maxY = cy + pixel * grid.height / 2.0;
+    grid.maxX = grid.minX + pixel * grid.width;
+    grid.minY = grid.maxY - pixel * grid.height;
     return grid;
 }
 
 std::string defaultTitle(const MapRequest& request) {
     std::string title;
     for (const std::string& path : inputsOf(request)) {
-        if (path == request.rules)
+        if (path == request.rules || path == request.ground.rampFile)
             continue;
         title += (title.empty() ? "" : ", ") + fileName(path);
     }
@@ -308,9 +466,35 @@ std::string defaultTitle(const MapRequest& request) {
     return title.size() > longest ? title.substr(0, longest - 3) + "..." : title;
 }
 
+// The tiles of the level: each outlined where they are far enough apart to be seen; as
+// the grid's outline with every so many lines when they are not, in time that grows with
+// the picture rather than with the tiles.
+int drawTiles(const MapRequest& request, const TileSources& sources, MapPainter& painter,
+              std::ostream& err) {
+    if (request.tiles.empty())
+        return 0;
+    bool dense = false;
+    int status = withTileGrid(
+        request, sources, [&](const TileLevelGrid& grid) { dense = painter.denseTiles(grid); },
+        err);
+    if (status != 0 || dense)
+        return status;
+    Progress progress(err, "map: drawing tiles", request.progress);
+    const TileVisitor draw = painter.tiles();
+    size_t done = 0;
+    const size_t total = painter.tileCount();
+    return sources.footprints(
+        tilesRequest(request),
+        [&](const TileFootprint& tile) {
+            draw(tile);
+            progress.update(++done, total);
+        },
+        err);
+}
+
 }  // namespace
 
-int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::ostream& out,
+int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::ostream& out,
            std::ostream& err) {
     const std::string usage = usageProblem(request);
     if (!usage.empty()) {
@@ -326,6 +510,8 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
         err << "zorhost: " << problem << "\n";
         return 1;
     }
+    if (!tilesReachable(request, tiles, err))
+        return 1;
     const LoadAccount account(request.load);
     MapContent content;
     if (!request.rules.empty()) {
@@ -363,19 +549,24 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
     }
     engine.printProblems(err);
     const bool loadsGaveAll = reportLoads(request, content, account, err);
-    const ScenePlane plane(scene.system);
+    PlaneCentre centre;
+    if (scene.system.type() == kelZor::DtCoordinateConverter::Geocentric &&
+        geocentricCentre(request, content, scene.system, tiles, centre, err) != 0)
+        return 1;
+    const ScenePlane plane(scene.system, centre);
     Bounds bounds;
     if (request.extent.empty() && contentBounds(request, content, plane, tiles, bounds, err) != 0)
         return 1;
-    if (request.extent.empty() && bounds.empty()) {
+    const Bounds asked = request.extent.empty() ? Bounds() : extentInPlane(request, plane);
+    if ((request.extent.empty() ? bounds : asked).empty()) {
         err << "zorhost: map: nothing to draw: the inputs hold nothing the scene can place\n";
         return 1;
     }
-    const MapGrid grid = gridFor(request, bounds, plane.geographic());
+    const MapGrid grid = gridFor(request, bounds, asked);
     MapCanvas canvas(grid);
     Ground ground;
     if (!canvas.ok(error) ||
-        !makeGround(request.terrains, grid, plane.wkt(), plane.geographic(), ground, error)) {
+        !makeGround(request.terrains, grid, plane.wkt(), request.ground, ground, error)) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
@@ -384,25 +575,33 @@ int runMap(DtDe& de, const MapRequest& request, TileFootprintSource tiles, std::
     canvas.paintGround(ground.pixels);
     MapPainter painter(canvas, plane, content);
     painter.areasAndLines();
-    if (visitTiles(request, tiles, painter.tiles(), err) != 0)
+    if (drawTiles(request, tiles, painter, err) != 0)
         return 1;
     canvas.labelTiles();
     painter.points();
     painter.props();
-    canvas.legend(painter.legend(request, ground));
-    const PlanePoint centre{(grid.minX + grid.maxX) / 2, (grid.minY + grid.maxY) / 2};
-    canvas.furniture({request.title.empty() ? defaultTitle(request) : request.title,
-                      sceneLine(scene), plane.metresPerUnitX(centre), !plane.geographic()});
+    Furniture furniture;
+    furniture.title = request.title.empty() ? defaultTitle(request) : request.title;
+    furniture.sceneText = sceneLine(scene);
+    furniture.legend = painter.legend(request, ground);
+    furniture.ramp = ground.ramp;
+    furniture.placement = request.legend;
+    canvas.finish(furniture);
     if (!picture.write(canvas, grid, plane.wkt(), error)) {
         err << "zorhost: " << request.output << ": " << error << "\n";
         return 1;
     }
-    auto coordinate = [&](double v) { return plane.geographic() ? degreesText(v) : metresText(v); };
     out << sceneLine(scene) << "\n"
-        << "map: " << request.output << ", " << grid.width << " x " << grid.height
-        << " pixels over x " << coordinate(grid.minX) << " to " << coordinate(grid.maxX) << ", y "
-        << coordinate(grid.minY) << " to " << coordinate(grid.maxY)
-        << (plane.geographic() ? " (longitude and latitude, degrees)" : " (m)") << "\n";
+        << "map: " << request.output << ", " << canvas.pictureWidth() << " x "
+        << canvas.pictureHeight() << " pixels";
+    if (canvas.furnitureOutside())
+        out << " (the frame " << grid.width << " x " << grid.height
+            << ", the legend in a panel east of it)";
+    out << ", the frame over x " << metresText(grid.minX) << " to " << metresText(grid.maxX)
+        << ", y " << metresText(grid.minY) << " to " << metresText(grid.maxY) << " (m";
+    if (plane.ofItsOwn())
+        out << ", " << plane.description();
+    out << ")\n";
     painter.summary(request, out);
     if (!ground.pixels.empty()) {
         out << "ground: " << request.terrains.size()

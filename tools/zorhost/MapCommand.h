@@ -10,6 +10,8 @@
 #include <vector>
 
 #include "LoadReport.h"
+#include "MapCanvas.h"
+#include "MapGround.h"
 #include "MetaFlightCommands.h"
 
 namespace kelZor {
@@ -17,31 +19,42 @@ class DtDe;
 }
 
 struct MapRequest {
-    std::string output;  // the PNG; its world file and .aux.xml go beside it
+    std::string output;  // the PNG (its world file and .aux.xml go beside it) or GeoTIFF
     std::vector<std::string> terrains;
     std::vector<std::string> features;
     std::string props, rules;
     std::string tiles, dataset;
     int level = 0;
-    std::string scene;           // as for features; empty: chosen from the data
-    std::vector<double> extent;  // min x, min y, max x, max y in the plane; empty: what is drawn
-    std::vector<int> size;       // width and height in pixels; empty: 1024 on the longer side
-    std::string title;           // empty: the inputs' names
+    std::string scene;  // as for features; empty: chosen from the data
+    // min x, min y, max x, max y in the scene's plane (longitude and latitude in a
+    // geocentric scene); empty: what is drawn
+    std::vector<double> extent;
+    std::vector<int>
+        size;           // the frame's width and height in pixels; empty: 1024 on the longer side
+    std::string title;  // empty: the inputs' names
     bool overwrite = false;
+    GroundStyle ground;
+    LegendPlacement legend = LegendPlacement::Automatic;
+    bool progress = false;
     LoadOptions load;
 };
 
-// The tile footprints of zorhost's module; null when the module is not loaded.
-using TileFootprintSource = int (*)(const TilesRequest& request, const TileVisitor& visit,
-                                    std::ostream& err);
+// The tiles of zorhost's module, one by one or a level's grid as a whole; null when the
+// module is not loaded.
+struct TileSources {
+    int (*footprints)(const TilesRequest& request, const TileVisitor& visit,
+                      std::ostream& err) = nullptr;
+    int (*grid)(const TilesRequest& request, const TileGridVisitor& visit,
+                std::ostream& err) = nullptr;
+};
 
 // 0 when the picture is written and the engine was told no error; 2 for a request that
 // cannot be drawn (nothing given to draw, a malformed or empty extent, a size over 16384
 // pixels, a malformed --scene or load option); 1 when an input cannot be used, holds
-// nothing the scene can place, a file with objects gave nothing, a prop was not placed
-// or the engine was told an error.
-int runMap(kelZor::DtDe& de, const MapRequest& request, TileFootprintSource tiles,
-           std::ostream& out, std::ostream& err);
+// nothing the scene can place (a --ramp file GDAL cannot read included), a file with objects gave
+// nothing, a prop was not placed or the engine was told an error.
+int runMap(kelZor::DtDe& de, const MapRequest& request, const TileSources& tiles, std::ostream& out,
+           std::ostream& err);
 
 // The longest side a picture may have, in pixels.
 const int mapMaxSide = 16384;

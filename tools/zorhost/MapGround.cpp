@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <memory>
 
 #include "MapStyle.h"
@@ -72,6 +73,170 @@ GDALDatasetUniquePtr emptyGrid(const MapGrid& grid, const std::string& wkt) {
     return target;
 }
 
+struct BuildVrtOptionsFree {
+    void operator()(GDALBuildVRTOptions* o) const { GDALBuildVRTOptionsFree(o); }
+};
+
+// The hypsometric ramp a GIS user expects, in gdaldem color-relief's format: the sea in
+// blues deepening with depth, the land from greens through browns to the white of the
+// highest peaks; no value is transparent.
+const char* const hypsometricRamp =
+    "nv 0 0 0 0\n"
+    "-11000 8 24 68 255\n"
+    "-4000 25 70 140 255\n"
+    "-200 90 150 210 255\n"
+    "-0.01 165 210 240 255\n"
+    "0 60 125 70 255\n"
+    "250 110 160 85 255\n"
+    "700 200 195 120 255\n"
+    "1500 170 130 80 255\n"
+    "2500 140 110 95 255\n"
+    "3500 215 210 205 255\n"
+    "5000 255 255 255 255\n";
+
+// A ramp GDAL reads by name: the user's file, or the hypsometric one in GDAL's memory
+// file system for as long as it is held.
+class RampFile {
+public:
+    explicit RampFile(const std::string& path) : path_(path) {
+        if (!path_.empty())
+            return;
+        path_ = CPLSPrintf("/vsimem/zorhost-ramp-%p.txt", static_cast<void*>(this));
+        VSILFILE* file = VSIFileFromMemBuffer(
+            path_.c_str(), reinterpret_cast<GByte*>(const_cast<char*>(hypsometricRamp)),
+            static_cast<vsi_l_offset>(std::strlen(hypsometricRamp)), FALSE);
+        if (file)
+            VSIFCloseL(file);
+        owned_ = true;
+    }
+    ~RampFile() {
+        if (owned_)
+            VSIUnlink(path_.c_str());
+    }
+    RampFile(const RampFile&) = delete;
+    RampFile& operator=(const RampFile&) = delete;
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+    bool owned_ = false;
+};
+
+GDALDatasetUniquePtr memoryRaster(int width, int height, const std::vector<float>& values) {
+    GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
+    GDALDatasetUniquePtr raster(memory->Create("", width, height, 1, GDT_Float32, nullptr));
+    if (!raster)
+        return raster;
+    double transform[6] = {0, 30, 0, 0, 0, -30};
+    raster->SetGeoTransform(transform);
+    raster->GetRasterBand(1)->SetNoDataValue(noData);
+    if (raster->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, width, height,
+                                           const_cast<float*>(values.data()), width, height,
+                                           GDT_Float32, 0, 0) != CE_None)
+        raster.reset();
+    return raster;
+}
+
+GDALDatasetUniquePtr colourRelief(GDALDataset& heights, const RampFile& ramp) {
+    CPLStringList args;
+    for (const char* arg : {"-of", "MEM", "-alpha"})
+        args.AddString(arg);
+    std::unique_ptr<GDALDEMProcessingOptions, DemOptionsFree> options(
+        GDALDEMProcessingOptionsNew(args.List(), nullptr));
+    return own(GDALDEMProcessing("", GDALDataset::ToHandle(&heights), "color-relief",
+                                 ramp.path().c_str(), options.get(), nullptr));
+}
+
+GDALDatasetUniquePtr hillshade(GDALDataset& heights, const GroundStyle& style) {
+    CPLStringList args;
+    for (const char* arg : {"-of", "MEM", "-compute_edges"})
+        args.AddString(arg);
+    args.AddString("-z");
+    args.AddString(CPLSPrintf("%.17g", style.zFactor));
+    if (style.relief == Relief::Multidirectional) {
+        args.AddString("-multidirectional");
+    } else {
+        args.AddString("-az");
+        args.AddString(CPLSPrintf("%.17g", style.azimuth));
+    }
+    std::unique_ptr<GDALDEMProcessingOptions, DemOptionsFree> options(
+        GDALDEMProcessingOptionsNew(args.List(), nullptr));
+    return own(GDALDEMProcessing("", GDALDataset::ToHandle(&heights), "hillshade", nullptr,
+                                 options.get(), nullptr));
+}
+
+// What the hillshade gives flat ground: the shade that leaves a ramp colour as it is, so
+// that slopes lighten and darken it by as much as gdaldem's own picture shows.
+double flatShade(const GroundStyle& style) {
+    GDALDatasetUniquePtr flat = memoryRaster(3, 3, std::vector<float>(9, 100.0f));
+    GDALDatasetUniquePtr shaded = flat ? hillshade(*flat, style) : nullptr;
+    uint8_t value = 0;
+    if (!shaded ||
+        shaded->GetRasterBand(1)->RasterIO(GF_Read, 1, 1, 1, 1, &value, 1, 1, GDT_Byte, 0, 0) !=
+            CE_None ||
+        value == 0)
+        return 181.0;
+    return value;
+}
+
+// Sources of one system and post spacing as one mosaic, so that the warp interpolates
+// across the seams between them; the others as they are. Later sources win in a mosaic
+// as in the warp.
+std::vector<GDALDatasetUniquePtr> mosaics(std::vector<GDALDatasetUniquePtr>& heights,
+                                          std::vector<GDALDatasetUniquePtr>& kept) {
+    std::vector<std::vector<GDALDatasetUniquePtr>> groups;
+    auto key = [](GDALDataset& d) {
+        double t[6] = {0, 0, 0, 0, 0, 0};
+        d.GetGeoTransform(t);
+        char* wkt = nullptr;
+        if (d.GetSpatialRef())
+            d.GetSpatialRef()->exportToWkt(&wkt);
+        std::string k = std::string(wkt ? wkt : "") +
+                        CPLSPrintf("|%.12g|%.12g|%.12g|%.12g", t[1], t[2], t[4], t[5]);
+        CPLFree(wkt);
+        return k;
+    };
+    std::vector<std::string> keys;
+    for (auto& source : heights) {
+        const std::string k = key(*source);
+        const auto found = std::find(keys.begin(), keys.end(), k);
+        if (found == keys.end()) {
+            keys.push_back(k);
+            groups.emplace_back();
+            groups.back().push_back(std::move(source));
+        } else {
+            groups[found - keys.begin()].push_back(std::move(source));
+        }
+    }
+    std::vector<GDALDatasetUniquePtr> out;
+    for (auto& group : groups) {
+        if (group.size() == 1) {
+            out.push_back(std::move(group.front()));
+            continue;
+        }
+        std::vector<GDALDatasetH> handles;
+        for (auto& source : group)
+            handles.push_back(GDALDataset::ToHandle(source.get()));
+        CPLStringList args;
+        for (const char* arg : {"-resolution", "highest"})
+            args.AddString(arg);
+        std::unique_ptr<GDALBuildVRTOptions, BuildVrtOptionsFree> options(
+            GDALBuildVRTOptionsNew(args.List(), nullptr));
+        GDALDatasetUniquePtr mosaic = own(GDALBuildVRT(
+            "", static_cast<int>(handles.size()), handles.data(), nullptr, options.get(), nullptr));
+        if (!mosaic) {
+            for (auto& source : group)
+                out.push_back(std::move(source));
+            continue;
+        }
+        // The mosaic reads its sources through their handles: they live as long as it.
+        for (auto& source : group)
+            kept.push_back(std::move(source));
+        out.push_back(std::move(mosaic));
+    }
+    return out;
+}
+
 bool warp(std::vector<GDALDatasetUniquePtr>& sources, GDALDataset& target) {
     std::vector<GDALDatasetH> handles;
     for (auto& source : sources)
@@ -85,52 +250,35 @@ bool warp(std::vector<GDALDatasetUniquePtr>& sources, GDALDataset& target) {
                     handles.data(), options.get(), nullptr) != nullptr;
 }
 
-GDALDatasetUniquePtr hillshade(GDALDataset& heights, bool geographic) {
-    CPLStringList args;
-    for (const char* arg : {"-of", "MEM", "-compute_edges"})
-        args.AddString(arg);
-    if (geographic) {
-        // Degrees across, metres up: a degree's length (gdaldem's own advice).
-        args.AddString("-s");
-        args.AddString("111120");
-    }
-    std::unique_ptr<GDALDEMProcessingOptions, DemOptionsFree> options(
-        GDALDEMProcessingOptionsNew(args.List(), nullptr));
-    return own(GDALDEMProcessing("", GDALDataset::ToHandle(&heights), "hillshade", nullptr,
-                                 options.get(), nullptr));
+uint8_t scaled(uint8_t channel, double shade) {
+    return static_cast<uint8_t>(std::clamp(channel * shade, 0.0, 255.0) + 0.5);
 }
 
-uint32_t argb(const MapColour& c, double shade) {
-    auto channel = [shade](double v) {
-        return static_cast<uint32_t>(std::clamp(v * shade, 0.0, 1.0) * 255.0 + 0.5);
-    };
-    return 0xFF000000u | channel(c.r) << 16 | channel(c.g) << 8 | channel(c.b);
+bool readBand(GDALDataset& raster, int band, const MapGrid& grid, GDALDataType type, void* out) {
+    return raster.GetRasterBand(band)->RasterIO(GF_Read, 0, 0, grid.width, grid.height, out,
+                                                grid.width, grid.height, type, 0, 0) == CE_None;
 }
 
-void colour(const std::vector<float>& heights, const std::vector<uint8_t>& shades, Ground& ground) {
-    bool any = false;
-    float low = 0.0f, high = 0.0f;
-    for (float h : heights) {
-        if (h == static_cast<float>(noData))
-            continue;
-        low = any ? std::min(low, h) : h;
-        high = any ? std::max(high, h) : h;
-        any = true;
+// The ramp's colours from the lowest height shown to the highest, as gdaldem gives them.
+std::vector<MapColour> rampColours(const RampFile& ramp, double low, double high) {
+    const int steps = 16;
+    std::vector<float> heights;
+    for (int i = 0; i < steps; ++i)
+        heights.push_back(static_cast<float>(low + (high - low) * i / (steps - 1)));
+    GDALDatasetUniquePtr raster = memoryRaster(steps, 1, heights);
+    GDALDatasetUniquePtr coloured = raster ? colourRelief(*raster, ramp) : nullptr;
+    std::vector<MapColour> colours;
+    if (!coloured)
+        return colours;
+    uint8_t rgb[3][steps];
+    for (int band = 0; band < 3; ++band) {
+        if (coloured->GetRasterBand(band + 1)->RasterIO(GF_Read, 0, 0, steps, 1, rgb[band], steps,
+                                                        1, GDT_Byte, 0, 0) != CE_None)
+            return {};
     }
-    if (!any)
-        return;
-    ground.lowest = low;
-    ground.highest = high;
-    ground.pixels.assign(heights.size(), 0u);
-    const double span = high > low ? high - low : 1.0;
-    for (size_t i = 0; i < heights.size(); ++i) {
-        if (heights[i] == static_cast<float>(noData))
-            continue;
-        // A flat ground is shown mid-ramp; the hillshade darkens slopes away from the sun.
-        const double fraction = high > low ? (heights[i] - low) / span : 0.5;
-        const double shade = shades[i] == 0 ? 1.0 : 0.35 + 0.65 * shades[i] / 255.0;
-        ground.pixels[i] = argb(elevationColour(fraction), shade);
-    }
+    for (int i = 0; i < steps; ++i)
+        colours.push_back({rgb[0][i] / 255.0, rgb[1][i] / 255.0, rgb[2][i] / 255.0});
+    return colours;
 }
 
 }  // namespace
@@ -177,8 +325,21 @@ bool demExtent(const std::vector<std::string>& dems, const std::string& planeWkt
     return any;
 }
 
+std::string rampProblem(const std::string& path) {
+    DtGdalRegisterOnce();
+    const DtGdalMessages quiet(DtGdalMessages::Quiet);
+    VSIStatBufL stat;
+    if (VSIStatL(path.c_str(), &stat) != 0)
+        return "no such file";
+    const RampFile ramp(path);
+    GDALDatasetUniquePtr probe = memoryRaster(1, 1, {0.0f});
+    if (!probe || !colourRelief(*probe, ramp))
+        return DtGdalMessages::last("GDAL cannot read it as a color-relief ramp");
+    return "";
+}
+
 bool makeGround(const std::vector<std::string>& dems, const MapGrid& grid, const std::string& wkt,
-                bool geographic, Ground& ground, std::string& problem) {
+                const GroundStyle& style, Ground& ground, std::string& problem) {
     if (dems.empty())
         return true;
     if (wkt.empty()) {
@@ -188,7 +349,7 @@ bool makeGround(const std::vector<std::string>& dems, const MapGrid& grid, const
     DtGdalRegisterOnce();
     const DtGdalMessages quiet(DtGdalMessages::Quiet);
     // The warp writes each source over the ones before: the first DEM goes last.
-    std::vector<GDALDatasetUniquePtr> opened, heights;
+    std::vector<GDALDatasetUniquePtr> opened, heights, kept;
     for (auto path = dems.rbegin(); path != dems.rend(); ++path) {
         GDALDatasetUniquePtr dem = openRaster(*path);
         if (!dem || !dem->GetSpatialRef()) {
@@ -205,24 +366,59 @@ bool makeGround(const std::vector<std::string>& dems, const MapGrid& grid, const
     }
     if (heights.empty())
         return true;
+    std::vector<GDALDatasetUniquePtr> sources = mosaics(heights, kept);
     GDALDatasetUniquePtr target = emptyGrid(grid, wkt);
-    if (!target || !warp(heights, *target)) {
+    if (!target || !warp(sources, *target)) {
         problem =
             "the DEMs cannot be warped into the picture: " + DtGdalMessages::last("GDAL failed");
         return false;
     }
-    GDALDatasetUniquePtr shaded = hillshade(*target, geographic);
     const size_t count = static_cast<size_t>(grid.width) * grid.height;
     std::vector<float> elevation(count);
-    std::vector<uint8_t> shades(count, 0);
-    if (target->GetRasterBand(1)->RasterIO(GF_Read, 0, 0, grid.width, grid.height, elevation.data(),
-                                           grid.width, grid.height, GDT_Float32, 0, 0) != CE_None ||
-        !shaded ||
-        shaded->GetRasterBand(1)->RasterIO(GF_Read, 0, 0, grid.width, grid.height, shades.data(),
-                                           grid.width, grid.height, GDT_Byte, 0, 0) != CE_None) {
-        problem = "the DEMs cannot be shaded: " + DtGdalMessages::last("GDAL failed");
+    if (!readBand(*target, 1, grid, GDT_Float32, elevation.data())) {
+        problem = "the DEMs cannot be read back: " + DtGdalMessages::last("GDAL failed");
         return false;
     }
-    colour(elevation, shades, ground);
+    bool any = false;
+    for (float h : elevation) {
+        if (h == static_cast<float>(noData))
+            continue;
+        ground.lowest = any ? std::min<double>(ground.lowest, h) : h;
+        ground.highest = any ? std::max<double>(ground.highest, h) : h;
+        any = true;
+    }
+    if (!any)
+        return true;
+    const RampFile ramp(style.rampFile);
+    GDALDatasetUniquePtr coloured = colourRelief(*target, ramp);
+    std::vector<uint8_t> rgb[3], shades;
+    for (int band = 0; band < 3 && coloured; ++band) {
+        rgb[band].resize(count);
+        if (!readBand(*coloured, band + 1, grid, GDT_Byte, rgb[band].data()))
+            coloured.reset();
+    }
+    if (!coloured) {
+        problem = "the DEMs cannot be coloured: " + DtGdalMessages::last("GDAL failed");
+        return false;
+    }
+    double flat = 1.0;
+    if (style.relief != Relief::None) {
+        GDALDatasetUniquePtr shaded = hillshade(*target, style);
+        shades.resize(count);
+        if (!shaded || !readBand(*shaded, 1, grid, GDT_Byte, shades.data())) {
+            problem = "the DEMs cannot be shaded: " + DtGdalMessages::last("GDAL failed");
+            return false;
+        }
+        flat = flatShade(style);
+    }
+    ground.pixels.assign(count, 0u);
+    for (size_t i = 0; i < count; ++i) {
+        if (elevation[i] == static_cast<float>(noData))
+            continue;
+        const double shade = shades.empty() || shades[i] == 0 ? 1.0 : shades[i] / flat;
+        ground.pixels[i] = 0xFF000000u | uint32_t{scaled(rgb[0][i], shade)} << 16 |
+                           uint32_t{scaled(rgb[1][i], shade)} << 8 | scaled(rgb[2][i], shade);
+    }
+    ground.ramp = rampColours(ramp, ground.lowest, ground.highest);
     return true;
 }

@@ -1,6 +1,8 @@
 #include "MapPainter.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 #include <tuple>
 
 #include "PropFacing.h"
@@ -92,6 +94,82 @@ void MapPainter::props() {
     }
 }
 
+namespace {
+
+// Pixels between neighbouring tile lines below which outlines would merge.
+const double leastTileSpacing = 6.0;
+// Pixels a dense level's lines are at least apart.
+const double denseLineSpacing = 24.0;
+
+}  // namespace
+
+bool MapPainter::denseTiles(const TileLevelGrid& grid) {
+    tileRows_ = grid.rows;
+    tileColumns_ = grid.columns;
+    if (grid.rows == 0 || grid.columns == 0)
+        return false;
+    // The spacing of the lines in pixels, at the level's centre and corners.
+    const MapGrid& frame = canvas_.grid();
+    double spacing = std::numeric_limits<double>::infinity();
+    const double stepX = 1.0 / grid.columns, stepY = 1.0 / grid.rows;
+    for (double fx : {0.0, 0.5, 1.0 - stepX}) {
+        for (double fy : {0.0, 0.5, 1.0 - stepY}) {
+            PlanePoint a, b, c;
+            if (!plane_.fromWgs84(grid.at(fx, fy), a) ||
+                !plane_.fromWgs84(grid.at(fx + stepX, fy), b) ||
+                !plane_.fromWgs84(grid.at(fx, fy + stepY), c))
+                continue;
+            const double across = std::hypot(b.x - a.x, b.y - a.y) / frame.pixelWidth();
+            const double along = std::hypot(c.x - a.x, c.y - a.y) / frame.pixelHeight();
+            spacing = std::min({spacing, across, along});
+        }
+    }
+    if (!(spacing < leastTileSpacing))
+        return false;
+    size_t every = 1;
+    while (every * spacing < denseLineSpacing && every < (size_t{1} << 40))
+        every *= 2;
+    tileLineEvery_ = every;
+    tiles_ = static_cast<size_t>(grid.rows) * grid.columns;
+    auto toPlane = [&](const std::vector<Wgs84Position>& places) {
+        std::vector<PlanePoint> points;
+        for (const Wgs84Position& place : places) {
+            PlanePoint p;
+            if (plane_.fromWgs84(place, p))
+                points.push_back(p);
+        }
+        return points;
+    };
+    // Lines follow the grid's own curve in the plane: a place every 8 pixels or so.
+    const int samples = std::max(2, std::max(frame.width, frame.height) / 8);
+    std::vector<Wgs84Position> outline;
+    for (int side = 0; side < 4; ++side) {
+        for (int i = 0; i < samples; ++i) {
+            const double t = static_cast<double>(i) / samples;
+            outline.push_back(side == 0   ? grid.at(t, 0.0)
+                              : side == 1 ? grid.at(1.0, t)
+                              : side == 2 ? grid.at(1.0 - t, 1.0)
+                                          : grid.at(0.0, 1.0 - t));
+        }
+    }
+    canvas_.tileCoverage(toPlane(outline));
+    for (size_t col = every; col < grid.columns; col += every) {
+        std::vector<Wgs84Position> line;
+        for (int i = 0; i <= samples; ++i)
+            line.push_back(
+                grid.at(static_cast<double>(col) / grid.columns, static_cast<double>(i) / samples));
+        canvas_.tileLine(toPlane(line));
+    }
+    for (size_t row = every; row < grid.rows; row += every) {
+        std::vector<Wgs84Position> line;
+        for (int i = 0; i <= samples; ++i)
+            line.push_back(
+                grid.at(static_cast<double>(i) / samples, static_cast<double>(row) / grid.rows));
+        canvas_.tileLine(toPlane(line));
+    }
+    return true;
+}
+
 TileVisitor MapPainter::tiles() {
     return [this](const TileFootprint& tile) {
         PlanePoint corners[4];
@@ -151,10 +229,13 @@ std::vector<LegendEntry> MapPainter::legend(const MapRequest& request, const Gro
                                " not placed (no terrain below or above): not drawn"});
     }
     if (tiles_ > 0) {
+        const std::string lines =
+            tileLineEvery_ > 0 ? " (a line every " + std::to_string(tileLineEvery_) + " tiles)"
+                               : " tiles (row,col)";
         entries.push_back({LegendEntry::Tile, tileLineColour,
                            request.dataset + " level " + std::to_string(request.level) + ": " +
                                std::to_string(tileRows_) + " x " + std::to_string(tileColumns_) +
-                               " tiles (row,col)"});
+                               lines});
     }
     return entries;
 }
@@ -184,6 +265,8 @@ void MapPainter::summary(const MapRequest& request, std::ostream& out) const {
     if (!request.tiles.empty()) {
         out << "tiles: " << request.dataset << " level " << request.level << ", " << tiles_
             << " tiles";
+        if (tileLineEvery_ > 0)
+            out << ", too close to outline each: a line every " << tileLineEvery_ << " tiles";
         if (tilesUnplaced_)
             out << ", " << tilesUnplaced_ << " not drawn (a corner the scene cannot place)";
         out << "\n";

@@ -35,7 +35,11 @@ public:
     void areasAndLines();
     void points();
     void props();
+    // Draws a level too fine for each tile to show as the grid's outline with every so
+    // many lines, and says so; false, drawing nothing, when each tile can be outlined.
+    bool denseTiles(const TileLevelGrid& grid);
     TileVisitor tiles();
+    size_t tileCount() const { return tileRows_ * tileColumns_; }
     std::vector<LegendEntry> legend(const MapRequest& request, const Ground& ground) const;
     void summary(const MapRequest& request, std::ostream& out) const;
 
@@ -53,4 +57,5 @@ private:
     std::vector<size_t> propsPerRule_;
     size_t unplaced_ = 0, propsOutside_ = 0;
     size_t tiles_ = 0, tileRows_ = 0, tileColumns_ = 0, tilesUnplaced_ = 0;
+    size_t tileLineEvery_ = 0;  // a dense level: a line every so many tiles
 };

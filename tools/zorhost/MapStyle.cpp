@@ -1,6 +1,5 @@
 #include "MapStyle.h"
 
-#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -18,16 +17,6 @@ const FaccCategory categories[] = {
 const MapColour ruleColours[] = {
     {1.00, 0.50, 0.00}, {0.60, 0.00, 0.80}, {0.00, 0.60, 0.60}, {0.90, 0.00, 0.45},
     {0.40, 0.25, 0.10}, {0.00, 0.30, 0.70}, {0.50, 0.70, 0.00}, {0.00, 0.00, 0.00},
-};
-
-// Greens of the lowlands to the pale rock of the heights; each stop brighter than the
-// one before, so brightness alone tells high from low.
-const struct {
-    double at;
-    MapColour colour;
-} ramp[] = {
-    {0.00, {0.21, 0.43, 0.27}}, {0.30, {0.47, 0.63, 0.35}}, {0.60, {0.77, 0.71, 0.51}},
-    {0.85, {0.84, 0.80, 0.75}}, {1.00, {0.98, 0.98, 0.98}},
 };
 
 }  // namespace
@@ -50,17 +39,4 @@ const FaccCategory& faccCategory(const std::string& code) {
 
 MapColour ruleColour(size_t rule) {
     return ruleColours[rule % (sizeof(ruleColours) / sizeof(ruleColours[0]))];
-}
-
-MapColour elevationColour(double fraction) {
-    const double t = std::clamp(fraction, 0.0, 1.0);
-    for (size_t i = 1; i < sizeof(ramp) / sizeof(ramp[0]); ++i) {
-        if (t <= ramp[i].at) {
-            const double w = (t - ramp[i - 1].at) / (ramp[i].at - ramp[i - 1].at);
-            const MapColour& a = ramp[i - 1].colour;
-            const MapColour& b = ramp[i].colour;
-            return {a.r + (b.r - a.r) * w, a.g + (b.g - a.g) * w, a.b + (b.b - a.b) * w};
-        }
-    }
-    return ramp[sizeof(ramp) / sizeof(ramp[0]) - 1].colour;
 }

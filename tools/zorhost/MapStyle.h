@@ -28,9 +28,6 @@ extern const size_t faccCategoryCount;
 
 MapColour ruleColour(size_t rule);
 
-// Lowest (0) to highest (1) elevation, always brighter with height.
-MapColour elevationColour(double fraction);
-
 const MapColour mapBackground = {0.96, 0.95, 0.92};
 const MapColour tileLineColour = {0.20, 0.20, 0.25};
 const MapColour inkColour = {0.10, 0.10, 0.10};

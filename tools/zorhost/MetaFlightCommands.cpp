@@ -571,6 +571,22 @@ int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std
     return 0;
 }
 
+int runTileGrid(const TilesRequest& request, const TileGridVisitor& visit, std::ostream& err) {
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    unsigned first = 0, end = 0;
+    if (!prepareTiles(request, parser, d, first, end, err))
+        return 1;
+    try {
+        for (unsigned level = first; level < end; ++level)
+            withTileLevelGrid(d, request.dataset, level, visit);
+    } catch (const std::exception& e) {
+        err << "zorhost: " << request.document << ": " << e.what() << "\n";
+        return 1;
+    }
+    return 0;
+}
+
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;

@@ -49,6 +49,8 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err);
 // The footprint of each tile `request` asks for, to `visit` as it is made, nothing
 // printed; 1 with the message on `err` when the document or the query fails.
 int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std::ostream& err);
+// The asked level's grid as a whole (its tiles are not visited), to `visit`.
+int runTileGrid(const TilesRequest& request, const TileGridVisitor& visit, std::ostream& err);
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err);
 // Prints one line on what changed; a failed publish, or an output that could not be
 // written, gives the message on `err` and 1.

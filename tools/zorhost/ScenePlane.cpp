@@ -1,9 +1,13 @@
 #include "ScenePlane.h"
 
 #include <GeographicLib/Geocentric.hpp>
-#include <GeographicLib/Geodesic.hpp>
+#include <GeographicLib/TransverseMercator.hpp>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <limits>
+#include <mutex>
 
 #include "gdalsupport/DtGdalScope.h"
 #include "hxutil/DtException.h"
@@ -49,8 +53,75 @@ bool projected(const DtCoordinateConverter& converter, OGRCoordinateTransformati
 
 }  // namespace
 
-ScenePlane::ScenePlane(const kelZor::DtCoordinateSystem& scene)
-    : scene_(scene), geographic_(scene.type() == DtCoordinateConverter::Geocentric) {
+// The conformal plane of a geocentric scene, centred on its data.
+class ScenePlane::Conformal {
+public:
+    explicit Conformal(const PlaneCentre& centre)
+        : lon0_(std::remainder(centre.lon, 360.0)),
+          lat0_(std::max(-80.0, std::min(80.0, centre.lat))),
+          mercator_(centre.lonSpan > wideSpan) {
+        srs_.SetWellKnownGeogCS("WGS84");
+        char text[96];
+        if (mercator_) {
+            srs_.SetMercator2SP(lat0_, 0.0, lon0_, 0.0, 0.0);
+            std::snprintf(text, sizeof(text), "Mercator on %.4f, true at %.4f", lon0_, lat0_);
+            srs_.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
+            const OGRSpatialReference wgs84 = DtWgs84();
+            toPlane_.reset(OGRCreateCoordinateTransformation(&wgs84, &srs_));
+        } else {
+            srs_.SetTM(lat0_, lon0_, 1.0, 0.0, 0.0);
+            std::snprintf(text, sizeof(text), "transverse Mercator on %.4f, %.4f", lon0_, lat0_);
+            double x = 0.0;
+            tm_.Forward(lon0_, lat0_, lon0_, x, northing0_);
+        }
+        srs_.SetProjCS((std::string("zorhost map plane: ") + text).c_str());
+        description_ = text;
+    }
+
+    bool forward(double lat, double lon, PlanePoint& p) const {
+        if (!mercator_) {
+            // Beyond a quarter of the globe from its meridian the plane folds back.
+            if (std::abs(std::remainder(lon - lon0_, 360.0)) > 89.0)
+                return false;
+            tm_.Forward(lon0_, lat, lon, p.x, p.y);
+            p.y -= northing0_;
+            return std::isfinite(p.x) && std::isfinite(p.y);
+        }
+        if (!(std::abs(lat) <= 85.0) || !toPlane_)
+            return false;
+        double x = std::remainder(lon - lon0_, 360.0) + lon0_, y = lat;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!toPlane_->Transform(1, &x, &y))
+            return false;
+        p = {x, y};
+        return std::isfinite(x) && std::isfinite(y);
+    }
+    const OGRSpatialReference& srs() const { return srs_; }
+    const std::string& description() const { return description_; }
+
+private:
+    static constexpr double wideSpan = 120.0;  // degrees east to west: a third of the globe
+    double lon0_, lat0_;
+    bool mercator_;
+    // Scale 1 on the meridian: true lengths at the centre.
+    const GeographicLib::TransverseMercator tm_{GeographicLib::Constants::WGS84_a(),
+                                                GeographicLib::Constants::WGS84_f(), 1.0};
+    double northing0_ = 0.0;
+    OGRSpatialReference srs_;
+    DtTransformPtr toPlane_;
+    mutable std::mutex mutex_;
+    std::string description_;
+};
+
+ScenePlane::ScenePlane(const kelZor::DtCoordinateSystem& scene, const PlaneCentre& centre)
+    : scene_(scene), ofItsOwn_(scene.type() == DtCoordinateConverter::Geocentric) {
+    DtGdalRegisterOnce();
+    if (ofItsOwn_) {
+        conformal_ = std::make_unique<Conformal>(centre);
+        description_ = conformal_->description();
+    } else {
+        description_ = "the scene's own x and y";
+    }
     try {
         wkt_ = describedWkt();
     } catch (const DtException&) {
@@ -58,16 +129,17 @@ ScenePlane::ScenePlane(const kelZor::DtCoordinateSystem& scene)
     }
 }
 
+ScenePlane::~ScenePlane() = default;
+
 // The projection shifted so that its numbers are the scene's own: its false easting and
 // northing less where the scene's (0, 0) falls. A second place checks that the scene is
 // that projection and no more than shifted; otherwise the picture is not georeferenced
 // rather than wrongly.
 std::string ScenePlane::describedWkt() const {
-    DtGdalRegisterOnce();
     const DtGdalMessages quiet(DtGdalMessages::Quiet);
     OGRSpatialReference srs;
-    if (geographic_) {
-        srs = DtWgs84();
+    if (conformal_) {
+        srs = conformal_->srs();
     } else {
         if (!projectionOf(scene_, srs))
             return "";
@@ -101,18 +173,19 @@ std::string ScenePlane::describedWkt() const {
 }
 
 PlanePoint ScenePlane::fromScene(const DtVector64& position) const {
-    if (!geographic_)
+    if (!conformal_)
         return {position.x(), position.y()};
     double lat = 0.0, lon = 0.0, height = 0.0;
     scene_.converter()->cigToGeodetic(position, lat, lon, height);
-    return {lon, lat};
+    PlanePoint p;
+    if (!conformal_->forward(lat, lon, p))
+        p.x = p.y = std::numeric_limits<double>::quiet_NaN();
+    return p;
 }
 
 bool ScenePlane::fromWgs84(const Wgs84Position& place, PlanePoint& point) const {
-    if (geographic_) {
-        point = {place.lon, place.lat};
-        return true;
-    }
+    if (conformal_)
+        return conformal_->forward(place.lat, place.lon, point);
     double x, y, z;
     GeographicLib::Geocentric::WGS84().Forward(place.lat, place.lon, 0.0, x, y, z);
     DtVector64 cig;
@@ -123,13 +196,4 @@ bool ScenePlane::fromWgs84(const Wgs84Position& place, PlanePoint& point) const 
     }
     point = {cig.x(), cig.y()};
     return std::isfinite(cig.x()) && std::isfinite(cig.y());
-}
-
-double ScenePlane::metresPerUnitX(const PlanePoint& at) const {
-    if (!geographic_)
-        return 1.0;
-    double metres = 0.0;
-    const double lat = std::max(-89.9, std::min(89.9, at.y));
-    GeographicLib::Geodesic::WGS84().Inverse(lat, at.x - 0.5, lat, at.x + 0.5, metres);
-    return metres;
 }

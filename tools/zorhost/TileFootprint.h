@@ -15,3 +15,12 @@ struct TileFootprint {
     std::string path;
 };
 using TileVisitor = std::function<void(const TileFootprint&)>;
+
+// A level's grid as a whole, for a picture too fine to show each tile: its size, and
+// where the point at fractions (fx of the columns, fy of the rows) lies on the earth.
+// `at` holds only while the visitor it was given to runs.
+struct TileLevelGrid {
+    unsigned level = 0, rows = 0, columns = 0;
+    std::function<Wgs84Position(double fx, double fy)> at;
+};
+using TileGridVisitor = std::function<void(const TileLevelGrid&)>;

@@ -75,6 +75,19 @@ void forEachTileFootprint(const DtMetaFlightDescription& d, const std::string& k
     }
 }
 
+void withTileLevelGrid(const DtMetaFlightDescription& d, const std::string& key, unsigned level,
+                       const TileGridVisitor& visit) {
+    const Grid grid(d.database()->geometryGridDataset.at(key)->gridStack.coverageUsed.target.get());
+    const CoordSys wgs84 = wgs84Geodetic();
+    const kelZor::DtTilePathGenerator names(d, key, static_cast<int>(level));
+    TileLevelGrid whole;
+    whole.level = level;
+    whole.rows = names.rows();
+    whole.columns = names.columns();
+    whole.at = [&grid, &wgs84](double fx, double fy) { return grid.at(wgs84, fx, fy); };
+    visit(whole);
+}
+
 std::vector<Wgs84Position> coverageOutline(const Types::Coverage* coverage, unsigned perSide) {
     const Grid grid(coverage);
     const CoordSys wgs84 = wgs84Geodetic();

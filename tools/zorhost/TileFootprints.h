@@ -18,6 +18,10 @@ class DtMetaFlightDescription;
 void forEachTileFootprint(const kelZor::DtMetaFlightDescription& d, const std::string& key,
                           unsigned level, const TileVisitor& visit);
 
+// The level's grid as a whole, to `visit`.
+void withTileLevelGrid(const kelZor::DtMetaFlightDescription& d, const std::string& key,
+                       unsigned level, const TileGridVisitor& visit);
+
 // A coverage (null: none, which throws) as a closed outline, counter-clockwise, with `perSide`
 // points along each side so that its curve in WGS84 shows.
 std::vector<Wgs84Position> coverageOutline(const kelZor::DtMetaFlightTypes::Coverage* coverage,

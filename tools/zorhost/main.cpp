@@ -408,16 +408,20 @@ void addProps(CLI::App& app, Request& request) {
 void addMap(CLI::App& app, Request& request) {
     CLI::App* map = command(
         app, "map", "A georeferenced picture of terrain, features, props and tiles",
-        "Draws what the engine makes of the files into a PNG, in the scene's plane (easting\n"
-        "and northing of a UTM, Lambert or flat-earth scene; longitude and latitude of a\n"
-        "geocentric one): a hillshade of the DEMs under an elevation colour ramp; areal,\n"
-        "linear and point features coloured by FACC category; props as squares with a tick\n"
-        "towards their heading, coloured by rule; the tile boundaries of a MetaFlight level,\n"
-        "labelled row,col where they fit; a legend, scale bar, north arrow and the scene.\n"
-        "Features, props and tiles go through the plug-in as for 'features', 'props' and\n"
-        "'tiles'. A world file (OUT with .pgw) and OUT.aux.xml with the plane's coordinate\n"
-        "system go beside the PNG, so GDAL and a GIS open it in place. Points closer than\n"
-        "the picture can show are thinned, and the legend says how many.\n\n"
+        "Draws what the engine makes of the files into a PNG or GeoTIFF, in the scene's\n"
+        "plane (easting and northing of a UTM, Lambert or flat-earth scene; for a geocentric\n"
+        "one a transverse Mercator on the data's centre, true there in every direction),\n"
+        "with square pixels: the DEMs under a hypsometric ramp (sea in blues, land from\n"
+        "greens through browns to white) and a hillshade; areal, linear and point features\n"
+        "coloured by FACC category; props as squares with a tick towards their heading,\n"
+        "coloured by rule; the tile boundaries of a MetaFlight level, labelled row,col where\n"
+        "they fit (a level too fine to outline each tile shows its outline and a line every\n"
+        "so many tiles); a legend, scale bar, north arrow and the scene, in the frame's\n"
+        "corners where they hide nothing drawn, else in a panel east of it. Features, props\n"
+        "and tiles go through the plug-in as for 'features', 'props' and 'tiles'. A world\n"
+        "file (OUT with .pgw) and OUT.aux.xml with the plane's coordinate system go beside a\n"
+        "PNG; a GeoTIFF (OUT.tif) holds them; GDAL and a GIS open either in place. Points\n"
+        "closer than the picture can show are thinned, and the legend says how many.\n\n"
         "Examples:\n"
         "  zorhost map /tmp/valley.png --features data/sample/valley.gdb "
         "--terrain data/sample/elevation_utm32n.tif\n"
@@ -426,7 +430,7 @@ void addMap(CLI::App& app, Request& request) {
         "  zorhost map /tmp/tiles.png --tiles data/sample/zone33_quad.mft --dataset Terrain "
         "--level 1 --size 800x400");
     MapRequest& r = request.map;
-    map->add_option("OUT", r.output, "The PNG to write")->required();
+    map->add_option("OUT", r.output, "The PNG, or GeoTIFF (.tif), to write")->required();
     map->add_option("--terrain", r.terrains,
                     "A DEM (any raster GDAL reads; repeatable, the first that covers a place "
                     "answers)");
@@ -442,15 +446,41 @@ void addMap(CLI::App& app, Request& request) {
                         "; the features are tried first, then the props, "
                         "the tiles and the DEMs");
     map->add_option("--extent", r.extent,
-                    "MINX,MINY,MAXX,MAXY in the plane (default: what is drawn, with a margin)")
+                    "MINX,MINY,MAXX,MAXY in the scene's plane, or longitudes and latitudes in "
+                    "a geocentric scene (default: what is drawn, with a margin); the pixels "
+                    "stay square, so it grows the shorter way to --size's shape")
         ->delimiter(',')
         ->expected(4);
     map->add_option("--size", r.size,
-                    "WIDTHxHEIGHT in pixels, at most 16384 each (default: 1024 on the longer "
-                    "side)")
+                    "WIDTHxHEIGHT of the frame in pixels, at most 16384 each (default: 1024 on "
+                    "the longer side); a legend outside adds its panel")
         ->delimiter('x')
         ->expected(2);
     map->add_option("--title", r.title, "The title (default: the inputs' names)");
+    map->add_option("--legend", r.legend,
+                    "auto (default: the corners where it hides nothing, else outside), "
+                    "outside (a panel east of the frame), corner, or none")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, LegendPlacement>{{"auto", LegendPlacement::Automatic},
+                                                   {"outside", LegendPlacement::Outside},
+                                                   {"corner", LegendPlacement::Corner},
+                                                   {"none", LegendPlacement::None}}));
+    map->add_option("--ramp", r.ground.rampFile,
+                    "The DEMs' colours, in gdaldem color-relief's format (heights or "
+                    "percentages, \"nv\" for no value; default: a hypsometric ramp)");
+    map->add_option("--relief", r.ground.relief, "none, hillshade (default) or multidirectional")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, Relief>{{"none", Relief::None},
+                                          {"hillshade", Relief::Hillshade},
+                                          {"multidirectional", Relief::Multidirectional}}));
+    map->add_option("--z-factor", r.ground.zFactor,
+                    "Vertical exaggeration of the relief, as gdaldem's -z (default 1)")
+        ->check(CLI::PositiveNumber);
+    map->add_option("--azimuth", r.ground.azimuth,
+                    "Where the light comes from, degrees clockwise from north (default 315)")
+        ->check(CLI::Range(0.0, 360.0));
+    map->add_flag("--progress", r.progress,
+                  "Say how far long work has gone on stderr even when it is not a terminal");
     map->add_flag("--overwrite", r.overwrite, overwriteHelp);
     addLoadOptions(map, r.load);
 }
@@ -519,8 +549,12 @@ int runCommand(const CLI::App& command, Request& request) {
     if (name == "inspect")
         return runInspectCommand(de, request);
     if (name == "map") {
-        return runMap(de, request.map, haveLibrary ? library.commands().tileFootprints : nullptr,
-                      std::cout, std::cerr);
+        TileSources tiles;
+        if (haveLibrary) {
+            tiles.footprints = library.commands().tileFootprints;
+            tiles.grid = library.commands().tileGrid;
+        }
+        return runMap(de, request.map, tiles, std::cout, std::cerr);
     }
     if (!haveLibrary) {
         std::cerr << "zorhost: " << libraryError << "\n";

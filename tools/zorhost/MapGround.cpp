@@ -333,7 +333,8 @@ std::string rampProblem(const std::string& path) {
         return "no such file";
     const RampFile ramp(path);
     GDALDatasetUniquePtr probe = memoryRaster(1, 1, {0.0f});
-    if (!probe || !colourRelief(*probe, ramp))
+    // GDAL says so, but may still make a raster, of a file with no colour in it.
+    if (!probe || !colourRelief(*probe, ramp) || DtGdalMessages::failed())
         return DtGdalMessages::last("GDAL cannot read it as a color-relief ramp");
     return "";
 }

@@ -13,8 +13,8 @@ void registerMetaFileParser(kelZor::DtDe& de) {
 }  // namespace
 
 extern "C" ZORHOST_MODULE_EXPORT const LibraryCommands* zorhostLibraryCommands() {
-    static const LibraryCommands commands{&runDescribe,           &runTiles,   &runTileFootprints,
-                                          &runTileGrid,           &runConvert, &runPublish,
-                                          &registerMetaFileParser};
+    static const LibraryCommands commands{
+        &runDescribe, &runTiles,   &runTileFootprints, &runTileGrid,
+        &runCheck,    &runConvert, &runPublish,        &registerMetaFileParser};
     return &commands;
 }

@@ -16,6 +16,7 @@ struct LibraryCommands {
     int (*tiles)(const TilesRequest& request, std::ostream& out, std::ostream& err);
     int (*tileFootprints)(const TilesRequest& request, const TileVisitor& visit, std::ostream& err);
     int (*tileGrid)(const TilesRequest& request, const TileGridVisitor& visit, std::ostream& err);
+    int (*check)(const CheckRequest& request, std::ostream& out, std::ostream& err);
     int (*convert)(const ConvertRequest& request, std::ostream& out, std::ostream& err);
     int (*publish)(const PublishRequest& request, std::ostream& out, std::ostream& err);
     // Registers DtMetaFileHeaderParser under its class name, with no extension.

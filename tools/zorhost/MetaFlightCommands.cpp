@@ -12,7 +12,9 @@
 
 #include "GeoJsonWriter.h"
 #include "JsonOutput.h"
+#include "Progress.h"
 #include "TextNumbers.h"
+#include "TileCheck.h"
 #include "TileFootprints.h"
 #include "hxutil/DtException.h"
 #include "hxutil/DtString.h"
@@ -446,11 +448,16 @@ const GeoJsonWriter::Fields tileFields = {
 
 // One record per tile of a level: its centre and offset as the description gives them.
 void printLevel(const DtMetaFlightDescription& d, const std::string& key, unsigned level,
-                bool degrees, JsonArrayStream* records, std::ostream& out) {
+                bool degrees, JsonArrayStream* records, bool pathsOnly, std::ostream& out) {
     const kelZor::DtTilePathGenerator names(d, key, static_cast<int>(level));
     std::string path;
     for (unsigned row = 0; row < names.rows(); ++row) {
         for (unsigned col = 0; col < names.columns(); ++col) {
+            if (pathsOnly) {
+                names.path(row, col, path);
+                out << path << '\n';
+                continue;
+            }
             double c[3], o[3];
             d.geometryGridTileCenter(key, level, row, col, c[0], c[1], c[2]);
             d.geometryGridTileOffset(key, level, row, col, o[0], o[1], o[2]);
@@ -522,10 +529,11 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
         const bool degrees = isGeodetic(d.geometryDatasetDataCoordinateSystem(request.dataset));
         if (request.json)
             records = std::make_unique<JsonArrayStream>(out);
-        else
+        else if (!request.paths)
             printHeader(degrees, out);
         for (unsigned level = first; level < end && error.empty(); ++level) {
-            printLevel(d, request.dataset, level, degrees, records.get(), out);
+            printLevel(d, request.dataset, level, degrees, records.get(),
+                       request.paths && !request.json, out);
             if (!geojson)
                 continue;
             forEachTileFootprint(d, request.dataset, level, [&](const TileFootprint& tile) {
@@ -585,6 +593,147 @@ int runTileGrid(const TilesRequest& request, const TileGridVisitor& visit, std::
         return 1;
     }
     return 0;
+}
+
+namespace {
+
+// What `check` lists, by the states asked for.
+struct Listing {
+    bool states[5] = {false, false, false, false, false};
+    bool extra = false;
+
+    explicit Listing(const std::vector<std::string>& asked) {
+        const std::vector<std::string> names =
+            asked.empty() ? std::vector<std::string>{"missing", "empty", "extra"} : asked;
+        for (const std::string& name : names) {
+            if (name == "missing" || name == "all") {
+                for (TileState s : {TileState::Missing, TileState::Unreadable, TileState::Outside})
+                    states[static_cast<int>(s)] = true;
+            }
+            if (name == "empty" || name == "all")
+                states[static_cast<int>(TileState::Empty)] = true;
+            if (name == "all")
+                states[static_cast<int>(TileState::Present)] = true;
+            extra = extra || name == "extra" || name == "all";
+        }
+    }
+    bool lists(TileState state) const { return states[static_cast<int>(state)]; }
+};
+
+const char* kindName(bool virtualTexture) {
+    return virtualTexture ? "virtualTexture" : "geometry";
+}
+
+std::string levelLine(const LevelTally& t) {
+    std::string line = "level " + std::to_string(t.level) + ": " + std::to_string(t.tiles) +
+                       (t.tiles == 1 ? " tile, " : " tiles, ") + std::to_string(t.present) +
+                       " present";
+    for (const auto& [count, name] :
+         {std::make_pair(t.missing, "missing"), std::make_pair(t.empty, "empty"),
+          std::make_pair(t.unreadable, "unreadable"),
+          std::make_pair(t.outside, "outside the database")}) {
+        if (count > 0)
+            line += ", " + std::to_string(count) + " " + name;
+    }
+    return line;
+}
+
+Json levelJson(const LevelTally& t) {
+    return {{"level", t.level},     {"tiles", t.tiles},        {"present", t.present},
+            {"missing", t.missing}, {"empty", t.empty},        {"unreadable", t.unreadable},
+            {"outside", t.outside}, {"complete", t.complete()}};
+}
+
+}  // namespace
+
+int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err) {
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    if (!load(request.document, parser, d, err))
+        return 1;
+    const Listing listing(request.list);
+    std::unique_ptr<JsonArrayStream> records;
+    if (request.json)
+        records = std::make_unique<JsonArrayStream>(out);
+    Json datasets = Json::array();
+    std::string summary;
+    uint64_t extras = 0;
+    bool complete = true;
+    Progress progress(err, "check", request.progress);
+    TileCheckVisitor visit;
+    visit.dataset = [&](const CheckedDataset& c) {
+        datasets.push_back({{"dataset", c.key},
+                            {"kind", kindName(c.virtualTexture)},
+                            {"directory", c.root},
+                            {"levels", Json::array()}});
+        summary +=
+            c.key + " (" + (c.virtualTexture ? "virtual texture" : "geometry") +
+            (c.root.empty() ? std::string(", no tile inside the database") : ", under " + c.root) +
+            ")\n";
+        if (c.outside > 0) {
+            summary += "  " + std::to_string(c.outside) +
+                       (c.outside == 1 ? " tile names" : " tiles name") +
+                       " a path outside the database, such as \"" + c.outsideExample +
+                       "\": not looked at\n";
+        }
+    };
+    visit.tile = [&](const CheckedTile& t) {
+        if (!listing.lists(t.state))
+            return;
+        if (records) {
+            records->add({{"dataset", *t.dataset},
+                          {"kind", kindName(t.virtualTexture)},
+                          {"level", t.level},
+                          {"row", t.row},
+                          {"col", t.col},
+                          {"status", tileStateName(t.state)},
+                          {"path", *t.path}});
+        } else {
+            out << tileStateName(t.state) << '\t' << *t.dataset << '\t' << t.level << '\t' << t.row
+                << '\t' << t.col << '\t' << *t.path << '\n';
+        }
+    };
+    visit.level = [&](const LevelTally& t) {
+        datasets.back()["levels"].push_back(levelJson(t));
+        summary += "  " + levelLine(t) + "\n";
+        complete = complete && t.complete();
+    };
+    visit.extra = [&](const std::string& path) {
+        ++extras;
+        if (!listing.extra)
+            return;
+        if (records)
+            records->add({{"status", "extra"}, {"path", path}});
+        else
+            out << "extra\t" << path << '\n';
+    };
+    visit.progress = [&](uint64_t done, uint64_t total) { progress.update(done, total); };
+    TileCheckPlan plan;
+    plan.datasets = request.datasets;
+    plan.levels = request.levels;
+    try {
+        checkTiles(d, plan, visit);
+    } catch (const std::exception& e) {
+        if (records)
+            records->close();
+        out.flush();
+        err << "zorhost: " << request.document << ": " << e.what() << "\n";
+        return 1;
+    }
+    if (records) {
+        records->add(
+            {{"summary", {{"datasets", datasets}, {"extra", extras}, {"complete", complete}}}});
+        records->close();
+    } else {
+        out << summary;
+        out << "extra: " << extras << (extras == 1 ? " file" : " files")
+            << " under the datasets' directories that no tile names\n";
+        out << (complete ? "complete"
+                         : "incomplete: a tile is missing, empty, unreadable or "
+                           "outside the database")
+            << "\n";
+    }
+    return complete ? 0 : 1;
 }
 
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err) {

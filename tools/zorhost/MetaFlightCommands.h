@@ -7,6 +7,7 @@
 
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "TileFootprint.h"
 
@@ -24,6 +25,18 @@ struct TilesRequest {
     bool json = false;
     std::string geojson;  // where to write each tile's footprint; empty: nowhere
     bool overwrite = false;
+    bool paths = false;  // each tile's path alone, a line each
+};
+
+struct CheckRequest {
+    std::string document;
+    std::vector<std::string> datasets;  // empty: every geometry and virtual-texture dataset
+    std::vector<unsigned> levels;       // empty: every level
+    bool json = false;
+    // What to list: "missing" (with the unreadable and those outside the database),
+    // "empty", "extra", "all" (every tile, present ones too); empty: every problem.
+    std::vector<std::string> list;
+    bool progress = false;
 };
 
 struct ConvertRequest {
@@ -51,6 +64,10 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err);
 int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std::ostream& err);
 // The asked level's grid as a whole (its tiles are not visited), to `visit`.
 int runTileGrid(const TilesRequest& request, const TileGridVisitor& visit, std::ostream& err);
+// The tiles of the document's datasets on disk: a record for each tile listed and each
+// file no tile names, then a line per level; 1 when a tile is missing, empty, unreadable
+// or names a path outside the database, or the document or query fails.
+int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err);
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err);
 // Prints one line on what changed; a failed publish, or an output that could not be
 // written, gives the message on `err` and 1.

@@ -26,5 +26,4 @@ private:
     std::string what_;
     bool shown_ = false, terminal_, wanted_;
     Clock::time_point start_, last_;
-    size_t calls_ = 0;
 };

@@ -161,6 +161,7 @@ struct Request {
     std::vector<std::string> paths;
     DescribeRequest describe;
     TilesRequest tiles;
+    CheckRequest check;
     ConvertRequest convert;
     std::vector<double> values;
     PublishRequest publish;
@@ -280,10 +281,42 @@ void addMetaFlight(CLI::App& app, Request& request) {
         ->check(levelValidator());
     tiles->add_flag("--json", request.tiles.json,
                     "A JSON array of objects with the keys level, row, col, center, offset, path");
+    tiles->add_flag("--paths", request.tiles.paths,
+                    "Each tile's file path alone, a line each (as the engine would open it)");
     addGeoJsonOutput(tiles, request.tiles.geojson, request.tiles.overwrite,
                      "Also write each tile's footprint to OUT as a GeoJSON polygon of its four "
                      "corners in WGS84 longitude and latitude, with the properties level, row, "
                      "col and path");
+
+    CLI::App* check = command(
+        app, "check", "Whether every tile a MetaFlight document names is on disk",
+        "For each geometry and virtual-texture dataset (or each --dataset) and each level\n"
+        "(or each --level): the tiles whose files are present, missing, empty (0 bytes) or\n"
+        "unreadable, and the files under the datasets' directories that no tile of any\n"
+        "level names (extra: a stale level, a mistyped pattern). Paths are the ones the\n"
+        "engine opens; a tile whose path would leave the document's directory is reported\n"
+        "and never looked at. Listed tiles stream as they are found (state, dataset, level,\n"
+        "row, col, path), then a line per level and the verdict. Status 1 when a tile is\n"
+        "missing, empty, unreadable or outside the database; 0 when the database is\n"
+        "complete (extra files are listed but do not make it incomplete).\n\n"
+        "Examples:\n"
+        "  zorhost check data/sample/metaflight/valley_tiles.mft\n"
+        "  zorhost check data/sample/metaflight/valley_tiles.mft --level 1 --list all --json");
+    check->add_option("DOC", request.check.document, "MetaFlight document (.mft)")->required();
+    check->add_option("--dataset", request.check.datasets,
+                      "A dataset's key (repeatable; default: every dataset)");
+    check->add_option("--level", request.check.levels,
+                      "A level, counted from 0 (repeatable; default: every level)");
+    check->add_flag("--json", request.check.json,
+                    "A JSON array: a record per listed tile (dataset, kind, level, row, col, "
+                    "status, path) and extra file (status, path), then {\"summary\": ...}");
+    check
+        ->add_option("--list", request.check.list,
+                     "What to list: missing (with unreadable and outside), empty, extra, all "
+                     "(present tiles too); repeatable; default: missing, empty and extra")
+        ->check(CLI::IsMember({"missing", "empty", "extra", "all"}));
+    check->add_flag("--progress", request.check.progress,
+                    "Say how far the check has gone on stderr even when it is not a terminal");
 
     CLI::App* convert = command(
         app, "convert", "A position moved between two coordinate systems of a document",
@@ -491,6 +524,8 @@ int runMetaFlight(const CLI::App& command, Request& request, const LibraryComman
         return commands.describe(request.describe, std::cout, std::cerr);
     if (name == "tiles")
         return commands.tiles(request.tiles, std::cout, std::cerr);
+    if (name == "check")
+        return commands.check(request.check, std::cout, std::cerr);
     if (name == "convert") {
         std::copy(request.values.begin(), request.values.end(), request.convert.values);
         return commands.convert(request.convert, std::cout, std::cerr);

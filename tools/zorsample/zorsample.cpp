@@ -18,6 +18,7 @@
 // Geodatabase: points, roads meeting at a junction, areas with a hole), with the common
 // feature-attribute fields ECC, WID, LEN, HGT, AOO and a name.
 // Metafile and project: INI text naming a terrain file (see the README).
+// Tiles: the twenty tiny tile files of metaflight/valley_tiles.mft's two levels.
 #include <gdal_priv.h>
 #include <ogr_spatialref.h>
 #include <ogrsf_frmts.h>
@@ -228,6 +229,29 @@ bool writeText(const std::string& path, const std::string& text) {
     return static_cast<bool>(out);
 }
 
+// The tiles metaflight/valley_tiles.mft names, as its pattern names them: a few bytes
+// each, enough for `zorhost check` to find a complete database.
+bool writeValleyTiles(const std::string& metaflight) {
+    bool ok = true;
+    const int sides[] = {2, 4};  // tiles a side at levels L0 and L1
+    for (int level = 0; level < 2; ++level) {
+        const std::string folder = metaflight + "/Terrain/L" + std::to_string(level);
+        std::error_code ignored;
+        std::filesystem::create_directories(folder, ignored);
+        for (int row = 0; row < sides[level]; ++row) {
+            for (int col = 0; col < sides[level]; ++col) {
+                char name[32];
+                std::snprintf(name, sizeof name, "/tile_%03d_%03d.medf", row, col);
+                ok = writeText(folder + name, "medf sample tile: level L" + std::to_string(level) +
+                                                  ", row " + std::to_string(row) + ", col " +
+                                                  std::to_string(col) + "\n") &&
+                     ok;
+            }
+        }
+    }
+    return ok;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -269,6 +293,7 @@ int main(int argc, char** argv) {
                    "[3DView]\nterrain = ./n45_e009.dt0\n") &&
          ok;
     ok = writeDted(directory + "/data/terrain/n45_e009.dt0") && ok;
+    ok = writeValleyTiles(directory + "/metaflight") && ok;
     if (!ok)
         std::cerr << "zorsample: could not write every sample into " << directory << "\n";
     return ok ? 0 : 1;

@@ -1,12 +1,16 @@
 #include "TileCheck.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
+#include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -131,62 +135,179 @@ void narrowRoot(std::string& root, bool& any, const std::string& path) {
     root = cut == std::string::npos ? "." : root.substr(0, cut);
 }
 
-// Each non-directory under the roots, sorted; a root inside another is walked once.
-std::vector<std::string> walk(std::vector<std::string> roots, const std::string& document) {
-    std::sort(roots.begin(), roots.end());
-    std::vector<std::string> files, walked;
-    for (const std::string& root : roots) {
-        const bool nested = std::any_of(walked.begin(), walked.end(), [&](const std::string& w) {
-            return w == "." || (root.compare(0, w.size(), w) == 0 &&
-                                (root.size() == w.size() || root[w.size()] == '/'));
-        });
-        if (nested)
-            continue;
-        walked.push_back(root);
-        std::error_code error;
-        fs::recursive_directory_iterator it(root, fs::directory_options::skip_permission_denied,
-                                            error);
-        for (; !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
-            std::error_code ignored;
-            if (it->is_directory(ignored))
-                continue;
-            std::string path = it->path().generic_string();
-            if (root == "." && path.compare(0, 2, "./") == 0)
-                path.erase(0, 2);
-            if (path != document)
-                files.push_back(std::move(path));
-        }
-    }
-    std::sort(files.begin(), files.end());
-    files.erase(std::unique(files.begin(), files.end()), files.end());
-    return files;
+// Whether this process may read a file of that mode and owner, as the kernel decides
+// for the permission bits: an `access` call a file would cost as much again as its stat.
+bool readable(const struct stat& info) {
+    static const uid_t user = geteuid();
+    static const gid_t group = getegid();
+    static const std::vector<gid_t> groups = [] {
+        std::vector<gid_t> all(static_cast<size_t>(std::max(0, getgroups(0, nullptr))));
+        if (!all.empty() && getgroups(static_cast<int>(all.size()), all.data()) < 0)
+            all.clear();
+        return all;
+    }();
+    if (user == 0)
+        return true;
+    if (info.st_uid == user)
+        return info.st_mode & S_IRUSR;
+    const bool member = info.st_gid == group ||
+                        std::find(groups.begin(), groups.end(), info.st_gid) != groups.end();
+    return info.st_mode & (member ? S_IRGRP : S_IROTH);
 }
 
-TileState stateOf(const std::string& path) {
-    struct stat info;
-    if (::stat(path.c_str(), &info) != 0 || S_ISDIR(info.st_mode))
-        return TileState::Missing;
-    if (::access(path.c_str(), R_OK) != 0)
+TileState stateOf(const struct stat& info) {
+    if (!readable(info))
         return TileState::Unreadable;
     return info.st_size == 0 ? TileState::Empty : TileState::Present;
 }
 
-// Stats the files at `which` on a few threads: a network file system answers each slowly.
-void statInParallel(const std::vector<std::string>& paths, const std::vector<size_t>& which,
-                    std::vector<TileState>& states, int threads) {
-    std::atomic<size_t> next{0};
-    auto work = [&] {
-        for (size_t i = next++; i < which.size(); i = next++)
-            states[which[i]] = stateOf(paths[which[i]]);
+// A file the walk found, and the state a tile there has.
+struct FileOnDisk {
+    std::string path;
+    TileState state;
+};
+
+// Each non-directory under the roots with its state, read on a few threads that share
+// a queue of directories: each reads a directory and stats its files by name from it, so
+// a file costs one short lookup, and a network file system's slow answers overlap. A
+// root inside another is walked once; a link to a directory is not followed.
+class Walk {
+public:
+    Walk(std::vector<std::string> roots, const std::string& document, int threads)
+        : document_(document) {
+        std::sort(roots.begin(), roots.end());
+        std::vector<std::string> walked;
+        for (const std::string& root : roots) {
+            const bool nested =
+                std::any_of(walked.begin(), walked.end(), [&](const std::string& w) {
+                    return w == "." || (root.compare(0, w.size(), w) == 0 &&
+                                        (root.size() == w.size() || root[w.size()] == '/'));
+                });
+            if (!nested)
+                walked.push_back(root);
+        }
+        queue_ = walked;
+        const size_t workers = static_cast<size_t>(std::max(1, threads));
+        found_.resize(workers);
+        std::vector<std::thread> pool;
+        for (size_t i = 1; i < workers; ++i)
+            pool.emplace_back([this, i] { work(found_[i]); });
+        work(found_[0]);
+        for (std::thread& t : pool)
+            t.join();
+    }
+    // Every file found, each thread's in turn.
+    std::vector<FileOnDisk> files() {
+        std::vector<FileOnDisk> all;
+        for (std::vector<FileOnDisk>& some : found_) {
+            for (FileOnDisk& file : some)
+                all.push_back(std::move(file));
+        }
+        return all;
+    }
+
+private:
+    void work(std::vector<FileOnDisk>& found) {
+        for (;;) {
+            std::string directory;
+            {
+                std::unique_lock<std::mutex> lock(mutex_);
+                ready_.wait(lock, [this] { return !queue_.empty() || busy_ == 0; });
+                if (queue_.empty())
+                    return;  // none queued and none being read: no more will come
+                directory = std::move(queue_.back());
+                queue_.pop_back();
+                ++busy_;
+            }
+            std::vector<std::string> below;
+            read(directory, found, below);
+            {
+                const std::lock_guard<std::mutex> lock(mutex_);
+                for (std::string& d : below)
+                    queue_.push_back(std::move(d));
+                --busy_;
+            }
+            ready_.notify_all();
+        }
+    }
+
+    void read(const std::string& directory, std::vector<FileOnDisk>& found,
+              std::vector<std::string>& below) const {
+        std::unique_ptr<DIR, int (*)(DIR*)> handle(::opendir(directory.c_str()), ::closedir);
+        if (!handle)
+            return;
+        const int fd = ::dirfd(handle.get());
+        const std::string prefix = directory == "." ? "" : directory + "/";
+        while (const dirent* entry = ::readdir(handle.get())) {
+            const char* name = entry->d_name;
+            if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0)
+                continue;
+            if (entry->d_type == DT_DIR) {
+                below.push_back(prefix + name);
+                continue;
+            }
+            struct stat info;
+            const bool known = ::fstatat(fd, name, &info, 0) == 0;
+            if (known && S_ISDIR(info.st_mode)) {
+                if (entry->d_type == DT_UNKNOWN)
+                    below.push_back(prefix + name);
+                continue;  // a link to a directory: not followed
+            }
+            std::string path = prefix + name;
+            if (path == document_)
+                continue;
+            found.push_back({std::move(path), known ? stateOf(info) : TileState::Unreadable});
+        }
+    }
+
+    const std::string& document_;
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::vector<std::string> queue_;
+    size_t busy_ = 0;
+    std::vector<std::vector<FileOnDisk>> found_;
+};
+
+// The files found, by path: open addressing over each path's hash, so that a lookup
+// touches one slot and, when the hash agrees, one path.
+class FileIndex {
+public:
+    explicit FileIndex(const std::vector<FileOnDisk>& files) : files_(files) {
+        size_t size = 16;
+        while (size < files.size() * 2)
+            size *= 2;
+        slots_.assign(size, Slot{});
+        for (uint32_t k = 0; k < files.size(); ++k) {
+            const uint64_t hash = hashOf(files[k].path);
+            for (size_t at = hash & (size - 1);; at = (at + 1) & (size - 1)) {
+                if (slots_[at].index == empty) {
+                    slots_[at] = {hash, k};
+                    break;
+                }
+            }
+        }
+    }
+    // The file's index, or -1.
+    int64_t find(const std::string& path) const {
+        const uint64_t hash = hashOf(path);
+        const size_t mask = slots_.size() - 1;
+        for (size_t at = hash & mask; slots_[at].index != empty; at = (at + 1) & mask) {
+            if (slots_[at].hash == hash && files_[slots_[at].index].path == path)
+                return slots_[at].index;
+        }
+        return -1;
+    }
+
+private:
+    static constexpr uint32_t empty = 0xFFFFFFFFu;
+    struct Slot {
+        uint64_t hash = 0;
+        uint32_t index = empty;
     };
-    const size_t helpers = std::min<size_t>(std::max(0, threads - 1), which.size() / 64);
-    std::vector<std::thread> pool;
-    for (size_t i = 0; i < helpers; ++i)
-        pool.emplace_back(work);
-    work();
-    for (std::thread& t : pool)
-        t.join();
-}
+    static uint64_t hashOf(const std::string& path) { return std::hash<std::string>()(path); }
+    const std::vector<FileOnDisk>& files_;
+    std::vector<Slot> slots_;
+};
 
 void count(LevelTally& tally, TileState state) {
     ++tally.tiles;
@@ -291,7 +412,8 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
         if (chosen[i] && !checked[i].root.empty())
             roots.push_back(checked[i].root);
     }
-    const std::vector<std::string> files = walk(roots, database.document());
+    const std::vector<FileOnDisk> files = Walk(roots, database.document(), plan.threads).files();
+    const FileIndex onDisk(files);
     std::vector<bool> named(files.size(), false);
 
     // Every tile of every dataset names its file; the chosen ones are reported.
@@ -299,7 +421,6 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
     std::vector<std::string> paths(chunkTiles);
     std::vector<std::string> generated(chunkTiles);
     std::vector<TileState> states(chunkTiles);
-    std::vector<size_t> found;
     for (size_t i = 0; i < all.size(); ++i) {
         if (chosen[i] && visit.dataset)
             visit.dataset(checked[i]);
@@ -317,7 +438,6 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
             const uint64_t tiles = static_cast<uint64_t>(names.rows) * names.columns;
             for (uint64_t start = 0; start < tiles; start += chunkTiles) {
                 const size_t n = static_cast<size_t>(std::min<uint64_t>(chunkTiles, tiles - start));
-                found.clear();
                 for (size_t k = 0; k < n; ++k) {
                     const uint64_t t = start + k;
                     names.path(static_cast<unsigned>(t / names.columns),
@@ -328,17 +448,15 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
                         states[k] = TileState::Outside;
                         continue;
                     }
-                    const auto at = std::lower_bound(files.begin(), files.end(), paths[k]);
-                    const bool onDisk = at != files.end() && *at == paths[k];
-                    if (onDisk)
-                        named[at - files.begin()] = true;
+                    const int64_t file = onDisk.find(paths[k]);
                     states[k] = TileState::Missing;
-                    if (onDisk && reported)
-                        found.push_back(k);
+                    if (file >= 0) {
+                        named[static_cast<size_t>(file)] = true;
+                        states[k] = files[static_cast<size_t>(file)].state;
+                    }
                 }
                 if (!reported)
                     continue;
-                statInParallel(paths, found, states, plan.threads);
                 for (size_t k = 0; k < n; ++k) {
                     const uint64_t t = start + k;
                     count(tally, states[k]);
@@ -357,8 +475,15 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
                 visit.level(tally);
         }
     }
+    std::vector<const std::string*> extras;
     for (size_t k = 0; k < files.size(); ++k) {
-        if (!named[k] && visit.extra)
-            visit.extra(files[k]);
+        if (!named[k])
+            extras.push_back(&files[k].path);
+    }
+    std::sort(extras.begin(), extras.end(),
+              [](const std::string* a, const std::string* b) { return *a < *b; });
+    for (const std::string* extra : extras) {
+        if (visit.extra)
+            visit.extra(*extra);
     }
 }

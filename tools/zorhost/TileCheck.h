@@ -60,7 +60,7 @@ struct TileCheckVisitor {
 struct TileCheckPlan {
     std::vector<std::string> datasets;  // keys; empty: every geometry and virtual-texture one
     std::vector<unsigned> levels;       // empty: every level
-    int threads = 8;
+    int threads = 4;
 };
 
 // Throws std::invalid_argument for an unknown dataset or a level a chosen dataset does not

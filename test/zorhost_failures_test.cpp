@@ -66,6 +66,7 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
          "geometry": {"type": "Point", "coordinates": [12.5, 41.9]}}]})");
     ASSERT_TRUE(writeVector(dir.file("far.shp"), srsFromEpsg(4326).get(),
                             {{"POINT (12.5 41.9)", {{"ECC", "EC030"}}, {}, {}}}));
+    dir.write("noramp.txt", "# a ramp without a colour\n");
     dir.write("oak.json", R"({"models": {"oak": "oak.flt"}, "rules": [
         {"fields": {"ECC": "EC030"}, "model": "oak", "propType": "tree"}]})");
     dir.write("elm.json", R"({"models": {}, "rules": [
@@ -150,6 +151,15 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
         {"map " + dir.file("m.png") + " --features " + dir.file("nocode.geojson"),
          1,
          "nothing to draw: the inputs hold nothing the scene can place",
+         {}},
+        {"map " + dir.file("m.png") + " --features " + pts + " --ramp " + dir.file("noramp.txt"),
+         1,
+         "noramp.txt: No color association found",
+         {}},
+        {"check " + quad, 1, "quad.mft: incomplete: tiles 40 missing", {}},
+        {"check " + quad + " --dataset Nope",
+         1,
+         "no dataset \"Nope\"; the document has Terrain",
          {}},
         {"describe " + dir.file("missing.mft"), 1, "missing.mft: no such file", {}},
         {"describe " + dir.file("empty"), 1, "is a directory", {}},

@@ -659,6 +659,7 @@ int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err) 
     std::string summary;
     uint64_t extras = 0;
     bool complete = true;
+    LevelTally faults;
     Progress progress(err, "check", request.progress);
     TileCheckVisitor visit;
     visit.dataset = [&](const CheckedDataset& c) {
@@ -697,6 +698,10 @@ int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err) 
         datasets.back()["levels"].push_back(levelJson(t));
         summary += "  " + levelLine(t) + "\n";
         complete = complete && t.complete();
+        faults.missing += t.missing;
+        faults.empty += t.empty;
+        faults.unreadable += t.unreadable;
+        faults.outside += t.outside;
     };
     visit.extra = [&](const std::string& path) {
         ++extras;
@@ -733,7 +738,19 @@ int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err) 
                            "outside the database")
             << "\n";
     }
-    return complete ? 0 : 1;
+    if (complete)
+        return 0;
+    out.flush();
+    std::string faultText;
+    for (const auto& [n, name] :
+         {std::make_pair(faults.missing, "missing"), std::make_pair(faults.empty, "empty"),
+          std::make_pair(faults.unreadable, "unreadable"),
+          std::make_pair(faults.outside, "outside the database")}) {
+        if (n > 0)
+            faultText += (faultText.empty() ? "" : ", ") + std::to_string(n) + " " + name;
+    }
+    err << "zorhost: " << request.document << ": incomplete: tiles " << faultText << "\n";
+    return 1;
 }
 
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err) {

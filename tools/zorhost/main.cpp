@@ -49,7 +49,9 @@ file; stdout holds only the answer.
   1  the engine was told an error (a model definition that does not exist)
   1  a prop was not placed: no --terrain source lies below or above its point
   1  a file with objects gave the engine nothing (no feature, prop or point)
-  1  map: the inputs hold nothing the scene can place; a DEM GDAL cannot read
+  1  map: the inputs hold nothing the scene can place; a DEM GDAL cannot read; a
+     --ramp GDAL finds no colour in
+  1  check: a tile missing, empty, unreadable or outside the database
   1  --scene @FILE: the file gives no coordinate system
   2  an unknown command or option, a missing or malformed argument
   2  a parser name that is not registered

@@ -9,9 +9,13 @@
 #include <string>
 #include <vector>
 
+#include <gdal_priv.h>
+
 #include "JsonOutput.h"
+#include "MapStyle.h"
 #include "MetaFlightDocument.h"
 #include "TempDir.h"
+#include "TileCheck.h"
 #include "ZorhostRun.h"
 
 namespace fs = std::filesystem;
@@ -166,4 +170,56 @@ TEST(ZorhostCheck, tilesPathsAreThePathsCheckLooksFor) {
     EXPECT_EQ(paths.out.substr(0, db.tile(0, 0, 0).size() + 1), db.tile(0, 0, 0) + "\n");
     const ZorhostRun sample = zorhost("check data/sample/metaflight/valley_tiles.mft --json");
     EXPECT_EQ(sample.status, 0) << sample.out;
+}
+
+// --map draws the finest level checked as cells of their states, georeferenced as `map`
+// is: the missing tile's place is red in the picture; a level of a million tiles is an
+// image of cells, and the answer on stdout is the check's alone.
+TEST(ZorhostCheck, theMapShowsEachTileInItsState) {
+    const Database db;
+    db.writeAll();
+    fs::remove(db.tile(1, 1, 0));
+    const std::string png = db.dir.file("check.png");
+    const ZorhostRun run = zorhost("check " + db.document + " --map " + png);
+    EXPECT_EQ(run.status, 1) << run.err;
+    EXPECT_EQ(run.out.find("map:"), std::string::npos) << run.out;
+    auto colourAt = [](const std::string& picture, double x, double y) {
+        GDALAllRegister();
+        GDALDatasetUniquePtr image(GDALDataset::Open(picture.c_str(), GDAL_OF_RASTER));
+        double t[6];
+        EXPECT_TRUE(image && image->GetGeoTransform(t) == CE_None);
+        const int col = static_cast<int>((x - t[0]) / t[1]),
+                  row = static_cast<int>((y - t[3]) / t[5]);
+        uint8_t rgb[3] = {0, 0, 0};
+        for (int band = 0; band < 3; ++band)
+            EXPECT_EQ(image->GetRasterBand(band + 1)->RasterIO(GF_Read, col, row, 1, 1, &rgb[band],
+                                                               1, 1, GDT_Byte, 0, 0),
+                      CE_None);
+        return std::vector<int>(rgb, rgb + 3);
+    };
+    // Level 1's tiles are 100 m; row 1, col 0 spans 1000..1100 E, 2100..2200 N.
+    const MapColour missing = tileStateColour(static_cast<uint8_t>(TileState::Missing));
+    const MapColour present = tileStateColour(static_cast<uint8_t>(TileState::Present));
+    auto near = [](const std::vector<int>& seen, const MapColour& c) {
+        return std::abs(seen[0] - c.red()) <= 3 && std::abs(seen[1] - c.green()) <= 3 &&
+               std::abs(seen[2] - c.blue()) <= 3;
+    };
+    EXPECT_TRUE(near(colourAt(png, 1050, 2150), missing));
+    EXPECT_TRUE(near(colourAt(png, 1250, 2150), present));
+    const ZorhostRun again = zorhost("check " + db.document + " --map " + png);
+    EXPECT_EQ(again.status, 1);
+    EXPECT_NE(again.err.find("exists; give --overwrite"), std::string::npos) << again.err;
+    EXPECT_TRUE(again.out.empty());  // refused before the check said anything
+
+    MetaFlightDocument dense;
+    dense.gridLevels = MetaFlightDocument::level("L0", 1000, 1000);
+    dense.geometryLevels = MetaFlightDocument::geometryLevel("LOCALIZED");
+    const Database large(dense);
+    const std::string image = large.dir.file("dense.png");
+    const ZorhostRun drawn = zorhost("check " + large.document + " --list extra --map " + image);
+    EXPECT_EQ(drawn.status, 1) << drawn.err;
+    EXPECT_NE(drawn.out.find("level 0: 1000000 tiles, 0 present, 1000000 missing"),
+              std::string::npos)
+        << drawn.out;
+    EXPECT_TRUE(near(colourAt(image, 1300, 2200), missing));
 }

@@ -334,6 +334,70 @@ void MapCanvas::tileLine(const std::vector<PlanePoint>& vertices) {
     cairo_stroke(cairo_.get());
 }
 
+void MapCanvas::tileCell(const PlanePoint corners[4], const MapColour& colour) {
+    // The cell in its colour, its edge a shade darker, so that neighbours of one state
+    // still show as tiles.
+    outlinePath(std::vector<PlanePoint>(corners, corners + 4));
+    setColour(colour);
+    cairo_fill_preserve(cairo_.get());
+    setColour({colour.r * 0.8, colour.g * 0.8, colour.b * 0.8});
+    cairo_set_line_width(cairo_.get(), 0.6);
+    cairo_stroke(cairo_.get());
+}
+
+void MapCanvas::cellImage(const TileStates& cells, const PlanePoint& northWest,
+                          const PlanePoint& northEast, const PlanePoint& southWest) {
+    const unsigned largest = 16384;
+    const unsigned block =
+        std::max(1u, (std::max(cells.rows, cells.columns) + largest - 1) / largest);
+    const int width = static_cast<int>((cells.columns + block - 1) / block);
+    const int height = static_cast<int>((cells.rows + block - 1) / block);
+    Surface image(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, width, height),
+                  cairo_surface_destroy);
+    if (cairo_surface_status(image.get()) != CAIRO_STATUS_SUCCESS)
+        return;
+    cairo_surface_flush(image.get());
+    unsigned char* data = cairo_image_surface_get_data(image.get());
+    const int stride = cairo_image_surface_get_stride(image.get());
+    // The image's top row is the grid's last (northern) row; a block shows its worst tile.
+    std::vector<uint8_t> worst(static_cast<size_t>(width));
+    for (int y = 0; y < height; ++y) {
+        std::fill(worst.begin(), worst.end(), 0);
+        for (unsigned r = 0; r < block; ++r) {
+            const int64_t row = static_cast<int64_t>(cells.rows) - 1 - (y * int64_t{block} + r);
+            if (row < 0)
+                break;
+            for (unsigned col = 0; col < cells.columns; ++col) {
+                uint8_t& w = worst[col / block];
+                w = std::max(w, cells.at(static_cast<unsigned>(row), col));
+            }
+        }
+        uint32_t* pixels = reinterpret_cast<uint32_t*>(data + static_cast<size_t>(y) * stride);
+        for (int x = 0; x < width; ++x) {
+            const MapColour c = tileStateColour(worst[static_cast<size_t>(x)]);
+            pixels[x] = 0xFF000000u | static_cast<uint32_t>(c.red()) << 16 |
+                        static_cast<uint32_t>(c.green()) << 8 | static_cast<uint32_t>(c.blue());
+        }
+    }
+    cairo_surface_mark_dirty(image.get());
+    const double nwX = px(northWest), nwY = py(northWest);
+    cairo_matrix_t toPicture;
+    cairo_matrix_init(&toPicture, (px(northEast) - nwX) / width, (py(northEast) - nwY) / width,
+                      (px(southWest) - nwX) / height, (py(southWest) - nwY) / height, nwX, nwY);
+    cairo_matrix_t inverse = toPicture;
+    if (cairo_matrix_invert(&inverse) != CAIRO_STATUS_SUCCESS)
+        return;  // the grid folds to a line in the picture: nothing to show
+    cairo_t* cr = cairo_.get();
+    cairo_save(cr);
+    cairo_transform(cr, &toPicture);
+    cairo_set_source_surface(cr, image.get(), 0, 0);
+    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_NEAREST);
+    cairo_new_path(cr);
+    cairo_rectangle(cr, 0, 0, width, height);
+    cairo_fill(cr);
+    cairo_restore(cr);
+}
+
 void MapCanvas::labelTiles() {
     cairo_t* cr = cairo_.get();
     cairo_select_font_face(cr, fontFamily, CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);

@@ -22,6 +22,7 @@
 
 #include "MapGrid.h"
 #include "MapStyle.h"
+#include "TileFootprint.h"
 
 struct LegendEntry {
     enum Swatch { None, Point, Line, Area, Prop, Tile, Ramp } swatch = None;
@@ -69,6 +70,13 @@ public:
     // A level too fine to outline each tile: its outline, and lines every so many tiles.
     void tileCoverage(const std::vector<PlanePoint>& outline);
     void tileLine(const std::vector<PlanePoint>& vertices);
+    // A tile filled with its colour.
+    void tileCell(const PlanePoint corners[4], const MapColour& colour);
+    // A level's tiles as an image of cells, a pixel a tile (or a block of tiles, the
+    // worst state of the block, for a level over 16384 tiles a side), laid on the grid's
+    // corners: north-west, north-east and south-west.
+    void cellImage(const TileStates& cells, const PlanePoint& northWest,
+                   const PlanePoint& northEast, const PlanePoint& southWest);
     // Labels the tiles drawn so far, over what lies under them; marks drawn later stay
     // above the labels.
     void labelTiles();

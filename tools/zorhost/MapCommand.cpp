@@ -573,7 +573,7 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
     for (const std::string& note : ground.notes)
         err << "zorhost: " << note << "\n";
     canvas.paintGround(ground.pixels);
-    MapPainter painter(canvas, plane, content);
+    MapPainter painter(canvas, plane, content, request.cells);
     painter.areasAndLines();
     if (drawTiles(request, tiles, painter, err) != 0)
         return 1;

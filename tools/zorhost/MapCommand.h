@@ -36,6 +36,8 @@ struct MapRequest {
     GroundStyle ground;
     LegendPlacement legend = LegendPlacement::Automatic;
     bool progress = false;
+    // The level's tiles as `check` found them: each drawn as a cell of its state's colour.
+    const TileStates* cells = nullptr;
     LoadOptions load;
 };
 

@@ -126,11 +126,22 @@ bool MapPainter::denseTiles(const TileLevelGrid& grid) {
     }
     if (!(spacing < leastTileSpacing))
         return false;
+    tiles_ = static_cast<size_t>(grid.rows) * grid.columns;
+    if (cells_ && cells_->rows == grid.rows && cells_->columns == grid.columns) {
+        PlanePoint northWest, northEast, southWest;
+        if (plane_.fromWgs84(grid.at(0.0, 1.0), northWest) &&
+            plane_.fromWgs84(grid.at(1.0, 1.0), northEast) &&
+            plane_.fromWgs84(grid.at(0.0, 0.0), southWest))
+            canvas_.cellImage(*cells_, northWest, northEast, southWest);
+        tilesByState_.assign(5, 0);
+        for (uint8_t state : cells_->states)
+            ++tilesByState_[std::min<uint8_t>(state, 4)];
+        return true;
+    }
     size_t every = 1;
     while (every * spacing < denseLineSpacing && every < (size_t{1} << 40))
         every *= 2;
     tileLineEvery_ = every;
-    tiles_ = static_cast<size_t>(grid.rows) * grid.columns;
     auto toPlane = [&](const std::vector<Wgs84Position>& places) {
         std::vector<PlanePoint> points;
         for (const Wgs84Position& place : places) {
@@ -183,6 +194,13 @@ TileVisitor MapPainter::tiles() {
             ++tilesUnplaced_;
             return;
         }
+        if (cells_ && tile.row < cells_->rows && tile.col < cells_->columns) {
+            const uint8_t state = std::min<uint8_t>(cells_->at(tile.row, tile.col), 4);
+            tilesByState_.resize(5, 0);
+            ++tilesByState_[state];
+            canvas_.tileCell(corners, tileStateColour(state));
+            return;
+        }
         canvas_.tile(corners, std::to_string(tile.row) + "," + std::to_string(tile.col));
     };
 }
@@ -228,7 +246,21 @@ std::vector<LegendEntry> MapPainter::legend(const MapRequest& request, const Gro
                            plural(unplaced_, "prop", "props") +
                                " not placed (no terrain below or above): not drawn"});
     }
-    if (tiles_ > 0) {
+    if (tiles_ > 0 && !tilesByState_.empty()) {
+        entries.push_back({LegendEntry::None,
+                           {},
+                           request.dataset + " level " + std::to_string(request.level) + ": " +
+                               std::to_string(tileRows_) + " x " + std::to_string(tileColumns_) +
+                               " tiles"});
+        const char* names[] = {"present", "missing", "empty", "unreadable", "outside the database"};
+        for (uint8_t state = 0; state < 5; ++state) {
+            if (tilesByState_[state] > 0) {
+                entries.push_back(
+                    {LegendEntry::Area, tileStateColour(state),
+                     std::string(names[state]) + ": " + std::to_string(tilesByState_[state])});
+            }
+        }
+    } else if (tiles_ > 0) {
         const std::string lines =
             tileLineEvery_ > 0 ? " (a line every " + std::to_string(tileLineEvery_) + " tiles)"
                                : " tiles (row,col)";

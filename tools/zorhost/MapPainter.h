@@ -28,8 +28,9 @@ struct MapContent {
 // Draws what was loaded, counting what it draws for the legend and the summary.
 class MapPainter {
 public:
-    MapPainter(MapCanvas& canvas, const ScenePlane& plane, const MapContent& content)
-        : canvas_(canvas), plane_(plane), content_(content) {}
+    MapPainter(MapCanvas& canvas, const ScenePlane& plane, const MapContent& content,
+               const TileStates* cells = nullptr)
+        : canvas_(canvas), plane_(plane), content_(content), cells_(cells) {}
 
     // Areas under lines; points go over the tiles, with the props.
     void areasAndLines();
@@ -52,10 +53,12 @@ private:
     MapCanvas& canvas_;
     const ScenePlane& plane_;
     const MapContent& content_;
+    const TileStates* cells_;
     std::map<char, KindCounts> categories_;
     size_t thinned_ = 0, pointsOutside_ = 0;
     std::vector<size_t> propsPerRule_;
     size_t unplaced_ = 0, propsOutside_ = 0;
     size_t tiles_ = 0, tileRows_ = 0, tileColumns_ = 0, tilesUnplaced_ = 0;
-    size_t tileLineEvery_ = 0;  // a dense level: a line every so many tiles
+    size_t tileLineEvery_ = 0;            // a dense level: a line every so many tiles
+    std::vector<uint64_t> tilesByState_;  // of a checked level's cells
 };

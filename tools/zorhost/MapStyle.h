@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 struct MapColour {
@@ -27,6 +28,10 @@ const FaccCategory* faccCategories();
 extern const size_t faccCategoryCount;
 
 MapColour ruleColour(size_t rule);
+
+// A checked tile's colour by its state (TileState's value): present green, missing red,
+// empty orange, unreadable purple, outside the database grey.
+MapColour tileStateColour(uint8_t state);
 
 const MapColour mapBackground = {0.96, 0.95, 0.92};
 const MapColour tileLineColour = {0.20, 0.20, 0.25};

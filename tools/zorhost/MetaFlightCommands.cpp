@@ -679,6 +679,8 @@ int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err) 
         }
     };
     visit.tile = [&](const CheckedTile& t) {
+        if (request.alsoEach)
+            request.alsoEach(t);
         if (!listing.lists(t.state))
             return;
         if (records) {

@@ -5,10 +5,12 @@
 // 0 on success, 1 when the document or a query fails (the message goes to `err`).
 #pragma once
 
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "TileCheck.h"
 #include "TileFootprint.h"
 
 struct DescribeRequest {
@@ -37,6 +39,10 @@ struct CheckRequest {
     // "empty", "extra", "all" (every tile, present ones too); empty: every problem.
     std::vector<std::string> list;
     bool progress = false;
+    std::string map;  // a picture of the finest level checked; empty: none
+    bool overwrite = false;
+    // Also told of each tile, for the picture.
+    std::function<void(const CheckedTile&)> alsoEach;
 };
 
 struct ConvertRequest {

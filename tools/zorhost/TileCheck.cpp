@@ -332,22 +332,6 @@ void count(LevelTally& tally, TileState state) {
 
 }  // namespace
 
-const char* tileStateName(TileState state) {
-    switch (state) {
-        case TileState::Present:
-            return "present";
-        case TileState::Missing:
-            return "missing";
-        case TileState::Empty:
-            return "empty";
-        case TileState::Unreadable:
-            return "unreadable";
-        case TileState::Outside:
-            return "outside";
-    }
-    return "?";
-}
-
 void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
                 const TileCheckVisitor& visit) {
     const std::vector<Dataset> all = datasetsOf(d);
@@ -463,8 +447,8 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
                     if (visit.tile) {
                         visit.tile({&all[i].key, all[i].virtualTexture, level,
                                     static_cast<unsigned>(t / names.columns),
-                                    static_cast<unsigned>(t % names.columns), states[k],
-                                    &generated[k]});
+                                    static_cast<unsigned>(t % names.columns), names.rows,
+                                    names.columns, states[k], &generated[k]});
                     }
                 }
                 done += n;

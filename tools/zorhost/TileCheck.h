@@ -21,12 +21,27 @@ class DtMetaFlightDescription;
 }
 
 enum class TileState : uint8_t { Present, Missing, Empty, Unreadable, Outside };
-const char* tileStateName(TileState state);
+inline const char* tileStateName(TileState state) {
+    switch (state) {
+        case TileState::Present:
+            return "present";
+        case TileState::Missing:
+            return "missing";
+        case TileState::Empty:
+            return "empty";
+        case TileState::Unreadable:
+            return "unreadable";
+        case TileState::Outside:
+            return "outside";
+    }
+    return "?";
+}
 
 struct CheckedTile {
     const std::string* dataset;
     bool virtualTexture;
     unsigned level, row, col;
+    unsigned rows, columns;  // the level's
     TileState state;
     const std::string* path;  // as generated
 };

@@ -2,8 +2,10 @@
 // hands it to zorhost (which knows nothing of the plug-in's classes).
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "Wgs84Position.h"
 
@@ -24,3 +26,14 @@ struct TileLevelGrid {
     std::function<Wgs84Position(double fx, double fy)> at;
 };
 using TileGridVisitor = std::function<void(const TileLevelGrid&)>;
+
+// What `check` found of each tile of a level, for a picture of it: a byte per tile, row by
+// row from row 0, of the values of TileState (present, missing, empty, unreadable,
+// outside the database).
+struct TileStates {
+    unsigned rows = 0, columns = 0;
+    std::vector<uint8_t> states;
+    uint8_t at(unsigned row, unsigned col) const {
+        return states[static_cast<size_t>(row) * columns + col];
+    }
+};

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "CheckMap.h"
 #include "FeatureCommands.h"
 #include "GeoJsonWriter.h"
 #include "Inspect.h"
@@ -319,6 +320,11 @@ void addMetaFlight(CLI::App& app, Request& request) {
         ->check(CLI::IsMember({"missing", "empty", "extra", "all"}));
     check->add_flag("--progress", request.check.progress,
                     "Say how far the check has gone on stderr even when it is not a terminal");
+    check->add_option("--map", request.check.map,
+                      "Also draw the finest level checked of the first geometry dataset, each "
+                      "tile a cell coloured by its state, into a georeferenced PNG (or .tif), "
+                      "as 'map' draws");
+    check->add_flag("--overwrite", request.check.overwrite, overwriteHelp);
 
     CLI::App* convert = command(
         app, "convert", "A position moved between two coordinate systems of a document",
@@ -585,6 +591,13 @@ int runCommand(const CLI::App& command, Request& request) {
         return runValues(de, request.valuesRequest, std::cout, std::cerr);
     if (name == "inspect")
         return runInspectCommand(de, request);
+    if (name == "check" && !request.check.map.empty()) {
+        if (!haveLibrary) {
+            std::cerr << "zorhost: " << libraryError << "\n";
+            return 1;
+        }
+        return runCheckMap(de, request.check, library.commands(), std::cout, std::cerr);
+    }
     if (name == "map") {
         TileSources tiles;
         if (haveLibrary) {

@@ -537,7 +537,8 @@ TEST(ZorhostMapPicture, theFurnitureNeverHidesAPlacedMark) {
                                      "valley_props.json --terrain " + s + "n45_e009.dt0 --json");
     ASSERT_EQ(props.status, 0) << props.err;
     const Picture picture(dir.file("readme.png"));
-    for (const Json& prop : Json::parse(props.out)["props"]) {
+    const Json placed = Json::parse(props.out);
+    for (const Json& prop : placed["props"]) {
         const auto [col, row] = pixelOfPlace(dir.file("readme.png"), prop["wgs84"][0].get<double>(),
                                              prop["wgs84"][1].get<double>());
         bool ruleColoured = false;

@@ -182,7 +182,7 @@ struct DtElevationSource::Impl {
     bool sequential = false;
     long long readThrough = -1;
     long long failedFrom = std::numeric_limits<long long>::max();
-    const PostBytes noPosts;
+    const PostBytes noPosts{};
     std::shared_ptr<DtPostCache> cache;
     // The block read last, valid while the cache has evicted nothing since.
     const PostBytes* lastBlock = nullptr;

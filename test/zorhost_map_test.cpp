@@ -635,6 +635,16 @@ TEST(ZorhostMapPicture, theGroundIsColouredAndShadedAsGdaldemDoes) {
     EXPECT_TRUE(tiff->GetSpatialRef()->IsSame(srsFromEpsg(32632).get()));
     EXPECT_FALSE(std::ifstream(dir.file("shaded.tif.aux.xml")).good());
 
+    // Beyond the outermost posts the terrain has no height, and the map no ground: the
+    // half post GDAL's extent adds around them shows the background.
+    const ZorhostRun edge = zorhost("map " + dir.file("edge.png") + " --terrain " + dem +
+                                    " --extent 499990,5039500,500010,5039520 --size 20x20"
+                                    " --scene EPSG:32632 --legend none");
+    ASSERT_EQ(edge.status, 0) << edge.err;
+    const Picture margin(dir.file("edge.png"));
+    EXPECT_TRUE(near(margin.at(12, 10), mapBackground));   // 500002 E: inside GDAL's extent
+    EXPECT_FALSE(near(margin.at(18, 10), mapBackground));  // 500008 E: past the first post
+
     // A ramp GDAL cannot read is refused, naming it, and nothing is written.
     const std::string bad = dir.write("bad.txt", "# no colour in it\n");
     const ZorhostRun refused = zorhost("map " + dir.file("bad.png") + frame + " --ramp " + bad);

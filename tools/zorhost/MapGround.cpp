@@ -57,10 +57,10 @@ GDALDatasetUniquePtr heightsOf(GDALDataset& dem) {
     return own(GDALTranslate("", GDALDataset::ToHandle(&dem), options.get(), nullptr));
 }
 
-GDALDatasetUniquePtr emptyGrid(const MapGrid& grid, const std::string& wkt) {
+GDALDatasetUniquePtr emptyGrid(const MapGrid& grid, const std::string& wkt,
+                               GDALDataType type = GDT_Float32, double empty = noData) {
     GDALDriver* memory = GetGDALDriverManager()->GetDriverByName("MEM");
-    GDALDatasetUniquePtr target(
-        memory->Create("", grid.width, grid.height, 1, GDT_Float32, nullptr));
+    GDALDatasetUniquePtr target(memory->Create("", grid.width, grid.height, 1, type, nullptr));
     if (!target)
         return target;
     double transform[6];
@@ -68,8 +68,8 @@ GDALDatasetUniquePtr emptyGrid(const MapGrid& grid, const std::string& wkt) {
     target->SetGeoTransform(transform);
     target->SetProjection(wkt.c_str());
     GDALRasterBand* band = target->GetRasterBand(1);
-    band->SetNoDataValue(noData);
-    band->Fill(noData);
+    band->SetNoDataValue(empty);
+    band->Fill(empty);
     return target;
 }
 
@@ -237,17 +237,55 @@ std::vector<GDALDatasetUniquePtr> mosaics(std::vector<GDALDatasetUniquePtr>& hei
     return out;
 }
 
-bool warp(std::vector<GDALDatasetUniquePtr>& sources, GDALDataset& target) {
+bool warp(std::vector<GDALDatasetUniquePtr>& sources, GDALDataset& target,
+          const char* resampling = "bilinear") {
     std::vector<GDALDatasetH> handles;
     for (auto& source : sources)
         handles.push_back(GDALDataset::ToHandle(source.get()));
     CPLStringList args;
-    for (const char* arg : {"-r", "bilinear", "-multi", "-wo", "NUM_THREADS=ALL_CPUS"})
+    for (const char* arg : {"-r", resampling, "-multi", "-wo", "NUM_THREADS=ALL_CPUS"})
         args.AddString(arg);
     std::unique_ptr<GDALWarpAppOptions, WarpOptionsFree> options(
         GDALWarpAppOptionsNew(args.List(), nullptr));
     return GDALWarp(nullptr, GDALDataset::ToHandle(&target), static_cast<int>(handles.size()),
                     handles.data(), options.get(), nullptr) != nullptr;
+}
+
+// The rectangle a source's posts span: its extent less half a post on each side, as a
+// raster of ones. The terrain has no height beyond a DEM's outermost posts, and neither
+// has the map's ground; a mosaic spans the seams between its tiles.
+GDALDatasetUniquePtr postHull(GDALDataset& source) {
+    double t[6];
+    const int width = source.GetRasterXSize() - 1, height = source.GetRasterYSize() - 1;
+    if (width < 1 || height < 1 || source.GetGeoTransform(t) != CE_None)
+        return nullptr;
+    GDALDatasetUniquePtr hull(GetGDALDriverManager()->GetDriverByName("MEM")->Create(
+        "", width, height, 1, GDT_Byte, nullptr));
+    if (!hull)
+        return hull;
+    const double shifted[6] = {t[0] + 0.5 * (t[1] + t[2]), t[1], t[2],
+                               t[3] + 0.5 * (t[4] + t[5]), t[4], t[5]};
+    hull->SetGeoTransform(const_cast<double*>(shifted));
+    hull->SetSpatialRef(source.GetSpatialRef());
+    hull->GetRasterBand(1)->Fill(1);
+    return hull;
+}
+
+// Where some source has posts on every side, in the picture's grid.
+bool coveredByPosts(std::vector<GDALDatasetUniquePtr>& sources, const MapGrid& grid,
+                    const std::string& wkt, std::vector<uint8_t>& covered) {
+    std::vector<GDALDatasetUniquePtr> hulls;
+    for (auto& source : sources) {
+        if (GDALDatasetUniquePtr hull = postHull(*source))
+            hulls.push_back(std::move(hull));
+    }
+    covered.assign(static_cast<size_t>(grid.width) * grid.height, 0);
+    if (hulls.empty())
+        return true;
+    GDALDatasetUniquePtr mask = emptyGrid(grid, wkt, GDT_Byte, 0.0);
+    return mask && warp(hulls, *mask, "near") &&
+           mask->GetRasterBand(1)->RasterIO(GF_Read, 0, 0, grid.width, grid.height, covered.data(),
+                                            grid.width, grid.height, GDT_Byte, 0, 0) == CE_None;
 }
 
 uint8_t scaled(uint8_t channel, double shade) {
@@ -376,7 +414,20 @@ bool makeGround(const std::vector<std::string>& dems, const MapGrid& grid, const
     }
     const size_t count = static_cast<size_t>(grid.width) * grid.height;
     std::vector<float> elevation(count);
-    if (!readBand(*target, 1, grid, GDT_Float32, elevation.data())) {
+    std::vector<uint8_t> covered;
+    if (!readBand(*target, 1, grid, GDT_Float32, elevation.data()) ||
+        !coveredByPosts(sources, grid, wkt, covered)) {
+        problem = "the DEMs cannot be read back: " + DtGdalMessages::last("GDAL failed");
+        return false;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        if (!covered[i])
+            elevation[i] = static_cast<float>(noData);
+    }
+    // What is left out must be no value to the relief and the ramp as well.
+    if (target->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, grid.width, grid.height,
+                                           elevation.data(), grid.width, grid.height, GDT_Float32,
+                                           0, 0) != CE_None) {
         problem = "the DEMs cannot be read back: " + DtGdalMessages::last("GDAL failed");
         return false;
     }

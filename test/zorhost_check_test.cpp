@@ -170,6 +170,16 @@ TEST(ZorhostCheck, tilesPathsAreThePathsCheckLooksFor) {
     EXPECT_EQ(paths.out.substr(0, db.tile(0, 0, 0).size() + 1), db.tile(0, 0, 0) + "\n");
     const ZorhostRun sample = zorhost("check data/sample/metaflight/valley_tiles.mft --json");
     EXPECT_EQ(sample.status, 0) << sample.out;
+    // Virtual textures are checked as geometry is: the alpine document's imagery, by its
+    // own names, none of them on disk.
+    const ZorhostRun alpine = zorhost(
+        "check data/sample/metaflight/alpine_valley.mft --dataset Imagery --level 1 --json");
+    EXPECT_EQ(alpine.status, 1);
+    const Json records = Json::parse(alpine.out);
+    ASSERT_EQ(records.size(), 5u);  // four tiles and the summary
+    EXPECT_EQ(records[0]["kind"], "virtualTexture");
+    EXPECT_EQ(records[0]["status"], "missing");
+    EXPECT_EQ(records[4]["summary"]["datasets"][0]["levels"][0]["tiles"], 4);
 }
 
 // --map draws the finest level checked as cells of their states, georeferenced as `map`

@@ -565,8 +565,9 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
     const MapGrid grid = gridFor(request, bounds, asked);
     MapCanvas canvas(grid);
     Ground ground;
+    Progress warping(err, "map: warping the DEMs", request.progress);
     if (!canvas.ok(error) ||
-        !makeGround(request.terrains, grid, plane.wkt(), request.ground, ground, error)) {
+        !makeGround(request.terrains, grid, plane.wkt(), request.ground, ground, error, &warping)) {
         err << "zorhost: " << error << "\n";
         return 1;
     }

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "MapStyle.h"
+#include "Progress.h"
 #include "gdalsupport/DtGdalScope.h"
 
 namespace {
@@ -237,8 +238,13 @@ std::vector<GDALDatasetUniquePtr> mosaics(std::vector<GDALDatasetUniquePtr>& hei
     return out;
 }
 
+int toldProgress(double complete, const char*, void* progress) {
+    static_cast<Progress*>(progress)->share(complete);
+    return TRUE;
+}
+
 bool warp(std::vector<GDALDatasetUniquePtr>& sources, GDALDataset& target,
-          const char* resampling = "bilinear") {
+          const char* resampling = "bilinear", Progress* progress = nullptr) {
     std::vector<GDALDatasetH> handles;
     for (auto& source : sources)
         handles.push_back(GDALDataset::ToHandle(source.get()));
@@ -247,6 +253,8 @@ bool warp(std::vector<GDALDatasetUniquePtr>& sources, GDALDataset& target,
         args.AddString(arg);
     std::unique_ptr<GDALWarpAppOptions, WarpOptionsFree> options(
         GDALWarpAppOptionsNew(args.List(), nullptr));
+    if (progress)
+        GDALWarpAppOptionsSetProgress(options.get(), toldProgress, progress);
     return GDALWarp(nullptr, GDALDataset::ToHandle(&target), static_cast<int>(handles.size()),
                     handles.data(), options.get(), nullptr) != nullptr;
 }
@@ -378,7 +386,8 @@ std::string rampProblem(const std::string& path) {
 }
 
 bool makeGround(const std::vector<std::string>& dems, const MapGrid& grid, const std::string& wkt,
-                const GroundStyle& style, Ground& ground, std::string& problem) {
+                const GroundStyle& style, Ground& ground, std::string& problem,
+                Progress* progress) {
     if (dems.empty())
         return true;
     if (wkt.empty()) {
@@ -407,7 +416,7 @@ bool makeGround(const std::vector<std::string>& dems, const MapGrid& grid, const
         return true;
     std::vector<GDALDatasetUniquePtr> sources = mosaics(heights, kept);
     GDALDatasetUniquePtr target = emptyGrid(grid, wkt);
-    if (!target || !warp(sources, *target)) {
+    if (!target || !warp(sources, *target, "bilinear", progress)) {
         problem =
             "the DEMs cannot be warped into the picture: " + DtGdalMessages::last("GDAL failed");
         return false;

@@ -41,5 +41,9 @@ struct Ground {
 };
 
 // False with the reason when GDAL fails on DEMs it opened.
+class Progress;
+
+// `progress`, when given, is told how far the warp has gone.
 bool makeGround(const std::vector<std::string>& dems, const MapGrid& grid, const std::string& wkt,
-                const GroundStyle& style, Ground& ground, std::string& problem);
+                const GroundStyle& style, Ground& ground, std::string& problem,
+                Progress* progress = nullptr);

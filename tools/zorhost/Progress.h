@@ -19,8 +19,12 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void update(size_t done, size_t total);
+    // For work measured only as a share of the whole, 0 to 1.
+    void share(double done);
 
 private:
+    bool due();
+    void say(const char* line);
     using Clock = std::chrono::steady_clock;
     std::ostream& err_;
     std::string what_;

@@ -10,6 +10,7 @@ packages=(
   nlohmann-json3-dev libcli11-dev libeigen3-dev
   libgeographiclib-dev geographiclib-tools libcairo2-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
+  pybind11-dev python3-dev python3-pytest python3-numpy python3-gdal
 )
 
 missing=()

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "CheckMap.h"
+#include "Engine.h"
 #include "FeatureCommands.h"
 #include "GeoJsonWriter.h"
 #include "Inspect.h"
@@ -130,27 +131,11 @@ std::vector<std::string> sampleFiles(kelZor::DtDe& de, const std::string& direct
     return files;
 }
 
-bool loadPlugin(const GlobalOptions& options, PluginLibrary& plugin) {
-    const std::vector<std::string> candidates = options.plugin.empty()
-                                                    ? PluginLibrary::defaultCandidates()
-                                                    : std::vector<std::string>{options.plugin};
-    std::string error;
-    for (const std::string& candidate : candidates) {
-        if (plugin.load(candidate, error))
-            return true;
-    }
-    std::cerr << "zorhost: " << error << "\n";
-    return false;
-}
-
-int listParsers(kelZor::DtDe& de) {
-    kelZor::DtHeaderParserFactory& factory = kelZor::DtHeaderParserFactory::instance(de);
-    for (const std::string& name : factory.registeredNames()) {
+int listParsers(Engine& engine) {
+    for (const auto& [name, extensions] : engine.parsers()) {
         std::cout << name << ":";
-        for (const auto& [extension, owner] : factory.registeredExtensions()) {
-            if (owner == name)
-                std::cout << " " << extension;
-        }
+        for (const std::string& extension : extensions)
+            std::cout << " " << extension;
         std::cout << "\n";
     }
     return 0;
@@ -566,23 +551,19 @@ int runInspectCommand(kelZor::DtDe& de, const Request& request) {
 }
 
 int runCommand(const CLI::App& command, Request& request) {
-    // Declared before the DtDe so the library outlives every object whose code it holds.
-    PluginLibrary plugin;
-    if (!loadPlugin(request.global, plugin))
+    Engine engine;
+    std::string error;
+    if (!engine.open({request.global.plugin, request.global.configDir}, error)) {
+        std::cerr << "zorhost: " << error << "\n";
         return 1;
-    // What zorhost does with the plug-in's classes directly. Inspect and parsers go on
-    // without it (a stub plug-in has no such classes); the MetaFlight commands cannot.
-    LibraryModule library;
-    std::string libraryError;
-    const bool haveLibrary = library.load(plugin, libraryError);
-    kelZor::DtDe de(request.global.configDir);
-    plugin.init()(de);
-    if (haveLibrary)
-        library.commands().registerMetaFileParser(de);
+    }
+    kelZor::DtDe& de = engine.de();
+    const bool haveLibrary = engine.metaflight() != nullptr;
+    const std::string& libraryError = engine.metaflightProblem();
 
     const std::string name = command.get_name();
     if (name == "parsers")
-        return listParsers(de);
+        return listParsers(engine);
     if (name == "features")
         return runFeatures(de, request.features, std::cout, std::cerr);
     if (name == "props")
@@ -596,13 +577,13 @@ int runCommand(const CLI::App& command, Request& request) {
             std::cerr << "zorhost: " << libraryError << "\n";
             return 1;
         }
-        return runCheckMap(de, request.check, library.commands(), std::cout, std::cerr);
+        return runCheckMap(de, request.check, (*engine.metaflight()), std::cout, std::cerr);
     }
     if (name == "map") {
         TileSources tiles;
         if (haveLibrary) {
-            tiles.footprints = library.commands().tileFootprints;
-            tiles.grid = library.commands().tileGrid;
+            tiles.footprints = engine.metaflight()->tileFootprints;
+            tiles.grid = engine.metaflight()->tileGrid;
         }
         return runMap(de, request.map, tiles, std::cout, std::cerr);
     }
@@ -610,7 +591,7 @@ int runCommand(const CLI::App& command, Request& request) {
         std::cerr << "zorhost: " << libraryError << "\n";
         return 1;
     }
-    return runMetaFlight(command, request, library.commands());
+    return runMetaFlight(command, request, (*engine.metaflight()));
 }
 
 // The first word that is not an option or the value of a global one: the command.

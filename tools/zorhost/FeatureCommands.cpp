@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "EngineReport.h"
+#include "FeatureLoad.h"
 #include "SceneOutput.h"
 #include "TextNumbers.h"
 #include "gdalsupport/DtGdalScope.h"
@@ -189,65 +190,35 @@ void FeatureReport::writeGeoJson(GeoJsonWriter::Shape shape,
     output_.addGeoJson(shape, positions, properties);
 }
 
-bool exists(const std::string& path) {
-    std::error_code ignored;
-    return std::filesystem::exists(path, ignored);
-}
-
 }  // namespace
 
 int runFeatures(DtDe& de, const FeaturesRequest& request, std::ostream& out, std::ostream& err) {
-    kelZor::DtFeatureAdderCreator* creator = de.featureAdderCreator();
-    if (!creator) {
-        err << "zorhost: the plug-in registered no feature adder\n";
-        return 1;
-    }
-    // The adder passes over a missing file without an extension in silence: zorhost does
-    // not.
-    if (!exists(request.file)) {
-        err << "zorhost: " << request.file << ": no such file\n";
-        return 1;
-    }
-    if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
-        err << "zorhost: " << problem << "\n";
-        return 2;
-    }
-    // Open before the scene is chosen: a system given with --srs answers the file's too.
-    const LoadAccount account(request.load);
-    SceneChoice scene;
-    const SceneProblem problem = chooseScene(de, request.scene, {request.file}, scene);
-    if (problem.status != 0) {
-        err << "zorhost: " << problem.message << "\n";
-        return problem.status;
-    }
-    printSceneWarnings(scene, err);
-    de.sharedState().coordinateSystem() = scene.system;
-    FeatureReport report(request, scene, out);
+    FeaturesLoad run(de, {request.file, request.scene, request.load});
+    const FeaturesAnswer& answer = run.answer();
+    size_t said = 0;
+    auto sayProblems = [&] {
+        for (; said < answer.problems.size(); ++said)
+            err << "zorhost: " << answer.problems[said] << "\n";
+    };
+    const bool ready = run.prepare();
+    sayProblems();
+    if (!ready)
+        return answer.status;
+    FeatureReport report(request, answer.scene, out);
     std::string error;
     if (!report.openGeoJson(error)) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-
-    DtFeatureLayer layer(request.file);
-    const EngineReport engine(de);
-    std::unique_ptr<kelZor::DtFeatureAdder> adder(creator->create(de));
-    adder->addFeatures(layer);
-    if (!engine.filesNotLoaded().empty()) {
-        engine.printProblems(err);
+    const bool loaded = run.load();
+    sayProblems();
+    if (!loaded)
         return 1;
-    }
-    engine.printProblems(err);
-    FileLoad load = account.load(request.file);
-    load.countFeatures(layer.featureSet());
-    if (const std::string line = loadLine(load, "feature"); !line.empty())
-        err << "zorhost: " << line << "\n";
-    const bool written = report.run(layer, de, engine.notes(), load, err, error);
-    if (!written) {
+    if (!report.run(*answer.layer, de, answer.notes, answer.load, err, error)) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-    return engine.anyError() || producedNothing(load) ? 1 : 0;
+    return answer.status;
 }
 
 int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::ostream& err) {

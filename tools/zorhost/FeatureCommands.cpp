@@ -10,6 +10,7 @@
 
 #include "EngineReport.h"
 #include "FeatureLoad.h"
+#include "FeatureRecords.h"
 #include "SceneOutput.h"
 #include "TextNumbers.h"
 #include "gdalsupport/DtGdalScope.h"
@@ -26,47 +27,6 @@ using kelZor::DtFeatureLayer;
 using kelZor::DtPointFeature;
 
 namespace {
-
-const char* kindName(DtFeature::Kind kind) {
-    switch (kind) {
-        case DtFeature::Point:
-            return "point";
-        case DtFeature::Linear:
-            return "linear";
-        case DtFeature::Areal:
-            return "areal";
-    }
-    return "?";
-}
-
-Json identityJson(DtFeature::Kind kind, const DtFeature& f) {
-    return Json{{"kind", kindName(kind)},
-                {"featureId", f.featureId()},
-                {"facc", f.code().text()},
-                {"id", f.id()}};
-}
-
-// A point's heading in degrees, as the source gives it; null when it gives none.
-Json headingJson(const DtPointFeature& f) {
-    return f.rotation() ? Json(DtRad2Deg(*f.rotation())) : Json(nullptr);
-}
-
-Json featureJson(const DtPointFeature& f) {
-    Json j = identityJson(DtFeature::Point, f);
-    j["location"] = positionJson(f.location());
-    j["dimensions"] = positionJson(f.dimensions());
-    j["headingDegrees"] = headingJson(f);
-    return j;
-}
-
-Json featureJson(DtFeature::Kind kind, const DtEdgeFeature& f) {
-    Json j = identityJson(kind, f);
-    Json vertices = Json::array();
-    for (const DtVector64& v : f.vertices())
-        vertices.push_back(positionJson(v));
-    j["vertices"] = std::move(vertices);
-    return j;
-}
 
 std::string metres(const DtVector64& v) {
     return metresText(v.x(), v.y(), v.z());

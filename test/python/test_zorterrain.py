@@ -1,0 +1,95 @@
+"""The Python module against zorhost itself: each answer equals `zorhost ... --json` on
+the same files, on the sample set and on files written here with GDAL's bindings."""
+import json
+import os
+import subprocess
+import threading
+
+import numpy
+import pytest
+from osgeo import ogr, osr
+
+import zorterrain
+
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+ZORHOST = os.environ["ZORHOST"]
+SAMPLE = os.path.join(ROOT, "data", "sample")
+
+
+def zorhost_json(*args):
+    run = subprocess.run([ZORHOST, *args, "--json"], cwd=ROOT, capture_output=True, text=True)
+    return json.loads(run.stdout)
+
+
+@pytest.fixture(scope="module")
+def engine():
+    return zorterrain.Engine()
+
+
+@pytest.fixture(scope="module")
+def trees(tmp_path_factory):
+    """Three points in UTM 33 S written with OGR, one without a feature code."""
+    path = str(tmp_path_factory.mktemp("vectors") / "trees.shp")
+    srs = osr.SpatialReference()
+    srs.ImportFromEPSG(32733)
+    source = ogr.GetDriverByName("ESRI Shapefile").CreateDataSource(path)
+    layer = source.CreateLayer("trees", srs, ogr.wkbPoint)
+    layer.CreateField(ogr.FieldDefn("ECC", ogr.OFTString))
+    for x, y, code in [(500100, 8894500, "EC030"), (500300, 8894700, "EC030"), (500500, 8894900, "")]:
+        feature = ogr.Feature(layer.GetLayerDefn())
+        feature.SetField("ECC", code)
+        feature.SetGeometry(ogr.CreateGeometryFromWkt(f"POINT ({x} {y})"))
+        layer.CreateFeature(feature)
+    source = None
+    return path
+
+
+def test_answers_equal_zorhosts(engine, trees):
+    parsers = subprocess.run([ZORHOST, "parsers"], cwd=ROOT, capture_output=True, text=True)
+    assert [f"{name}:" + "".join(" " + e for e in ext) for name, ext in engine.parsers()] == \
+        parsers.stdout.splitlines()
+    for path in [os.path.join(SAMPLE, "valley.gdb"), os.path.join(SAMPLE, "valley_points.shp"), trees]:
+        expected = zorhost_json("features", path)
+        features = engine.features(path)
+        assert list(features) == expected["features"]
+        assert features.load == expected["load"]
+        assert features.scene == expected["scene"]
+    # In a scene of the caller's choice too.
+    expected = zorhost_json("features", trees, "--scene", "EPSG:32733")
+    assert list(engine.features(trees, scene="EPSG:32733")) == expected["features"]
+
+
+def test_arrays_are_the_streamed_points(engine):
+    path = os.path.join(SAMPLE, "valley.gdb")
+    xyz, fid, facc = engine.features(path, arrays=True)
+    points = [f for f in engine.features(path) if f["kind"] == "point"]
+    assert xyz.shape == (len(points), 3)
+    assert numpy.array_equal(xyz, numpy.array([p["location"] for p in points]))
+    assert fid.tolist() == [p["featureId"] for p in points]
+    assert facc.tolist() == [p["facc"] for p in points]
+
+
+def test_failures_are_exceptions_with_zorhosts_message(engine, tmp_path):
+    missing = str(tmp_path / "missing.shp")
+    with pytest.raises(OSError, match="missing.shp: no such file"):
+        engine.features(missing)
+    with pytest.raises(ValueError, match="--scene Bogus:1"):
+        engine.features(os.path.join(SAMPLE, "valley.gdb"), scene="Bogus:1")
+    with pytest.raises(OSError):
+        zorterrain.Engine(plugin=str(tmp_path / "libnothing.so"))
+
+
+def test_engines_and_threads_agree(trees):
+    first, second = zorterrain.Engine(), zorterrain.Engine()
+    expected = list(first.features(trees))
+    answers = [None] * 4
+
+    def load(i):
+        answers[i] = list((first if i % 2 else second).features(trees))
+
+    threads = [threading.Thread(target=load, args=(i,)) for i in range(4)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    assert answers == [expected] * 4

@@ -1,0 +1,208 @@
+// zorterrain: the engine's answers in Python, a second front end on zorhost's core and
+// the same plug-in, loaded by dlopen as zorhost loads it. Records are the dictionaries
+// `zorhost ... --json` prints; failures are exceptions carrying zorhost's one-line
+// messages (ValueError for a request, OSError for a file); whatever else the engine says
+// goes to the "zorterrain" logger. The engine's work runs without the GIL, one call at a
+// time in the process: the engine's notices are process-wide.
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Engine.h"
+#include "FeatureLoad.h"
+#include "FeatureRecords.h"
+#include "LoadReport.h"
+#include "Scene.h"
+#include "SceneOutput.h"
+#include "zorCore/DtDe.h"
+
+namespace py = pybind11;
+
+namespace {
+
+// The engine's state (its notices, the scene) is the process's: one call at a time.
+std::mutex& engineLock() {
+    static std::mutex lock;
+    return lock;
+}
+
+py::object toPython(const Json& value) {
+    switch (value.type()) {
+        case Json::value_t::null:
+            return py::none();
+        case Json::value_t::boolean:
+            return py::bool_(value.get<bool>());
+        case Json::value_t::number_integer:
+            return py::int_(value.get<int64_t>());
+        case Json::value_t::number_unsigned:
+            return py::int_(value.get<uint64_t>());
+        case Json::value_t::number_float:
+            return py::float_(value.get<double>());
+        case Json::value_t::string:
+            return py::str(value.get_ref<const std::string&>());
+        case Json::value_t::array: {
+            py::list list;
+            for (const Json& item : value)
+                list.append(toPython(item));
+            return std::move(list);
+        }
+        case Json::value_t::object: {
+            py::dict dict;
+            for (const auto& [key, item] : value.items())
+                dict[py::str(key)] = toPython(item);
+            return std::move(dict);
+        }
+        default:
+            return py::none();
+    }
+}
+
+void log(const std::string& level, const std::string& line) {
+    py::module_::import("logging").attr("getLogger")("zorterrain").attr(level.c_str())(line);
+}
+
+// The lines before the last go to the logger; the last is the exception's message.
+[[noreturn]] void fail(int status, const std::vector<std::string>& lines) {
+    for (size_t i = 0; i + 1 < lines.size(); ++i)
+        log("warning", lines[i]);
+    const std::string message = lines.empty() ? "failed" : lines.back();
+    if (status == 2)
+        throw py::value_error(message);
+    PyErr_SetString(PyExc_OSError, message.c_str());
+    throw py::error_already_set();
+}
+
+// A loaded layer's features, made dictionaries one at a time as Python asks.
+class Features {
+public:
+    Features(std::unique_ptr<FeaturesLoad> run, py::object engine)
+        : run_(std::move(run)), engine_(std::move(engine)) {
+        run_->answer().layer->featureSet().forEach(
+            [this](const kelZor::DtPointFeature& f) {
+                order_.push_back({kelZor::DtFeature::Point, &f});
+            },
+            [this](const kelZor::DtEdgeFeature& f) {
+                order_.push_back({kelZor::DtFeature::Linear, &f});
+            },
+            [this](const kelZor::DtArealFeature& f) {
+                order_.push_back({kelZor::DtFeature::Areal, &f});
+            });
+    }
+    py::dict next() {
+        if (at_ >= order_.size())
+            throw py::stop_iteration();
+        const auto& [kind, feature] = order_[at_++];
+        const Json record =
+            kind == kelZor::DtFeature::Point
+                ? featureJson(*static_cast<const kelZor::DtPointFeature*>(feature))
+                : featureJson(kind, *static_cast<const kelZor::DtEdgeFeature*>(feature));
+        return toPython(record);
+    }
+    size_t size() const { return order_.size(); }
+    py::object load() const { return toPython(loadJson(run_->answer().load, "features")); }
+    py::object scene() const { return toPython(sceneJson(run_->answer().scene.system)); }
+    py::list notes() const { return py::cast(run_->answer().notes); }
+
+private:
+    std::unique_ptr<FeaturesLoad> run_;
+    py::object engine_;  // alive while its features are
+    std::vector<std::pair<kelZor::DtFeature::Kind, const kelZor::DtFeature*>> order_;
+    size_t at_ = 0;
+};
+
+class PyEngine {
+public:
+    PyEngine(const std::string& plugin, const std::string& configDir) {
+        std::string error;
+        bool opened = false;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            opened = engine_.open({plugin, configDir}, error);
+        }
+        if (!opened)
+            fail(1, {error});
+    }
+
+    py::list parsers() {
+        py::list list;
+        for (const auto& [name, extensions] : engine_.parsers())
+            list.append(py::make_tuple(name, py::cast(extensions)));
+        return list;
+    }
+
+    py::object features(py::object self, const std::string& path, const std::string& scene,
+                        bool arrays) {
+        auto run = std::make_unique<FeaturesLoad>(engine_.de(), FeaturesQuery{path, scene, {}});
+        bool loaded = false;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            engine_.de().clearReportedErrors();
+            loaded = run->prepare() && run->load();
+        }
+        const FeaturesAnswer& answer = run->answer();
+        if (!loaded || answer.status != 0)
+            fail(answer.status, answer.problems);
+        for (const std::string& line : answer.problems)
+            log("warning", line);
+        if (!arrays)
+            return py::cast(Features(std::move(run), std::move(self)));
+        return pointArrays(answer);
+    }
+
+private:
+    // The points' scene positions, feature ids and FACC codes as numpy arrays.
+    static py::object pointArrays(const FeaturesAnswer& answer) {
+        const kelZor::DtFeatureSet& set = answer.layer->featureSet();
+        const size_t n = set.count(kelZor::DtFeature::Point);
+        py::array_t<double> xyz({n, size_t{3}});
+        py::array_t<int64_t> fid(n);
+        std::vector<std::string> codes;
+        codes.reserve(n);
+        auto position = xyz.mutable_unchecked<2>();
+        auto ids = fid.mutable_unchecked<1>();
+        size_t i = 0;
+        set.forEach(
+            [&](const kelZor::DtPointFeature& f) {
+                position(i, 0) = f.location().x();
+                position(i, 1) = f.location().y();
+                position(i, 2) = f.location().z();
+                ids(i) = f.featureId();
+                codes.push_back(f.code().text());
+                ++i;
+            },
+            [](const kelZor::DtEdgeFeature&) {}, [](const kelZor::DtArealFeature&) {});
+        py::object facc = py::module_::import("numpy").attr("array")(py::cast(codes));
+        return py::make_tuple(xyz, fid, facc);
+    }
+
+    Engine engine_;
+};
+
+}  // namespace
+
+PYBIND11_MODULE(zorterrain, m) {
+    m.doc() = "The terrain engine's answers, as zorhost gives them";
+    py::class_<Features>(m, "Features")
+        .def("__iter__", [](Features& f) -> Features& { return f; })
+        .def("__next__", &Features::next)
+        .def("__len__", &Features::size)
+        .def_property_readonly("load", &Features::load)
+        .def_property_readonly("scene", &Features::scene)
+        .def_property_readonly("notes", &Features::notes);
+    py::class_<PyEngine>(m, "Engine")
+        .def(py::init<const std::string&, const std::string&>(), py::arg("plugin") = "",
+             py::arg("config_dir") = "")
+        .def("parsers", &PyEngine::parsers)
+        .def(
+            "features",
+            [](py::object self, const std::string& path, const std::string& scene, bool arrays) {
+                return self.cast<PyEngine&>().features(self, path, scene, arrays);
+            },
+            py::arg("path"), py::arg("scene") = "", py::arg("arrays") = false);
+}

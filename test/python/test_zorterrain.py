@@ -54,6 +54,16 @@ def test_answers_equal_zorhosts(engine, trees):
         assert list(features) == expected["features"]
         assert features.load == expected["load"]
         assert features.scene == expected["scene"]
+    mft = os.path.join(SAMPLE, "metaflight", "valley_tiles.mft")
+    assert engine.describe(mft) == zorhost_json("describe", mft)
+    alpine = os.path.join(SAMPLE, "metaflight", "alpine_valley.mft")
+    assert engine.describe(alpine) == zorhost_json("describe", alpine)
+    assert list(engine.tiles(mft, "Terrain")) == zorhost_json("tiles", mft, "--dataset", "Terrain")
+    assert list(engine.tiles(alpine, "Elevation", level=2)) == \
+        zorhost_json("tiles", alpine, "--dataset", "Elevation", "--level", "2")
+    assert engine.check(mft) == zorhost_json("check", mft)
+    assert engine.check(alpine, list=["all"], levels=[1]) == \
+        zorhost_json("check", alpine, "--list", "all", "--level", "1")
     # In a scene of the caller's choice too.
     expected = zorhost_json("features", trees, "--scene", "EPSG:32733")
     assert list(engine.features(trees, scene="EPSG:32733")) == expected["features"]
@@ -77,6 +87,27 @@ def test_failures_are_exceptions_with_zorhosts_message(engine, tmp_path):
         engine.features(os.path.join(SAMPLE, "valley.gdb"), scene="Bogus:1")
     with pytest.raises(OSError):
         zorterrain.Engine(plugin=str(tmp_path / "libnothing.so"))
+    mft = os.path.join(SAMPLE, "metaflight", "valley_tiles.mft")
+    with pytest.raises(OSError, match='no geometry dataset "Nope"'):
+        engine.tiles(mft, "Nope")
+    with pytest.raises(OSError, match="missing.mft: no such file"):
+        engine.describe(str(tmp_path / "missing.mft"))
+    with pytest.raises(ValueError, match="counted from 0"):
+        engine.tiles(mft, "Terrain", level=-1)
+
+
+def test_tiles_stream_and_check_finds_a_hole(engine, tmp_path):
+    import shutil
+    shutil.copytree(os.path.join(SAMPLE, "metaflight"), tmp_path / "db")
+    os.remove(tmp_path / "db" / "Terrain" / "L1" / "tile_002_001.medf")
+    mft = str(tmp_path / "db" / "valley_tiles.mft")
+    tiles = engine.tiles(mft, "Terrain", level=1)
+    first = next(tiles)
+    assert (first["row"], first["col"]) == (0, 0)
+    assert len(list(tiles)) == 15
+    answer = engine.check(mft)
+    assert [(r["status"], r["row"], r["col"]) for r in answer[:-1]] == [("missing", 2, 1)]
+    assert answer[-1]["summary"]["complete"] is False
 
 
 def test_engines_and_threads_agree(trees):

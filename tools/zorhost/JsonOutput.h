@@ -18,16 +18,26 @@ using Json = nlohmann::ordered_json;
 // rather than failing the whole output.
 std::string jsonText(const Json& value);
 
-class JsonArrayStream {
+// Where a command's records go, one by one: an array streamed as text, or a front
+// end's own collection.
+class RecordSink {
+public:
+    virtual ~RecordSink() = default;
+    virtual void add(const Json& element) = 0;
+    // After the last record; later calls do nothing.
+    virtual void close() {}
+};
+
+class JsonArrayStream : public RecordSink {
 public:
     explicit JsonArrayStream(std::ostream& out);
-    ~JsonArrayStream();
+    ~JsonArrayStream() override;
     JsonArrayStream(const JsonArrayStream&) = delete;
     JsonArrayStream& operator=(const JsonArrayStream&) = delete;
 
-    void add(const Json& element);
+    void add(const Json& element) override;
     // Ends the array; later calls do nothing.
-    void close();
+    void close() override;
 
 private:
     std::ostream& out_;

@@ -14,7 +14,8 @@ void registerMetaFileParser(kelZor::DtDe& de) {
 
 extern "C" ZORHOST_MODULE_EXPORT const LibraryCommands* zorhostLibraryCommands() {
     static const LibraryCommands commands{
-        &runDescribe, &runTiles,   &runTileFootprints, &runTileGrid,
-        &runCheck,    &runConvert, &runPublish,        &registerMetaFileParser};
+        &runDescribe, &runTiles,       &runTileFootprints,     &runTileGrid,
+        &runCheck,    &describeAnswer, &openTileCursor,        &checkRecords,
+        &runConvert,  &runPublish,     &registerMetaFileParser};
     return &commands;
 }

@@ -17,6 +17,10 @@ struct LibraryCommands {
     int (*tileFootprints)(const TilesRequest& request, const TileVisitor& visit, std::ostream& err);
     int (*tileGrid)(const TilesRequest& request, const TileGridVisitor& visit, std::ostream& err);
     int (*check)(const CheckRequest& request, std::ostream& out, std::ostream& err);
+    // The same answers as structures, for a front end that formats its own.
+    int (*describeAnswer)(const std::string& document, Json& answer, std::ostream& err);
+    std::unique_ptr<TileCursor> (*openTileCursor)(const TilesRequest& request, std::ostream& err);
+    int (*checkRecords)(const CheckRequest& request, RecordSink& records, std::ostream& err);
     int (*convert)(const ConvertRequest& request, std::ostream& out, std::ostream& err);
     int (*publish)(const PublishRequest& request, std::ostream& out, std::ostream& err);
     // Registers DtMetaFileHeaderParser under its class name, with no extension.

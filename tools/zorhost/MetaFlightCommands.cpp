@@ -446,6 +446,28 @@ namespace {
 const GeoJsonWriter::Fields tileFields = {
     {"level", OFTInteger}, {"row", OFTInteger}, {"col", OFTInteger}, {"path", OFTString}};
 
+Json tileRecord(unsigned level, unsigned row, unsigned col, const double (&center)[3],
+                const double (&offset)[3], const std::string& path) {
+    return {{"level", level},
+            {"row", row},
+            {"col", col},
+            {"center", {center[0], center[1], center[2]}},
+            {"offset", {offset[0], offset[1], offset[2]}},
+            {"path", path}};
+}
+
+// A tile's centre and offset as the description gives them, in degrees for a geodetic
+// system.
+void tilePlace(const DtMetaFlightDescription& d, const std::string& key, unsigned level,
+               unsigned row, unsigned col, bool degrees, double (&c)[3], double (&o)[3]) {
+    d.geometryGridTileCenter(key, level, row, col, c[0], c[1], c[2]);
+    d.geometryGridTileOffset(key, level, row, col, o[0], o[1], o[2]);
+    if (degrees) {
+        for (double* v : {&c[0], &c[1], &o[0], &o[1]})
+            *v = DtRad2Deg(*v);
+    }
+}
+
 // One record per tile of a level: its centre and offset as the description gives them.
 void printLevel(const DtMetaFlightDescription& d, const std::string& key, unsigned level,
                 bool degrees, JsonArrayStream* records, bool pathsOnly, std::ostream& out) {
@@ -459,20 +481,10 @@ void printLevel(const DtMetaFlightDescription& d, const std::string& key, unsign
                 continue;
             }
             double c[3], o[3];
-            d.geometryGridTileCenter(key, level, row, col, c[0], c[1], c[2]);
-            d.geometryGridTileOffset(key, level, row, col, o[0], o[1], o[2]);
+            tilePlace(d, key, level, row, col, degrees, c, o);
             names.path(row, col, path);
-            if (degrees) {
-                for (double* v : {&c[0], &c[1], &o[0], &o[1]})
-                    *v = DtRad2Deg(*v);
-            }
             if (records) {
-                records->add({{"level", level},
-                              {"row", row},
-                              {"col", col},
-                              {"center", {c[0], c[1], c[2]}},
-                              {"offset", {o[0], o[1], o[2]}},
-                              {"path", path}});
+                records->add(tileRecord(level, row, col, c, o, path));
                 continue;
             }
             out << level << '\t' << row << '\t' << col;
@@ -579,6 +591,72 @@ int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std
     return 0;
 }
 
+namespace {
+
+// The records of `tiles --json`, one at a time, as a front end pulls them.
+class LevelTiles : public TileCursor {
+public:
+    bool open(const TilesRequest& request, std::ostream& err) {
+        if (!prepareTiles(request, parser_, d_, level_, end_, err))
+            return false;
+        key_ = request.dataset;
+        degrees_ = isGeodetic(d_.geometryDatasetDataCoordinateSystem(key_));
+        return true;
+    }
+    bool next(Json& record) override {
+        while (level_ < end_) {
+            if (!names_) {
+                names_ = std::make_unique<kelZor::DtTilePathGenerator>(d_, key_,
+                                                                       static_cast<int>(level_));
+                row_ = col_ = 0;
+            }
+            if (row_ < names_->rows() && names_->columns() > 0) {
+                double c[3], o[3];
+                tilePlace(d_, key_, level_, row_, col_, degrees_, c, o);
+                names_->path(row_, col_, path_);
+                record = tileRecord(level_, row_, col_, c, o, path_);
+                if (++col_ == names_->columns())
+                    col_ = 0, ++row_;
+                return true;
+            }
+            names_.reset();
+            ++level_;
+        }
+        return false;
+    }
+
+private:
+    DtMetaFlightParser parser_;
+    DtMetaFlightDescription d_;
+    std::string key_;
+    unsigned level_ = 0, end_ = 0, row_ = 0, col_ = 0;
+    bool degrees_ = false;
+    std::unique_ptr<kelZor::DtTilePathGenerator> names_;
+    std::string path_;
+};
+
+}  // namespace
+
+std::unique_ptr<TileCursor> openTileCursor(const TilesRequest& request, std::ostream& err) {
+    auto cursor = std::make_unique<LevelTiles>();
+    try {
+        if (cursor->open(request, err))
+            return cursor;
+    } catch (const std::exception& e) {
+        err << "zorhost: " << request.document << ": " << e.what() << "\n";
+    }
+    return nullptr;
+}
+
+int describeAnswer(const std::string& document, Json& answer, std::ostream& err) {
+    DtMetaFlightParser parser;
+    DtMetaFlightDescription d;
+    if (!load(document, parser, d, err))
+        return 1;
+    answer = describeJson(d, document);
+    return 0;
+}
+
 int runTileGrid(const TilesRequest& request, const TileGridVisitor& visit, std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
@@ -646,15 +724,53 @@ Json levelJson(const LevelTally& t) {
 
 }  // namespace
 
+namespace {
+
+// An array begun with its first record: a check that cannot start prints nothing.
+class ArrayOnFirstRecord : public RecordSink {
+public:
+    explicit ArrayOnFirstRecord(std::ostream& out) : out_(out) {}
+    void add(const Json& element) override {
+        if (!array_)
+            array_ = std::make_unique<JsonArrayStream>(out_);
+        array_->add(element);
+    }
+    void close() override {
+        if (array_)
+            array_->close();
+    }
+
+private:
+    std::ostream& out_;
+    std::unique_ptr<JsonArrayStream> array_;
+};
+
+int checkInto(const CheckRequest& request, RecordSink* records, std::ostream& out,
+              std::ostream& err);
+
+}  // namespace
+
 int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err) {
+    if (!request.json)
+        return checkInto(request, nullptr, out, err);
+    ArrayOnFirstRecord records(out);
+    return checkInto(request, &records, out, err);
+}
+
+int checkRecords(const CheckRequest& request, RecordSink& records, std::ostream& err) {
+    std::ostream nowhere(nullptr);
+    return checkInto(request, &records, nowhere, err);
+}
+
+namespace {
+
+int checkInto(const CheckRequest& request, RecordSink* records, std::ostream& out,
+              std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
     if (!load(request.document, parser, d, err))
         return 1;
     const Listing listing(request.list);
-    std::unique_ptr<JsonArrayStream> records;
-    if (request.json)
-        records = std::make_unique<JsonArrayStream>(out);
     Json datasets = Json::array();
     std::string summary;
     uint64_t extras = 0;
@@ -754,6 +870,8 @@ int runCheck(const CheckRequest& request, std::ostream& out, std::ostream& err) 
     err << "zorhost: " << request.document << ": incomplete: tiles " << faultText << "\n";
     return 1;
 }
+
+}  // namespace
 
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err) {
     DtMetaFlightParser parser;

@@ -6,10 +6,12 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "JsonOutput.h"
 #include "TileCheck.h"
 #include "TileFootprint.h"
 
@@ -63,7 +65,22 @@ struct PublishRequest {
     bool overwrite = false;  // OUT may be replaced (IN included)
 };
 
+// Each tile record of a tiles request (what `tiles --json` streams), one at a time as a
+// front end pulls them; `next` may throw what the description throws.
+class TileCursor {
+public:
+    virtual ~TileCursor() = default;
+    // False after the last.
+    virtual bool next(Json& record) = 0;
+};
+
 int runDescribe(const DescribeRequest& request, std::ostream& out, std::ostream& err);
+// The document as `describe --json` gives it; 1 with the message on `err`.
+int describeAnswer(const std::string& document, Json& answer, std::ostream& err);
+// Null with the message on `err` when the document or the query fails.
+std::unique_ptr<TileCursor> openTileCursor(const TilesRequest& request, std::ostream& err);
+// The records `check --json` gives, into `records`, nothing printed; the status as check's.
+int checkRecords(const CheckRequest& request, RecordSink& records, std::ostream& err);
 int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err);
 // The footprint of each tile `request` asks for, to `visit` as it is made, nothing
 // printed; 1 with the message on `err` when the document or the query fails.

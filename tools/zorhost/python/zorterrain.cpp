@@ -9,12 +9,15 @@
 #include <pybind11/stl.h>
 
 #include <mutex>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Engine.h"
 #include "FeatureLoad.h"
 #include "FeatureRecords.h"
+#include "LibraryModule.h"
 #include "LoadReport.h"
 #include "Scene.h"
 #include "SceneOutput.h"
@@ -114,6 +117,49 @@ private:
     size_t at_ = 0;
 };
 
+// The lines zorhost would say on stderr, without its name.
+std::vector<std::string> saidLines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        const std::string prefix = "zorhost: ";
+        lines.push_back(line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
+    }
+    return lines;
+}
+
+// A list of records as a sink collects them.
+class RecordList : public RecordSink {
+public:
+    void add(const Json& element) override { records.push_back(element); }
+    std::vector<Json> records;
+};
+
+// The tiles of a tiles request, made as Python asks for the next.
+class Tiles {
+public:
+    Tiles(std::unique_ptr<TileCursor> cursor, py::object engine)
+        : cursor_(std::move(cursor)), engine_(std::move(engine)) {}
+    py::object next() {
+        Json record;
+        bool more = false;
+        try {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            more = cursor_->next(record);
+        } catch (const std::exception& e) {
+            fail(1, {e.what()});
+        }
+        if (!more)
+            throw py::stop_iteration();
+        return toPython(record);
+    }
+
+private:
+    std::unique_ptr<TileCursor> cursor_;
+    py::object engine_;
+};
+
 class PyEngine {
 public:
     PyEngine(const std::string& plugin, const std::string& configDir) {
@@ -155,7 +201,74 @@ public:
         return pointArrays(answer);
     }
 
+    py::object describe(const std::string& document) {
+        const LibraryCommands& commands = metaflight();
+        Json answer;
+        std::ostringstream said;
+        int status = 0;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            status = commands.describeAnswer(document, answer, said);
+        }
+        if (status != 0)
+            fail(status, saidLines(said.str()));
+        return toPython(answer);
+    }
+
+    py::object tiles(py::object self, const std::string& document, const std::string& dataset,
+                     std::optional<int> level) {
+        const LibraryCommands& commands = metaflight();
+        if (level && *level < 0)
+            throw py::value_error("level " + std::to_string(*level) +
+                                  ": levels are counted from 0");
+        TilesRequest request;
+        request.document = document;
+        request.dataset = dataset;
+        request.level = level ? *level : -1;
+        std::ostringstream said;
+        std::unique_ptr<TileCursor> cursor;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            cursor = commands.openTileCursor(request, said);
+        }
+        if (!cursor)
+            fail(1, saidLines(said.str()));
+        return py::cast(Tiles(std::move(cursor), std::move(self)));
+    }
+
+    py::list check(const std::string& document, const std::vector<std::string>& datasets,
+                   const std::vector<unsigned>& levels, const std::vector<std::string>& list) {
+        const LibraryCommands& commands = metaflight();
+        CheckRequest request;
+        request.document = document;
+        request.datasets = datasets;
+        request.levels = levels;
+        request.list = list;
+        RecordList records;
+        std::ostringstream said;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            commands.checkRecords(request, records, said);
+        }
+        // An incomplete database is an answer, not a failure: its summary says so.
+        if (records.records.empty())
+            fail(1, saidLines(said.str()));
+        py::list answer;
+        for (const Json& record : records.records)
+            answer.append(toPython(record));
+        return answer;
+    }
+
 private:
+    const LibraryCommands& metaflight() {
+        if (!engine_.metaflight())
+            fail(1, {engine_.metaflightProblem()});
+        return *engine_.metaflight();
+    }
+
     // The points' scene positions, feature ids and FACC codes as numpy arrays.
     static py::object pointArrays(const FeaturesAnswer& answer) {
         const kelZor::DtFeatureSet& set = answer.layer->featureSet();
@@ -195,6 +308,9 @@ PYBIND11_MODULE(zorterrain, m) {
         .def_property_readonly("load", &Features::load)
         .def_property_readonly("scene", &Features::scene)
         .def_property_readonly("notes", &Features::notes);
+    py::class_<Tiles>(m, "Tiles")
+        .def("__iter__", [](Tiles& t) -> Tiles& { return t; })
+        .def("__next__", &Tiles::next);
     py::class_<PyEngine>(m, "Engine")
         .def(py::init<const std::string&, const std::string&>(), py::arg("plugin") = "",
              py::arg("config_dir") = "")
@@ -204,5 +320,17 @@ PYBIND11_MODULE(zorterrain, m) {
             [](py::object self, const std::string& path, const std::string& scene, bool arrays) {
                 return self.cast<PyEngine&>().features(self, path, scene, arrays);
             },
-            py::arg("path"), py::arg("scene") = "", py::arg("arrays") = false);
+            py::arg("path"), py::arg("scene") = "", py::arg("arrays") = false)
+        .def("describe", &PyEngine::describe, py::arg("document"))
+        .def(
+            "tiles",
+            [](py::object self, const std::string& document, const std::string& dataset,
+               std::optional<int> level) {
+                return self.cast<PyEngine&>().tiles(self, document, dataset, level);
+            },
+            py::arg("document"), py::arg("dataset"), py::arg("level") = py::none())
+        .def("check", &PyEngine::check, py::arg("document"),
+             py::arg("datasets") = std::vector<std::string>(),
+             py::arg("levels") = std::vector<unsigned>(),
+             py::arg("list") = std::vector<std::string>());
 }

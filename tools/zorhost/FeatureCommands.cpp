@@ -181,60 +181,79 @@ int runFeatures(DtDe& de, const FeaturesRequest& request, std::ostream& out, std
     return answer.status;
 }
 
-int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::ostream& err) {
+ValuesAnswer readValues(DtDe& de, const ValuesRequest& request) {
+    ValuesAnswer answer;
     const kelZor::DtFeatureFieldValueReader* reader =
         kelZor::DtFeatureFieldValueReaderFactory::instance(de).defaultReader();
     if (!reader) {
-        err << "zorhost: the plug-in registered no field value reader\n";
-        return 1;
+        answer.status = 1;
+        answer.problems.push_back("the plug-in registered no field value reader");
+        return answer;
     }
     if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
-        err << "zorhost: " << problem << "\n";
-        return 2;
+        answer.status = 2;
+        answer.problems.push_back(problem);
+        return answer;
     }
-    std::map<std::string, std::set<std::string>> values;
     bool allLoaded = true;
-    Json loads = Json::array();
+    answer.loads = Json::array();
     {
         const LoadAccount account(request.load);
         const EngineReport engine(de);
         for (const std::string& file : request.files) {
             // The reader gathers every file into one map: what each gave is its points.
-            allLoaded = reader->readValuesFromFile(file, values) && allLoaded;
+            allLoaded = reader->readValuesFromFile(file, answer.values) && allLoaded;
             FileLoad load = account.load(file);
             load.madePerLayer = false;
-            load.featureReasons = false;
             load.featureReasons = false;
             load.madeInFile = load.points();
             load.more.push_back({"linesAndAreas", "lines or areas, whose fields are not read",
                                  load.linesAndAreas()});
             if (const std::string line = loadLine(load, "point"); !line.empty())
-                err << "zorhost: " << line << "\n";
+                answer.problems.push_back(line);
             allLoaded = allLoaded && !producedNothing(load);
-            loads.push_back(loadJson(load, "points"));
+            answer.loads.push_back(loadJson(load, "points"));
         }
-        engine.printProblems(err);
+        for (const std::string& note : engine.notes())
+            answer.problems.push_back(note);
+        for (const std::string& file : engine.filesNotLoaded())
+            answer.problems.push_back(file + ": " + engine.whyNotLoaded(file));
     }
     if (!request.fields.empty()) {
         std::map<std::string, std::set<std::string>> chosen;
         for (const std::string& field : request.fields) {
-            const auto found = values.find(field);
-            if (found == values.end())
-                err << "zorhost: no free point of the files has the field \"" << field << "\"\n";
+            const auto found = answer.values.find(field);
+            if (found == answer.values.end())
+                answer.problems.push_back("no free point of the files has the field \"" + field +
+                                          "\"");
             else
                 chosen.insert(*found);
         }
-        values.swap(chosen);
+        answer.values.swap(chosen);
     }
+    answer.status = allLoaded ? 0 : 1;
+    return answer;
+}
+
+Json valuesJson(const ValuesAnswer& answer) {
+    return Json{{"values", Json(answer.values)}, {"load", answer.loads}};
+}
+
+int runValues(DtDe& de, const ValuesRequest& request, std::ostream& out, std::ostream& err) {
+    const ValuesAnswer answer = readValues(de, request);
+    for (const std::string& line : answer.problems)
+        err << "zorhost: " << line << "\n";
+    if (answer.loads.is_null())  // nothing was read
+        return answer.status;
     if (request.json) {
-        out << jsonText(Json{{"values", Json(values)}, {"load", loads}}) << "\n";
+        out << jsonText(valuesJson(answer)) << "\n";
     } else {
-        for (const auto& [field, texts] : values) {
+        for (const auto& [field, texts] : answer.values) {
             out << field << " (" << texts.size() << (texts.size() == 1 ? " value)" : " values)")
                 << "\n";
             for (const std::string& text : texts)
                 out << "  " << (text.empty() ? "\"\"" : text) << "\n";
         }
     }
-    return allLoaded ? 0 : 1;
+    return answer.status;
 }

@@ -2,7 +2,9 @@
 // the field value reader the plug-in registered, as the engine uses them.
 #pragma once
 
+#include <map>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,6 +36,19 @@ struct ValuesRequest {
     bool json = false;
     LoadOptions load;
 };
+
+// What the field value reader made of the files, nothing printed: every field of their
+// free points with its values, each file's load, the lines to say (without "zorhost: ")
+// and the status runValues gives.
+struct ValuesAnswer {
+    int status = 0;
+    std::vector<std::string> problems;
+    std::map<std::string, std::set<std::string>> values;
+    Json loads;  // each file's, as loadJson gives it; null when none was read
+};
+ValuesAnswer readValues(kelZor::DtDe& de, const ValuesRequest& request);
+// `values --json`'s object.
+Json valuesJson(const ValuesAnswer& answer);
 
 // Every field of the files' free points with its values, gathered into one map; 1 when
 // any file did not load or a file with objects gave no point (the others are still

@@ -113,8 +113,9 @@ public:
                                    error);
     }
     void begin() { output_.begin("props"); }
+    // The rule's props: those of [first, end) of the layer.
     void addRule(size_t index, const DtAddPropsRuleRecord& rule,
-                 const kelZor::DtTerrainLayer& layer, size_t first);
+                 const kelZor::DtTerrainLayer& layer, size_t first, size_t end);
     // `notes` are the engine's; what zorhost adds of its own goes to `err` as well.
     bool end(const DtDe& de, const std::vector<std::string>& notes, const FileLoad& load,
              std::ostream& err, std::string& error);
@@ -132,15 +133,15 @@ private:
 };
 
 void PropReport::addRule(size_t index, const DtAddPropsRuleRecord& rule,
-                         const kelZor::DtTerrainLayer& layer, size_t first) {
-    const size_t added = layer.numProps() - first;
+                         const kelZor::DtTerrainLayer& layer, size_t first, size_t end) {
+    const size_t added = end - first;
     perRule_.push_back({{"rule", index}, {"added", added}});
     if (!output_.json()) {
         output_.out() << "rule " << index << ": " << conditionText(rule) << " -> "
                       << rule.modelDefinition() << " (" << rule.propType() << "): " << added
                       << (added == 1 ? " prop" : " props") << "\n";
     }
-    for (size_t i = first; i < layer.numProps(); ++i)
+    for (size_t i = first; i < end; ++i)
         addProp(index, layer.prop(i));
 }
 
@@ -308,72 +309,127 @@ void warnUnmatchedRules(const FileLoad& load, const RulesFile& rules, std::ostre
     }
 }
 
-int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
-    if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
-        err << "zorhost: " << problem << "\n";
-        return 2;
+namespace {
+
+// What a function that says its problems on a stream said, as lines without "zorhost: ".
+void takeLines(std::ostringstream& said, std::vector<std::string>& lines) {
+    std::istringstream in(said.str());
+    for (std::string line; std::getline(in, line);) {
+        const std::string prefix = "zorhost: ";
+        lines.push_back(line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
     }
-    RulesFile rules;
-    if (const int status = readRulesFile(request.rules, rules, err))
-        return status;
-    for (const std::string& file : request.terrains) {
+    said.str("");
+}
+
+}  // namespace
+
+PropsLoad::PropsLoad(DtDe& de, PropsQuery query) : de_(de), query_(std::move(query)) {}
+
+PropsLoad::~PropsLoad() = default;
+
+bool PropsLoad::prepare() {
+    std::ostringstream said;
+    auto refuse = [&](int status) {
+        takeLines(said, answer_.problems);
+        answer_.status = status;
+        return false;
+    };
+    if (const std::string problem = loadOptionsProblem(query_.load); !problem.empty()) {
+        said << problem << "\n";
+        return refuse(2);
+    }
+    if (const int status = readRulesFile(query_.rules, answer_.rules, said))
+        return refuse(status);
+    for (const std::string& file : query_.terrains) {
         if (!exists(file)) {
-            err << "zorhost: " << file << ": no such file\n";
-            return 1;
+            said << file << ": no such file\n";
+            return refuse(1);
         }
     }
-    if (!exists(request.file)) {
-        err << "zorhost: " << request.file << ": no such file\n";
-        return 1;
+    if (!exists(query_.file)) {
+        said << query_.file << ": no such file\n";
+        return refuse(1);
     }
-    kelZor::DtPropAdderCreator* creator = propAdderCreatorFor(de, request.file, err);
-    if (!creator || !addElevationSources(de, request.terrains, err))
-        return 1;
+    creator_ = propAdderCreatorFor(de_, query_.file, said);
+    if (!creator_ || !addElevationSources(de_, query_.terrains, said))
+        return refuse(1);
+    takeLines(said, answer_.problems);
     // The vector file's system before the DEMs': the props are its points.
-    std::vector<std::string> candidates = {request.file};
-    candidates.insert(candidates.end(), request.terrains.begin(), request.terrains.end());
-    const LoadAccount account(request.load);
-    SceneChoice scene;
-    const SceneProblem problem = chooseScene(de, request.scene, candidates, scene);
+    std::vector<std::string> candidates = {query_.file};
+    candidates.insert(candidates.end(), query_.terrains.begin(), query_.terrains.end());
+    account_.emplace(query_.load);
+    const SceneProblem problem = chooseScene(de_, query_.scene, candidates, answer_.scene);
     if (problem.status != 0) {
-        err << "zorhost: " << problem.message << "\n";
-        return problem.status;
+        said << problem.message << "\n";
+        return refuse(problem.status);
     }
-    printSceneWarnings(scene, err);
-    de.sharedState().coordinateSystem() = scene.system;
-    defineModels(de, rules);
-    PropReport report(request, scene, out);
+    for (const std::string& warning : answer_.scene.warnings)
+        answer_.problems.push_back("warning: " + warning);
+    de_.sharedState().coordinateSystem() = answer_.scene.system;
+    defineModels(de_, answer_.rules);
+    return true;
+}
+
+void PropsLoad::load() {
+    const EngineReport engine(de_);
+    answer_.agents = std::make_unique<kelZor::DtAgentManagerInterface>();
+    answer_.layer = std::make_unique<kelZor::DtTerrainLayer>();
+    std::unique_ptr<kelZor::DtPropAdder> adder(creator_->create(query_.file, *answer_.agents));
+    answer_.ruleStarts.push_back(0);
+    for (size_t i = 0; i < answer_.rules.rules.size() && engine.filesNotLoaded().empty(); ++i) {
+        adder->addProps(answer_.rules.rules[i], answer_.layer.get());
+        answer_.ruleStarts.push_back(answer_.layer->numProps());
+    }
+    answer_.notes = engine.notes();
+    answer_.problems.insert(answer_.problems.end(), answer_.notes.begin(), answer_.notes.end());
+    for (const std::string& file : engine.filesNotLoaded())
+        answer_.problems.push_back(file + ": " + engine.whyNotLoaded(file));
+    FileLoad& load = answer_.load;
+    load = account_->load(query_.file);
+    std::ostringstream said;
+    warnUnmatchedRules(load, answer_.rules, said);
+    takeLines(said, answer_.problems);
+    load.madePerLayer = false;
+    load.featureReasons = false;
+    load.madeInFile = answer_.layer->numProps();
+    load.more.push_back(
+        {"linesAndAreas", "lines or areas, of which no prop is made", load.linesAndAreas()});
+    if (const std::string line = loadLine(load, "prop"); !line.empty())
+        answer_.problems.push_back(line);
+    answer_.engineError = engine.anyError();
+    for (size_t i = 0; i < answer_.layer->numProps(); ++i)
+        answer_.unplaced += propPlaced(answer_.layer->prop(i).record()) ? 0 : 1;
+    answer_.status = answer_.engineError || answer_.unplaced > 0 || producedNothing(load) ? 1 : 0;
+}
+
+int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
+    PropsLoad run(de, {request.file, request.rules, request.terrains, request.scene, request.load});
+    const PropsAnswer& answer = run.answer();
+    size_t said = 0;
+    auto sayProblems = [&] {
+        for (; said < answer.problems.size(); ++said)
+            err << "zorhost: " << answer.problems[said] << "\n";
+    };
+    const bool ready = run.prepare();
+    sayProblems();
+    if (!ready)
+        return answer.status;
+    PropReport report(request, answer.scene, out);
     std::string error;
     if (!report.openGeoJson(error)) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-
-    const EngineReport engine(de);
-    kelZor::DtAgentManagerInterface agents;
-    std::unique_ptr<kelZor::DtPropAdder> adder(creator->create(request.file, agents));
-    kelZor::DtTerrainLayer layer;
+    run.load();
     report.begin();
-    for (size_t i = 0; i < rules.rules.size() && engine.filesNotLoaded().empty(); ++i) {
-        const size_t first = layer.numProps();
-        adder->addProps(rules.rules[i], &layer);
-        report.addRule(i, rules.rules[i], layer, first);
+    for (size_t i = 0; i + 1 < answer.ruleStarts.size(); ++i) {
+        report.addRule(i, answer.rules.rules[i], *answer.layer, answer.ruleStarts[i],
+                       answer.ruleStarts[i + 1]);
     }
-    engine.printProblems(err);
-    FileLoad load = account.load(request.file);
-    warnUnmatchedRules(load, rules, err);
-    load.madePerLayer = false;
-    load.featureReasons = false;
-    load.madeInFile = layer.numProps();
-    load.more.push_back(
-        {"linesAndAreas", "lines or areas, of which no prop is made", load.linesAndAreas()});
-    if (const std::string line = loadLine(load, "prop"); !line.empty())
-        err << "zorhost: " << line << "\n";
-    const bool written = report.end(de, engine.notes(), load, err, error);
-    if (!written) {
+    sayProblems();
+    if (!report.end(de, answer.notes, answer.load, err, error)) {
         err << "zorhost: " << error << "\n";
         return 1;
     }
-    const bool failed = engine.anyError() || report.unplaced() > 0 || producedNothing(load);
-    return failed ? 1 : 0;
+    return answer.status;
 }

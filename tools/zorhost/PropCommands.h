@@ -2,12 +2,16 @@
 // adder the plug-in registered for its extension, on a terrain of real elevation.
 #pragma once
 
+#include <memory>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "LoadReport.h"
+#include "Scene.h"
+#include "zorCore/DtPropAdder.h"
 #include "kelArchives/DtPropRecord.h"
 
 namespace kelZor {
@@ -53,6 +57,55 @@ void defineModels(kelZor::DtDe& de, const RulesFile& rules);
 // What the rules ask of the file's points that none of them has: a field, a rotation
 // field; one line each on `err`, naming the file.
 void warnUnmatchedRules(const FileLoad& load, const RulesFile& rules, std::ostream& err);
+
+// `props` as a front end asks it, nothing printed: the rules applied to the file's points
+// through the prop adder registered for its extension, on the DEMs, in the scene chosen
+// as zorhost chooses it. The answer holds the props (rule i's are ruleStarts[i] to
+// ruleStarts[i + 1]), what the load made of every object, the lines to say (without
+// "zorhost: ") and the status.
+struct PropsQuery {
+    std::string file;
+    std::string rules;
+    std::vector<std::string> terrains;
+    std::string scene;
+    LoadOptions load;
+};
+
+struct PropsAnswer {
+    int status = 0;
+    std::vector<std::string> problems;
+    SceneChoice scene;
+    RulesFile rules;
+    std::unique_ptr<kelZor::DtAgentManagerInterface> agents;  // before the props: they refer to it
+    std::unique_ptr<kelZor::DtTerrainLayer> layer;
+    std::vector<size_t> ruleStarts;
+    FileLoad load;
+    std::vector<std::string> notes;
+    bool engineError = false;
+    size_t unplaced = 0;
+};
+
+class PropsLoad {
+public:
+    PropsLoad(kelZor::DtDe& de, PropsQuery query);
+    ~PropsLoad();
+    PropsLoad(const PropsLoad&) = delete;
+    PropsLoad& operator=(const PropsLoad&) = delete;
+
+    // The checks, the rules, the DEMs and the scene; false (status, problems) when the
+    // props cannot be made.
+    bool prepare();
+    // Each rule in turn; the answer's status says how it went.
+    void load();
+    PropsAnswer& answer() { return answer_; }
+
+private:
+    kelZor::DtDe& de_;
+    PropsQuery query_;
+    kelZor::DtPropAdderCreator* creator_ = nullptr;
+    std::optional<LoadAccount> account_;
+    PropsAnswer answer_;
+};
 
 // Prints the scene, each prop, the count per rule and the errors the engine was told,
 // and on stderr what the load made nothing of. 2 for a malformed rules file, --scene or

@@ -12,6 +12,12 @@
 namespace kelZor {
 
 DtTerrain::DtTerrain() : cache_(std::make_shared<DtPostCache>()) {}
+
+void DtTerrain::removeElevationSources() {
+    sources_.clear();
+    const std::lock_guard<std::mutex> lock(shiftsMutex_);
+    shifts_ = PlaneShifts();
+}
 DtTerrain::~DtTerrain() = default;
 
 bool DtTerrain::addElevationSource(const std::string& path, std::string& error) {

@@ -34,6 +34,8 @@ public:
     // should know of its heights (a vertical datum without its grid) goes to DtWarn.
     bool addElevationSource(const std::string& path, std::string& error);
     size_t numElevationSources() const { return sources_.size(); }
+    // Forgets every source (a host that answers one request after another on one engine).
+    void removeElevationSources();
     const DtElevationSource& elevationSource(size_t i) const { return *sources_.at(i); }
     // The posts the sources have read and keep, in bytes; bounded whatever their size.
     size_t elevationBytesHeld() const { return cache_->bytesHeld(); }

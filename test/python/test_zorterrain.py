@@ -54,6 +54,15 @@ def test_answers_equal_zorhosts(engine, trees):
         assert list(features) == expected["features"]
         assert features.load == expected["load"]
         assert features.scene == expected["scene"]
+    sources = [os.path.join(SAMPLE, "valley_points.shp"), os.path.join(SAMPLE, "valley.gdb")]
+    assert engine.values(sources) == zorhost_json("values", *sources)
+    assert engine.values(sources, fields=["ECC"]) == zorhost_json("values", *sources, "--field", "ECC")
+    points, rules = sources[0], os.path.join(SAMPLE, "valley_props.json")
+    dem = os.path.join(SAMPLE, "n45_e009.dt0")
+    expected = zorhost_json("props", points, "--rules", rules, "--terrain", dem)
+    assert zorterrain.Engine().props(points, rules, terrain=[dem]) == expected
+    with open(rules) as text:  # an engine names its props on: a fresh one, as zorhost runs
+        assert zorterrain.Engine().props(points, json.load(text), terrain=[dem]) == expected
     mft = os.path.join(SAMPLE, "metaflight", "valley_tiles.mft")
     assert engine.describe(mft) == zorhost_json("describe", mft)
     alpine = os.path.join(SAMPLE, "metaflight", "alpine_valley.mft")
@@ -92,6 +101,8 @@ def test_failures_are_exceptions_with_zorhosts_message(engine, tmp_path):
         engine.tiles(mft, "Nope")
     with pytest.raises(OSError, match="missing.mft: no such file"):
         engine.describe(str(tmp_path / "missing.mft"))
+    with pytest.raises(ValueError, match="rules: "):
+        engine.props(os.path.join(SAMPLE, "valley_points.shp"), {"rules": "no"})
     with pytest.raises(ValueError, match="counted from 0"):
         engine.tiles(mft, "Terrain", level=-1)
 
@@ -108,6 +119,21 @@ def test_tiles_stream_and_check_finds_a_hole(engine, tmp_path):
     answer = engine.check(mft)
     assert [(r["status"], r["row"], r["col"]) for r in answer[:-1]] == [("missing", 2, 1)]
     assert answer[-1]["summary"]["complete"] is False
+
+
+def test_an_answer_with_faults_is_given_and_they_are_logged(trees, caplog, tmp_path):
+    """Props the terrain cannot hold are in the answer, said to the logger; a missing DEM
+    is a failure."""
+    rules = {"models": {"oak": "oak.flt"},
+             "rules": [{"fields": {"ECC": "EC030"}, "model": "oak", "propType": "tree"}]}
+    dem = os.path.join(SAMPLE, "n45_e009.dt0")  # far from the trees in UTM 33 S
+    with caplog.at_level("WARNING", logger="zorterrain"):
+        answer = zorterrain.Engine().props(trees, rules, terrain=[dem])
+    assert [p["placed"] for p in answer["props"]] == [False, False]
+    assert any("2 props not placed" in note for note in answer["notes"])
+    assert any("2 props not placed" in r.getMessage() for r in caplog.records)
+    with pytest.raises(OSError, match="nope.dt0: no such file"):
+        zorterrain.Engine().props(trees, rules, terrain=[str(tmp_path / "nope.dt0")])
 
 
 def test_engines_and_threads_agree(trees):

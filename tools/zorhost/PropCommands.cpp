@@ -156,16 +156,7 @@ void PropReport::addProp(size_t rule, const DtProp& prop) {
     const Wgs84Position where =
         isPlaced ? sceneToWgs84(scene_.system, DtVector64(p[0], p[1], p[2])) : Wgs84Position();
     if (output_.array()) {
-        output_.array()->add(
-            {{"rule", rule},
-             {"name", prop.name()},
-             {"propType", prop.propType()},
-             {"model", r.modelDefOrNodeAddress()},
-             {"placed", isPlaced},
-             {"position", {p[0], p[1], p[2]}},
-             {"wgs84", isPlaced ? Json{where.lon, where.lat, where.height} : Json(nullptr)},
-             {"headingDegrees", heading},
-             {"orientation", {q[0], q[1], q[2], q[3]}}});
+        output_.array()->add(propJson(rule, prop, scene_.system));
     } else if (isPlaced) {
         output_.out() << "  " << prop.name() << "  " << prop.propType() << "  "
                       << r.modelDefOrNodeAddress() << "  at " << metresText(p[0], p[1], p[2])
@@ -196,11 +187,7 @@ bool PropReport::end(const DtDe& de, const std::vector<std::string>& notes, cons
                      std::ostream& err, std::string& error) {
     std::vector<std::string> said = notes;
     if (unplaced_ > 0) {
-        said.push_back(request_.file + ": " + std::to_string(unplaced_) +
-                       (unplaced_ == 1 ? " prop" : " props") +
-                       " not placed: no --terrain source lies below or above (the engine "
-                       "leaves each at the origin; the first is " +
-                       firstUnplaced_ + ")");
+        said.push_back(unplacedLine(request_.file, unplaced_, firstUnplaced_));
         err << "zorhost: " << said.back() << "\n";
     }
     if (unplaced_ > 0 && output_.wantsGeoJson()) {
@@ -338,8 +325,15 @@ bool PropsLoad::prepare() {
         said << problem << "\n";
         return refuse(2);
     }
-    if (const int status = readRulesFile(query_.rules, answer_.rules, said))
+    if (!query_.rulesText.empty()) {
+        std::string problem;
+        if (!parseRules(query_.rulesText, answer_.rules, problem)) {
+            said << "rules: " << problem << "\n";
+            return refuse(2);
+        }
+    } else if (const int status = readRulesFile(query_.rules, answer_.rules, said)) {
         return refuse(status);
+    }
     for (const std::string& file : query_.terrains) {
         if (!exists(file)) {
             said << file << ": no such file\n";
@@ -351,6 +345,8 @@ bool PropsLoad::prepare() {
         return refuse(1);
     }
     creator_ = propAdderCreatorFor(de_, query_.file, said);
+    // A request's terrain is its DEMs alone, whatever an engine answered before.
+    de_.scene().terrain().removeElevationSources();
     if (!creator_ || !addElevationSources(de_, query_.terrains, said))
         return refuse(1);
     takeLines(said, answer_.problems);
@@ -403,7 +399,8 @@ void PropsLoad::load() {
 }
 
 int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostream& err) {
-    PropsLoad run(de, {request.file, request.rules, request.terrains, request.scene, request.load});
+    PropsLoad run(de,
+                  {request.file, request.rules, "", request.terrains, request.scene, request.load});
     const PropsAnswer& answer = run.answer();
     size_t said = 0;
     auto sayProblems = [&] {
@@ -432,4 +429,29 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
         return 1;
     }
     return answer.status;
+}
+
+Json propJson(size_t rule, const DtProp& prop, const kelZor::DtCoordinateSystem& scene) {
+    const kelArchives::DtPropRecord& r = prop.record();
+    const double* p = r.position();
+    const double* q = r.orientation();
+    const bool isPlaced = propPlaced(r);
+    const Wgs84Position where =
+        isPlaced ? sceneToWgs84(scene, DtVector64(p[0], p[1], p[2])) : Wgs84Position();
+    return {{"rule", rule},
+            {"name", prop.name()},
+            {"propType", prop.propType()},
+            {"model", r.modelDefOrNodeAddress()},
+            {"placed", isPlaced},
+            {"position", {p[0], p[1], p[2]}},
+            {"wgs84", isPlaced ? Json{where.lon, where.lat, where.height} : Json(nullptr)},
+            {"headingDegrees", isPlaced ? Json(propHeadingDegrees(scene, r)) : Json(nullptr)},
+            {"orientation", {q[0], q[1], q[2], q[3]}}};
+}
+
+std::string unplacedLine(const std::string& file, size_t unplaced, const std::string& first) {
+    return file + ": " + std::to_string(unplaced) + (unplaced == 1 ? " prop" : " props") +
+           " not placed: no --terrain source lies below or above (the engine leaves each at "
+           "the origin; the first is " +
+           first + ")";
 }

@@ -11,8 +11,8 @@
 
 #include "LoadReport.h"
 #include "Scene.h"
-#include "zorCore/DtPropAdder.h"
 #include "kelArchives/DtPropRecord.h"
+#include "zorCore/DtPropAdder.h"
 
 namespace kelZor {
 class DtDe;
@@ -65,7 +65,8 @@ void warnUnmatchedRules(const FileLoad& load, const RulesFile& rules, std::ostre
 // "zorhost: ") and the status.
 struct PropsQuery {
     std::string file;
-    std::string rules;
+    std::string rules;      // the rules file
+    std::string rulesText;  // or its text, given by a front end ("rules" in messages)
     std::vector<std::string> terrains;
     std::string scene;
     LoadOptions load;
@@ -106,6 +107,11 @@ private:
     std::optional<LoadAccount> account_;
     PropsAnswer answer_;
 };
+
+// A prop as `props --json` gives it, made by rule `rule`.
+Json propJson(size_t rule, const kelZor::DtProp& prop, const kelZor::DtCoordinateSystem& scene);
+// What is said of the props the terrain could not place, naming the first.
+std::string unplacedLine(const std::string& file, size_t unplaced, const std::string& first);
 
 // Prints the scene, each prop, the count per rule and the errors the engine was told,
 // and on stderr what the load made nothing of. 2 for a malformed rules file, --scene or

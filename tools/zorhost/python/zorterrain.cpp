@@ -15,10 +15,13 @@
 #include <vector>
 
 #include "Engine.h"
+#include "FeatureCommands.h"
 #include "FeatureLoad.h"
 #include "FeatureRecords.h"
 #include "LibraryModule.h"
 #include "LoadReport.h"
+#include "PropCommands.h"
+#include "PropFacing.h"
 #include "Scene.h"
 #include "SceneOutput.h"
 #include "zorCore/DtDe.h"
@@ -160,6 +163,32 @@ private:
     py::object engine_;
 };
 
+// `props --json`'s object: the scene, each prop, the count per rule, the load, the
+// engine's errors and the notes.
+Json propsJson(const PropsAnswer& answer, const std::string& file, const kelZor::DtDe& de) {
+    Json props = Json::array(), rules = Json::array();
+    std::vector<std::string> notes = answer.notes;
+    std::string firstUnplaced;
+    for (size_t rule = 0; rule + 1 < answer.ruleStarts.size(); ++rule) {
+        rules.push_back(
+            {{"rule", rule}, {"added", answer.ruleStarts[rule + 1] - answer.ruleStarts[rule]}});
+        for (size_t i = answer.ruleStarts[rule]; i < answer.ruleStarts[rule + 1]; ++i) {
+            const kelZor::DtProp& prop = answer.layer->prop(i);
+            props.push_back(propJson(rule, prop, answer.scene.system));
+            if (firstUnplaced.empty() && !propPlaced(prop.record()))
+                firstUnplaced = prop.name();
+        }
+    }
+    if (answer.unplaced > 0)
+        notes.push_back(unplacedLine(file, answer.unplaced, firstUnplaced));
+    return {{"scene", sceneJson(answer.scene.system)},
+            {"props", props},
+            {"rules", rules},
+            {"load", loadJson(answer.load, "props")},
+            {"errors", SceneOutput::errorsJson(de)},
+            {"notes", notes}};
+}
+
 class PyEngine {
 public:
     PyEngine(const std::string& plugin, const std::string& configDir) {
@@ -191,14 +220,65 @@ public:
             engine_.de().clearReportedErrors();
             loaded = run->prepare() && run->load();
         }
+        // Once loaded, the answer is given, what went wrong in part to the logger.
         const FeaturesAnswer& answer = run->answer();
-        if (!loaded || answer.status != 0)
+        if (!loaded)
             fail(answer.status, answer.problems);
         for (const std::string& line : answer.problems)
             log("warning", line);
         if (!arrays)
             return py::cast(Features(std::move(run), std::move(self)));
         return pointArrays(answer);
+    }
+
+    py::object values(const std::vector<std::string>& files,
+                      const std::vector<std::string>& fields) {
+        ValuesRequest request;
+        request.files = files;
+        request.fields = fields;
+        ValuesAnswer answer;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            answer = readValues(engine_.de(), request);
+        }
+        if (answer.status != 0)
+            fail(answer.status, answer.problems);
+        for (const std::string& line : answer.problems)
+            log("warning", line);
+        return toPython(valuesJson(answer));
+    }
+
+    // `rules` is a rules file's path or its object (a dict).
+    py::object props(const std::string& path, py::object rules,
+                     const std::vector<std::string>& terrain, const std::string& scene) {
+        PropsQuery query{path, "", "", terrain, scene, {}};
+        if (py::isinstance<py::str>(rules))
+            query.rules = rules.cast<std::string>();
+        else
+            query.rulesText = py::module_::import("json").attr("dumps")(rules).cast<std::string>();
+        PropsLoad run(engine_.de(), query);
+        bool ready = false;
+        Json answerJson;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            engine_.de().clearReportedErrors();
+            ready = run.prepare();
+            if (ready) {
+                run.load();
+                answerJson = propsJson(run.answer(), path, engine_.de());
+            }
+        }
+        // Once the rules ran, the answer is given (props not placed among its notes).
+        const PropsAnswer& answer = run.answer();
+        if (!ready)
+            fail(answer.status, answer.problems);
+        for (const std::string& line : answer.problems)
+            log("warning", line);
+        if (answer.unplaced > 0)
+            log("warning", answerJson["notes"].back().get<std::string>());
+        return toPython(answerJson);
     }
 
     py::object describe(const std::string& document) {
@@ -321,6 +401,10 @@ PYBIND11_MODULE(zorterrain, m) {
                 return self.cast<PyEngine&>().features(self, path, scene, arrays);
             },
             py::arg("path"), py::arg("scene") = "", py::arg("arrays") = false)
+        .def("values", &PyEngine::values, py::arg("files"),
+             py::arg("fields") = std::vector<std::string>())
+        .def("props", &PyEngine::props, py::arg("path"), py::arg("rules"),
+             py::arg("terrain") = std::vector<std::string>(), py::arg("scene") = "")
         .def("describe", &PyEngine::describe, py::arg("document"))
         .def(
             "tiles",

@@ -44,7 +44,8 @@ def trees(tmp_path_factory):
     return path
 
 
-def test_answers_equal_zorhosts(engine, trees):
+def test_answers_equal_zorhosts(engine, trees, monkeypatch):
+    monkeypatch.chdir(ROOT)  # a KSL description's directories are the working directory's
     parsers = subprocess.run([ZORHOST, "parsers"], cwd=ROOT, capture_output=True, text=True)
     assert [f"{name}:" + "".join(" " + e for e in ext) for name, ext in engine.parsers()] == \
         parsers.stdout.splitlines()
@@ -73,6 +74,8 @@ def test_answers_equal_zorhosts(engine, trees):
     assert engine.check(mft) == zorhost_json("check", mft)
     assert engine.check(alpine, list=["all"], levels=[1]) == \
         zorhost_json("check", alpine, "--list", "all", "--level", "1")
+    for record in zorhost_json("inspect"):
+        assert engine.inspect(record["path"]) == record, record["path"]
     # In a scene of the caller's choice too.
     expected = zorhost_json("features", trees, "--scene", "EPSG:32733")
     assert list(engine.features(trees, scene="EPSG:32733")) == expected["features"]
@@ -119,6 +122,26 @@ def test_tiles_stream_and_check_finds_a_hole(engine, tmp_path):
     answer = engine.check(mft)
     assert [(r["status"], r["row"], r["col"]) for r in answer[:-1]] == [("missing", 2, 1)]
     assert answer[-1]["summary"]["complete"] is False
+
+
+def test_map_writes_the_picture_zorhost_would(engine, tmp_path):
+    from osgeo import gdal
+    picture = str(tmp_path / "valley.png")
+    answer = engine.map(picture, features=[os.path.join(SAMPLE, "valley.gdb")],
+                        terrain=[os.path.join(SAMPLE, "n45_e009.dt0")], size=[400, 300])
+    run = subprocess.run([ZORHOST, "map", str(tmp_path / "cli.png"), "--features",
+                          os.path.join(SAMPLE, "valley.gdb"), "--terrain",
+                          os.path.join(SAMPLE, "n45_e009.dt0"), "--size", "400x300"],
+                         cwd=ROOT, capture_output=True, text=True)
+    assert run.returncode == 0, run.stderr
+    written, cli = gdal.Open(picture), gdal.Open(str(tmp_path / "cli.png"))
+    assert (written.RasterXSize, written.RasterYSize) == (answer["width"], answer["height"])
+    assert written.GetGeoTransform() == cli.GetGeoTransform()
+    assert answer["frame"] == (400, 300)
+    with pytest.raises(OSError, match="exists; give --overwrite"):
+        engine.map(picture, features=[os.path.join(SAMPLE, "valley.gdb")])
+    with pytest.raises(ValueError, match="nothing to draw"):
+        engine.map(str(tmp_path / "nothing.png"))
 
 
 def test_an_answer_with_faults_is_given_and_they_are_logged(trees, caplog, tmp_path):

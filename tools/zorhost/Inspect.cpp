@@ -185,7 +185,9 @@ void printText(const InspectResult& r, std::ostream& out) {
     }
 }
 
-Json toJson(const InspectResult& r) {
+}  // namespace
+
+Json inspectJson(const InspectResult& r) {
     Json patches = Json::array();
     for (const kelArchives::DtTerrainPatchRecord& patch : r.patches) {
         const kelArchives::DtModelDefinitionRecord& d = patch.terrainPatchDefinitionRecord();
@@ -207,7 +209,7 @@ Json toJson(const InspectResult& r) {
     return record;
 }
 
-}  // namespace
+namespace {}  // namespace
 
 std::string parserNameFor(DtDe& de, const std::string& path) {
     DtHeaderParserFactory& factory = DtHeaderParserFactory::instance(de);
@@ -267,7 +269,7 @@ int runInspect(DtDe& de, const std::vector<std::string>& paths, bool json, std::
             err << "zorhost: " << path << ": " << result.problem << "\n";
         }
         if (records) {
-            records->add(toJson(result));
+            records->add(inspectJson(result));
         } else {
             printText(result, out);
         }

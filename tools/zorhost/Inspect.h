@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "JsonOutput.h"
 #include "kelArchives/DtModelDefinitionRecord.h"
 
 namespace kelZor {
@@ -36,6 +37,9 @@ std::string parserNameFor(kelZor::DtDe& de, const std::string& path);
 // becomes the result's problem.
 InspectResult inspectPath(kelZor::DtDe& de, const std::string& path,
                           const std::string& parserName = "");
+
+// The result as `inspect --json` gives it.
+Json inspectJson(const InspectResult& result);
 
 // Inspects every path, prints the results to `out` (text or one JSON array) and one
 // line per problem to `err`. Answers 0 when every path was valid, else 1.

@@ -592,6 +592,18 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
         err << "zorhost: " << request.output << ": " << error << "\n";
         return 1;
     }
+    if (request.summary) {
+        *request.summary = {canvas.pictureWidth(),
+                            canvas.pictureHeight(),
+                            grid.width,
+                            grid.height,
+                            grid.minX,
+                            grid.minY,
+                            grid.maxX,
+                            grid.maxY,
+                            plane.description(),
+                            plane.wkt()};
+    }
     out << sceneLine(scene) << "\n"
         << "map: " << request.output << ", " << canvas.pictureWidth() << " x "
         << canvas.pictureHeight() << " pixels";

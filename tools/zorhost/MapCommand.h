@@ -18,6 +18,15 @@ namespace kelZor {
 class DtDe;
 }
 
+// What a map drew, for a front end that gives it as it gives things.
+struct MapSummary {
+    int width = 0, height = 0;                      // the picture's
+    int frameWidth = 0, frameHeight = 0;            // its data frame's
+    double minX = 0, minY = 0, maxX = 0, maxY = 0;  // the frame's extent in the plane
+    std::string plane;                              // the plane's description
+    std::string wkt;                                // its coordinate system
+};
+
 struct MapRequest {
     std::string output;  // the PNG (its world file and .aux.xml go beside it) or GeoTIFF
     std::vector<std::string> terrains;
@@ -38,6 +47,7 @@ struct MapRequest {
     bool progress = false;
     // The level's tiles as `check` found them: each drawn as a cell of its state's colour.
     const TileStates* cells = nullptr;
+    MapSummary* summary = nullptr;  // filled when given and the picture is written
     LoadOptions load;
 };
 

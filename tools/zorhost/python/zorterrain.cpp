@@ -18,8 +18,10 @@
 #include "FeatureCommands.h"
 #include "FeatureLoad.h"
 #include "FeatureRecords.h"
+#include "Inspect.h"
 #include "LibraryModule.h"
 #include "LoadReport.h"
+#include "MapCommand.h"
 #include "PropCommands.h"
 #include "PropFacing.h"
 #include "Scene.h"
@@ -281,6 +283,61 @@ public:
         return toPython(answerJson);
     }
 
+    py::object inspect(const std::string& path, const std::string& parser) {
+        if (!parser.empty()) {
+            bool known = false;
+            for (const auto& registered : engine_.parsers())
+                known = known || registered.first == parser;
+            if (!known)
+                throw py::value_error("no parser is registered under the name " + parser);
+        }
+        InspectResult result;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            engine_.de().clearReportedErrors();
+            result = inspectPath(engine_.de(), path, parser);
+        }
+        if (!result.valid)
+            log("warning", path + ": " + result.problem);
+        return toPython(inspectJson(result));
+    }
+
+    py::dict map(const std::string& output, const MapRequest& asked) {
+        MapRequest request = asked;
+        request.output = output;
+        MapSummary summary;
+        request.summary = &summary;
+        TileSources tiles;
+        if (const LibraryCommands* commands = engine_.metaflight()) {
+            tiles.footprints = commands->tileFootprints;
+            tiles.grid = commands->tileGrid;
+        }
+        std::ostringstream out, said;
+        int status = 0;
+        {
+            py::gil_scoped_release free;
+            const std::lock_guard<std::mutex> lock(engineLock());
+            engine_.de().clearReportedErrors();
+            engine_.de().scene().terrain().removeElevationSources();
+            status = runMap(engine_.de(), request, tiles, out, said);
+        }
+        const std::vector<std::string> lines = saidLines(said.str());
+        if (status != 0 && summary.width == 0)
+            fail(status, lines);
+        for (const std::string& line : lines)
+            log("warning", line);
+        py::dict answer;
+        answer["path"] = output;
+        answer["width"] = summary.width;
+        answer["height"] = summary.height;
+        answer["frame"] = py::make_tuple(summary.frameWidth, summary.frameHeight);
+        answer["extent"] = py::make_tuple(summary.minX, summary.minY, summary.maxX, summary.maxY);
+        answer["plane"] = summary.plane;
+        answer["wkt"] = summary.wkt;
+        return answer;
+    }
+
     py::object describe(const std::string& document) {
         const LibraryCommands& commands = metaflight();
         Json answer;
@@ -405,6 +462,33 @@ PYBIND11_MODULE(zorterrain, m) {
              py::arg("fields") = std::vector<std::string>())
         .def("props", &PyEngine::props, py::arg("path"), py::arg("rules"),
              py::arg("terrain") = std::vector<std::string>(), py::arg("scene") = "")
+        .def("inspect", &PyEngine::inspect, py::arg("path"), py::arg("parser") = "")
+        .def(
+            "map",
+            [](PyEngine& engine, const std::string& output,
+               const std::vector<std::string>& features, const std::vector<std::string>& terrain,
+               const std::string& props, const std::string& rules, const std::string& tiles,
+               const std::string& dataset, int level, const std::string& scene,
+               const std::vector<int>& size, const std::vector<double>& extent, bool overwrite) {
+                MapRequest request;
+                request.features = features;
+                request.terrains = terrain;
+                request.props = props;
+                request.rules = rules;
+                request.tiles = tiles;
+                request.dataset = dataset;
+                request.level = level;
+                request.scene = scene;
+                request.size = size;
+                request.extent = extent;
+                request.overwrite = overwrite;
+                return engine.map(output, request);
+            },
+            py::arg("output"), py::arg("features") = std::vector<std::string>(),
+            py::arg("terrain") = std::vector<std::string>(), py::arg("props") = "",
+            py::arg("rules") = "", py::arg("tiles") = "", py::arg("dataset") = "",
+            py::arg("level") = 0, py::arg("scene") = "", py::arg("size") = std::vector<int>(),
+            py::arg("extent") = std::vector<double>(), py::arg("overwrite") = false)
         .def("describe", &PyEngine::describe, py::arg("document"))
         .def(
             "tiles",

@@ -159,6 +159,18 @@ def test_an_answer_with_faults_is_given_and_they_are_logged(trees, caplog, tmp_p
         zorterrain.Engine().props(trees, rules, terrain=[str(tmp_path / "nope.dt0")])
 
 
+def test_answers_live_and_go_in_any_order(engine, trees):
+    """Each load's session ends with it: answers kept and dropped out of order leave the
+    next load's account whole."""
+    gdb = os.path.join(SAMPLE, "valley.gdb")
+    first, second = engine.features(trees), engine.features(gdb)
+    del first
+    third = engine.features(trees)
+    del second
+    assert engine.features(gdb).load == zorhost_json("features", gdb)["load"]
+    assert list(third) == zorhost_json("features", trees)["features"]
+
+
 def test_engines_and_threads_agree(trees):
     first, second = zorterrain.Engine(), zorterrain.Engine()
     expected = list(first.features(trees))

@@ -49,10 +49,14 @@ bool FeaturesLoad::load() {
         answer_.problems.push_back(file + ": " + engine.whyNotLoaded(file));
     answer_.engineError = engine.anyError();
     if (!notLoaded.empty()) {
+        account_.reset();
         answer_.status = 1;
         return false;
     }
     answer_.load = account_->load(query_.file);
+    // Sessions nest per thread: this one ends before another request's may begin, however
+    // long the answer is kept.
+    account_.reset();
     answer_.load.countFeatures(answer_.layer->featureSet());
     if (const std::string line = loadLine(answer_.load, "feature"); !line.empty())
         answer_.problems.push_back(line);

@@ -60,6 +60,8 @@ public:
 private:
     kelZor::DtDe& de_;
     FeaturesQuery query_;
-    std::optional<LoadAccount> account_;  // open from the scene's choice to the load's end
+    // Open from the scene's choice to the load's end. A failed prepare leaves it open
+    // until this object goes: drop the object before another request begins.
+    std::optional<LoadAccount> account_;
     FeaturesAnswer answer_;
 };

@@ -382,6 +382,7 @@ void PropsLoad::load() {
         answer_.problems.push_back(file + ": " + engine.whyNotLoaded(file));
     FileLoad& load = answer_.load;
     load = account_->load(query_.file);
+    account_.reset();  // sessions nest per thread: this one ends with its load
     std::ostringstream said;
     warnUnmatchedRules(load, answer_.rules, said);
     takeLines(said, answer_.problems);

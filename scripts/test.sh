@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds zorTerrain and passes every test: the sources' formatting, the suite in a
-# normal build, the suite again under AddressSanitizer + UndefinedBehaviorSanitizer, then
-# each libFuzzer target for a short bounded time (FUZZ_SECONDS, default 20) when clang is
+# normal build (the Python module's pytest suite with it), the suite again under
+# AddressSanitizer + UndefinedBehaviorSanitizer and under ThreadSanitizer, then each
+# libFuzzer target for a short bounded time (FUZZ_SECONDS, default 15) when clang is
 # present.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -9,7 +10,7 @@ cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 
 jobs=$(nproc)
-fuzz_seconds=${FUZZ_SECONDS:-20}
+fuzz_seconds=${FUZZ_SECONDS:-15}
 generator=()
 command -v ninja >/dev/null && generator=(-G Ninja)
 
@@ -31,6 +32,14 @@ cmake --build build-asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 LSAN_OPTIONS=suppressions=$PWD/scripts/lsan.supp:print_suppressions=0 \
   ctest --test-dir build-asan --output-on-failure -j "$jobs"
+
+step "ThreadSanitizer build and tests"
+# GDAL's own lock-order reports are suppressed by name (scripts/tsan.supp); nothing of ours.
+cmake -S . -B build-tsan "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZOR_TSAN=ON \
+      -DZOR_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build build-tsan -j "$jobs"
+TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$PWD/scripts/tsan.supp" \
+  ctest --test-dir build-tsan --output-on-failure -j "$jobs"
 
 if command -v clang++ >/dev/null; then
   step "fuzz targets, ${fuzz_seconds}s each"

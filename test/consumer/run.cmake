@@ -31,4 +31,19 @@ if(NOT output STREQUAL "UTM 1\n")
 endif()
 # zorhost as installed: it finds the plug-in and its module beside it.
 run(${WORK}/prefix/bin/zorhost inspect ${sample}/utm_zone32n.flt)
+# The Python module as installed, when it was built: it finds the plug-in and zorhost's
+# module from where it lies, not from the build tree. (No ';' in the code: CMake would
+# split the argument there.)
+if(PYTHON AND EXISTS ${WORK}/prefix/lib/python3/dist-packages)
+  file(GLOB module ${WORK}/prefix/lib/python3/dist-packages/zorterrain*.so)
+  if(NOT module)
+    message(FATAL_ERROR "the Python module was not installed")
+  endif()
+  run(${CMAKE_COMMAND} -E env PYTHONPATH=${WORK}/prefix/lib/python3/dist-packages
+      ZORTERRAIN_PLUGIN= ${PYTHON} -c
+      "import zorterrain\ne = zorterrain.Engine()\nprint(e.plugin.startswith('${WORK}/prefix/'), len(e.describe('${sample}/zone33_quad.mft')['geometryDatasets']))")
+  if(NOT output STREQUAL "True 1\n")
+    message(FATAL_ERROR "the installed Python module answered \"${output}\"")
+  endif()
+endif()
 file(REMOVE_RECURSE ${WORK})

@@ -23,7 +23,7 @@ bool Engine::open(const EngineOptions& options, std::string& error) {
         return false;
     // Inspect and parsers go on without the module (a stub plug-in has no MetaFlight
     // classes); the MetaFlight commands cannot.
-    haveModule_ = module_.load(plugin_, moduleError_);
+    haveModule_ = module_.load(plugin_, moduleError_, options.module);
     de_ = std::make_unique<kelZor::DtDe>(options.configDir);
     plugin_.init()(*de_);
     if (haveModule_)

@@ -23,6 +23,7 @@ struct LibraryCommands;
 struct EngineOptions {
     std::string plugin;     // empty: PluginLibrary's candidates
     std::string configDir;  // the engine's configuration directory; empty: none
+    std::string module;     // zorhost's MetaFlight module; empty: its candidates
 };
 
 class Engine {

@@ -86,8 +86,9 @@ std::vector<std::string> PluginLibrary::defaultCandidates() {
     return candidates;
 }
 
-bool LibraryModule::load(const PluginLibrary& plugin, std::string& error) {
-    for (const std::string& candidate : defaultCandidates()) {
+bool LibraryModule::load(const PluginLibrary& plugin, std::string& error, const std::string& path) {
+    for (const std::string& candidate :
+         path.empty() ? defaultCandidates() : std::vector<std::string>{path}) {
         if (module_.open(candidate, error))
             break;
     }

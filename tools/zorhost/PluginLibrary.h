@@ -55,7 +55,8 @@ private:
 // loader bring a second copy, which load() refuses.
 class LibraryModule {
 public:
-    bool load(const PluginLibrary& plugin, std::string& error);
+    // `path` empty: defaultCandidates().
+    bool load(const PluginLibrary& plugin, std::string& error, const std::string& path = "");
     const LibraryCommands& commands() const { return *commands_; }
 
     // Installed beside the plug-in directory of this program, else the build tree's.

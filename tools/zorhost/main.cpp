@@ -553,7 +553,7 @@ int runInspectCommand(kelZor::DtDe& de, const Request& request) {
 int runCommand(const CLI::App& command, Request& request) {
     Engine engine;
     std::string error;
-    if (!engine.open({request.global.plugin, request.global.configDir}, error)) {
+    if (!engine.open({request.global.plugin, request.global.configDir, ""}, error)) {
         std::cerr << "zorhost: " << error << "\n";
         return 1;
     }

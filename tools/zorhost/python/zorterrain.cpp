@@ -8,6 +8,10 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <sstream>
@@ -191,19 +195,41 @@ Json propsJson(const PropsAnswer& answer, const std::string& file, const kelZor:
             {"notes", notes}};
 }
 
+// An installed module lies in LIB/python3/dist-packages, the plug-in in LIB and zorhost's
+// MetaFlight module in LIB/zorhost: found from here before the build tree's.
+EngineOptions installedBeside(const std::string& plugin, const std::string& configDir) {
+    EngineOptions options{plugin, configDir, ""};
+    Dl_info self{};
+    if (!dladdr(reinterpret_cast<void*>(&installedBeside), &self) || !self.dli_fname)
+        return options;
+    const std::filesystem::path lib =
+        std::filesystem::path(self.dli_fname).parent_path().parent_path().parent_path();
+    std::error_code ignored;
+    const char* environment = std::getenv("ZORTERRAIN_PLUGIN");
+    const bool chosen = !plugin.empty() || (environment && *environment);
+    if (!chosen && std::filesystem::exists(lib / "libzorTerrain.so", ignored))
+        options.plugin = (lib / "libzorTerrain.so").string();
+    if (std::filesystem::exists(lib / "zorhost" / "zorhost-library.so", ignored))
+        options.module = (lib / "zorhost" / "zorhost-library.so").string();
+    return options;
+}
+
 class PyEngine {
 public:
     PyEngine(const std::string& plugin, const std::string& configDir) {
         std::string error;
         bool opened = false;
+        const EngineOptions options = installedBeside(plugin, configDir);
         {
             py::gil_scoped_release free;
             const std::lock_guard<std::mutex> lock(engineLock());
-            opened = engine_.open({plugin, configDir}, error);
+            opened = engine_.open(options, error);
         }
         if (!opened)
             fail(1, {error});
     }
+
+    std::string plugin() const { return engine_.pluginPath(); }
 
     py::list parsers() {
         py::list list;
@@ -451,6 +477,7 @@ PYBIND11_MODULE(zorterrain, m) {
     py::class_<PyEngine>(m, "Engine")
         .def(py::init<const std::string&, const std::string&>(), py::arg("plugin") = "",
              py::arg("config_dir") = "")
+        .def_property_readonly("plugin", &PyEngine::plugin)
         .def("parsers", &PyEngine::parsers)
         .def(
             "features",

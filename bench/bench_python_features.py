@@ -25,7 +25,8 @@ PEER = """
 import sys, numpy
 from osgeo import ogr
 ogr.UseExceptions()
-layer = ogr.Open(sys.argv[1]).GetLayer(0)
+dataset = ogr.Open(sys.argv[1])  # held: its layers die with it
+layer = dataset.GetLayer(0)
 if hasattr(layer, "GetArrowStreamAsNumPy"):
     xs, ys, fids, codes = [], [], [], []
     for batch in layer.GetArrowStreamAsNumPy(options=["USE_MASKED_ARRAYS=NO"]):
@@ -77,7 +78,7 @@ def run(code, path):
                           capture_output=True, text=True)
     elapsed = time.perf_counter() - started
     if done.returncode != 0:
-        sys.exit(done.stderr)
+        sys.exit(f"failed ({done.returncode}): {done.stderr}")
     peak = int(done.stdout.split("peak-kb")[-1])
     return elapsed, peak
 

@@ -10,6 +10,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
@@ -453,7 +454,18 @@ private:
                 ++i;
             },
             [](const kelZor::DtEdgeFeature&) {}, [](const kelZor::DtArealFeature&) {});
-        py::object facc = py::module_::import("numpy").attr("array")(py::cast(codes));
+        // The codes as one fixed-width text array, filled here: a million Python strings
+        // would cost more than the load.
+        size_t widest = 1;
+        for (const std::string& code : codes)
+            widest = std::max(widest, code.size());
+        py::array facc =
+            py::module_::import("numpy").attr("zeros")(n, py::str("<U" + std::to_string(widest)));
+        auto* characters = static_cast<uint32_t*>(facc.mutable_data());
+        for (size_t k = 0; k < n; ++k) {
+            for (size_t c = 0; c < codes[k].size(); ++c)
+                characters[k * widest + c] = static_cast<unsigned char>(codes[k][c]);
+        }
         return py::make_tuple(xyz, fid, facc);
     }
 

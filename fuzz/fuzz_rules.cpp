@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "PropCommands.h"
+#include "PropsLoad.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

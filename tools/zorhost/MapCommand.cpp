@@ -15,7 +15,7 @@
 #include "MapPicture.h"
 #include "OutputFile.h"
 #include "Progress.h"
-#include "PropCommands.h"
+#include "PropsLoad.h"
 #include "PropFacing.h"
 #include "Scene.h"
 #include "ScenePlane.h"

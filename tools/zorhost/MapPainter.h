@@ -11,7 +11,7 @@
 #include "MapCanvas.h"
 #include "MapCommand.h"
 #include "MapGround.h"
-#include "PropCommands.h"
+#include "PropsLoad.h"
 #include "ScenePlane.h"
 #include "zorCore/DtFeatureSet.h"
 #include "zorCore/DtPropAdder.h"

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Inspect.h"
+#include "InspectCommand.h"
 #include "TempDir.h"
 #include "ZorhostRun.h"
 #include "hxutil/DtException.h"

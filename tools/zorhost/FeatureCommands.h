@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "LoadReport.h"
+#include "Values.h"
 
 namespace kelZor {
 class DtDe;
@@ -29,26 +30,6 @@ struct FeaturesRequest {
 // or load option.
 int runFeatures(kelZor::DtDe& de, const FeaturesRequest& request, std::ostream& out,
                 std::ostream& err);
-
-struct ValuesRequest {
-    std::vector<std::string> files;
-    std::vector<std::string> fields;  // only these; empty: every field
-    bool json = false;
-    LoadOptions load;
-};
-
-// What the field value reader made of the files, nothing printed: every field of their
-// free points with its values, each file's load, the lines to say (without "zorhost: ")
-// and the status runValues gives.
-struct ValuesAnswer {
-    int status = 0;
-    std::vector<std::string> problems;
-    std::map<std::string, std::set<std::string>> values;
-    Json loads;  // each file's, as loadJson gives it; null when none was read
-};
-ValuesAnswer readValues(kelZor::DtDe& de, const ValuesRequest& request);
-// `values --json`'s object.
-Json valuesJson(const ValuesAnswer& answer);
 
 // Every field of the files' free points with its values, gathered into one map; 1 when
 // any file did not load or a file with objects gave no point (the others are still

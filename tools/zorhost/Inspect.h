@@ -38,10 +38,9 @@ std::string parserNameFor(kelZor::DtDe& de, const std::string& path);
 InspectResult inspectPath(kelZor::DtDe& de, const std::string& path,
                           const std::string& parserName = "");
 
+// The engine's kind for a parser's coordinate system text ("Flat Earth" is FlatEarth).
+std::string kindOf(const std::string& type);
+
 // The result as `inspect --json` gives it.
 Json inspectJson(const InspectResult& result);
 
-// Inspects every path, prints the results to `out` (text or one JSON array) and one
-// line per problem to `err`. Answers 0 when every path was valid, else 1.
-int runInspect(kelZor::DtDe& de, const std::vector<std::string>& paths, bool json,
-               std::ostream& out, std::ostream& err, const std::string& parserName = "");

@@ -19,6 +19,7 @@
 #include "FeatureCommands.h"
 #include "GeoJsonWriter.h"
 #include "Inspect.h"
+#include "InspectCommand.h"
 #include "LibraryModule.h"
 #include "MapCommand.h"
 #include "PluginLibrary.h"

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "Engine.h"
-#include "FeatureCommands.h"
+#include "Values.h"
 #include "FeatureLoad.h"
 #include "FeatureRecords.h"
 #include "Inspect.h"

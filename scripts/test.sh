@@ -20,6 +20,9 @@ step "formatting (.clang-format)"
 # A format-only difference fails here, before anything is built.
 git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
+step "zorhost's layers (no front end included below it)"
+bash scripts/check-layers.sh
+
 step "normal build and tests"
 cmake -S . -B build "${generator[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j "$jobs"

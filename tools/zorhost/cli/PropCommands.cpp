@@ -164,4 +164,3 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
     }
     return answer.status;
 }
-

@@ -228,4 +228,3 @@ InspectResult inspectPath(DtDe& de, const std::string& path, const std::string& 
     askParser(*parser, result);
     return result;
 }
-

@@ -43,4 +43,3 @@ std::string kindOf(const std::string& type);
 
 // The result as `inspect --json` gives it.
 Json inspectJson(const InspectResult& result);
-

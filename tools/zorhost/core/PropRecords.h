@@ -11,4 +11,3 @@
 Json propJson(size_t rule, const kelZor::DtProp& prop, const kelZor::DtCoordinateSystem& scene);
 // What is said of the props the terrain could not place, naming the first.
 std::string unplacedLine(const std::string& file, size_t unplaced, const std::string& first);
-

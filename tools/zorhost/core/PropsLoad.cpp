@@ -281,4 +281,3 @@ void PropsLoad::load() {
         answer_.unplaced += propPlaced(answer_.layer->prop(i).record()) ? 0 : 1;
     answer_.status = answer_.engineError || answer_.unplaced > 0 || producedNothing(load) ? 1 : 0;
 }
-

@@ -97,4 +97,3 @@ private:
     std::optional<LoadAccount> account_;
     PropsAnswer answer_;
 };
-

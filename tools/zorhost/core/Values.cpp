@@ -63,4 +63,3 @@ ValuesAnswer readValues(DtDe& de, const ValuesRequest& request) {
 Json valuesJson(const ValuesAnswer& answer) {
     return Json{{"values", Json(answer.values)}, {"load", answer.loads}};
 }
-

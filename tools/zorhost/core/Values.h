@@ -33,4 +33,3 @@ struct ValuesAnswer {
 ValuesAnswer readValues(kelZor::DtDe& de, const ValuesRequest& request);
 // `values --json`'s object.
 Json valuesJson(const ValuesAnswer& answer);
-

@@ -20,18 +20,18 @@
 #include <vector>
 
 #include "Engine.h"
-#include "Values.h"
 #include "FeatureLoad.h"
 #include "FeatureRecords.h"
 #include "Inspect.h"
 #include "LibraryModule.h"
 #include "LoadReport.h"
 #include "MapCommand.h"
+#include "PropFacing.h"
 #include "PropRecords.h"
 #include "PropsLoad.h"
-#include "PropFacing.h"
 #include "Scene.h"
 #include "SceneOutput.h"
+#include "Values.h"
 #include "zorCore/DtDe.h"
 
 namespace py = pybind11;

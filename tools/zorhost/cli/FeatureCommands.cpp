@@ -11,6 +11,7 @@
 #include "EngineReport.h"
 #include "FeatureLoad.h"
 #include "FeatureRecords.h"
+#include "ProblemLines.h"
 #include "SceneOutput.h"
 #include "TextNumbers.h"
 #include "Values.h"
@@ -156,11 +157,7 @@ void FeatureReport::writeGeoJson(GeoJsonWriter::Shape shape,
 int runFeatures(DtDe& de, const FeaturesRequest& request, std::ostream& out, std::ostream& err) {
     FeaturesLoad run(de, {request.file, request.scene, request.load});
     const FeaturesAnswer& answer = run.answer();
-    size_t said = 0;
-    auto sayProblems = [&] {
-        for (; said < answer.problems.size(); ++said)
-            err << "zorhost: " << answer.problems[said] << "\n";
-    };
+    ProblemLines sayProblems(answer.problems, err);
     const bool ready = run.prepare();
     sayProblems();
     if (!ready)

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "EngineReport.h"
+#include "ProblemLines.h"
 #include "PropFacing.h"
 #include "PropRecords.h"
 #include "PropsLoad.h"
@@ -136,11 +137,7 @@ int runProps(DtDe& de, const PropsRequest& request, std::ostream& out, std::ostr
     PropsLoad run(de,
                   {request.file, request.rules, "", request.terrains, request.scene, request.load});
     const PropsAnswer& answer = run.answer();
-    size_t said = 0;
-    auto sayProblems = [&] {
-        for (; said < answer.problems.size(); ++said)
-            err << "zorhost: " << answer.problems[said] << "\n";
-    };
+    ProblemLines sayProblems(answer.problems, err);
     const bool ready = run.prepare();
     sayProblems();
     if (!ready)

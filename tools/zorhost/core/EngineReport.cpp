@@ -29,6 +29,15 @@ EngineReport::EngineReport(kelZor::DtDe& de) : de_(de), firstError_(de.reportedE
     DtWarn.setTarget(&warnings_);
 }
 
+std::vector<std::string> saidLines(const std::string& text) {
+    const std::string prefix = "zorhost: ";
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
+    return lines;
+}
+
 EngineReport::~EngineReport() {
     de_.log().setTarget(nullptr);
     DtWarn.setTarget(nullptr);

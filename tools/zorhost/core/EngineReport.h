@@ -16,6 +16,10 @@ namespace kelZor {
 class DtDe;
 }
 
+// The lines of text a function wrote as zorhost says things on stderr, each without the
+// "zorhost: " in front: what a front end says its own way.
+std::vector<std::string> saidLines(const std::string& text);
+
 class EngineReport {
 public:
     explicit EngineReport(kelZor::DtDe& de);

@@ -181,13 +181,10 @@ void warnUnmatchedRules(const FileLoad& load, const RulesFile& rules, std::ostre
 
 namespace {
 
-// What a function that says its problems on a stream said, as lines without "zorhost: ".
+// What a function that says its problems on a stream said, moved to `lines`.
 void takeLines(std::ostringstream& said, std::vector<std::string>& lines) {
-    std::istringstream in(said.str());
-    for (std::string line; std::getline(in, line);) {
-        const std::string prefix = "zorhost: ";
-        lines.push_back(line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
-    }
+    for (std::string& line : saidLines(said.str()))
+        lines.push_back(std::move(line));
     said.str("");
 }
 

@@ -575,7 +575,12 @@ int runTiles(const TilesRequest& request, std::ostream& out, std::ostream& err) 
     return 1;
 }
 
-int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std::ostream& err) {
+namespace {
+
+// Each level the request asks for, to `use`; 1 with the message on `err` when the
+// document, the query or the description fails.
+int forEachLevel(const TilesRequest& request, std::ostream& err,
+                 const std::function<void(const DtMetaFlightDescription&, unsigned)>& use) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
     unsigned first = 0, end = 0;
@@ -583,12 +588,20 @@ int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std
         return 1;
     try {
         for (unsigned level = first; level < end; ++level)
-            forEachTileFootprint(d, request.dataset, level, visit);
+            use(d, level);
     } catch (const std::exception& e) {
         err << "zorhost: " << request.document << ": " << e.what() << "\n";
         return 1;
     }
     return 0;
+}
+
+}  // namespace
+
+int runTileFootprints(const TilesRequest& request, const TileVisitor& visit, std::ostream& err) {
+    return forEachLevel(request, err, [&](const DtMetaFlightDescription& d, unsigned level) {
+        forEachTileFootprint(d, request.dataset, level, visit);
+    });
 }
 
 namespace {
@@ -658,19 +671,9 @@ int describeAnswer(const std::string& document, Json& answer, std::ostream& err)
 }
 
 int runTileGrid(const TilesRequest& request, const TileGridVisitor& visit, std::ostream& err) {
-    DtMetaFlightParser parser;
-    DtMetaFlightDescription d;
-    unsigned first = 0, end = 0;
-    if (!prepareTiles(request, parser, d, first, end, err))
-        return 1;
-    try {
-        for (unsigned level = first; level < end; ++level)
-            withTileLevelGrid(d, request.dataset, level, visit);
-    } catch (const std::exception& e) {
-        err << "zorhost: " << request.document << ": " << e.what() << "\n";
-        return 1;
-    }
-    return 0;
+    return forEachLevel(request, err, [&](const DtMetaFlightDescription& d, unsigned level) {
+        withTileLevelGrid(d, request.dataset, level, visit);
+    });
 }
 
 namespace {

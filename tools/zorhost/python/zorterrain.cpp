@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "Engine.h"
+#include "EngineReport.h"
 #include "FeatureLoad.h"
 #include "FeatureRecords.h"
 #include "Inspect.h"
@@ -127,17 +128,6 @@ private:
     std::vector<std::pair<kelZor::DtFeature::Kind, const kelZor::DtFeature*>> order_;
     size_t at_ = 0;
 };
-
-// The lines zorhost would say on stderr, without its name.
-std::vector<std::string> saidLines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        const std::string prefix = "zorhost: ";
-        lines.push_back(line.rfind(prefix, 0) == 0 ? line.substr(prefix.size()) : line);
-    }
-    return lines;
-}
 
 // A list of records as a sink collects them.
 class RecordList : public RecordSink {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
@@ -35,22 +36,6 @@ const int defaultLongSide = 1024;
 // still gets a map around it.
 const double maxDefaultAspect = 4.0;
 
-struct Bounds {
-    double minX = std::numeric_limits<double>::infinity();
-    double minY = std::numeric_limits<double>::infinity();
-    double maxX = -std::numeric_limits<double>::infinity();
-    double maxY = -std::numeric_limits<double>::infinity();
-
-    void add(const PlanePoint& p) {
-        if (!std::isfinite(p.x) || !std::isfinite(p.y))
-            return;
-        minX = std::min(minX, p.x);
-        minY = std::min(minY, p.y);
-        maxX = std::max(maxX, p.x);
-        maxY = std::max(maxY, p.y);
-    }
-    bool empty() const { return !(minX <= maxX && minY <= maxY); }
-};
 
 bool exists(const std::string& path) {
     std::error_code ignored;
@@ -350,7 +335,7 @@ int geocentricCentre(const MapRequest& request, const MapContent& content,
 // The extent of what is drawn: features, placed props and tiles; the DEMs' when there
 // are none of those.
 int contentBounds(const MapRequest& request, const MapContent& content, const ScenePlane& plane,
-                  const TileSources& tiles, Bounds& bounds, std::ostream& err) {
+                  const TileSources& tiles, PlaneBounds& bounds, std::ostream& err) {
     for (const auto& layer : content.layers) {
         layer->featureSet().forEach(
             [&](const kelZor::DtPointFeature& f) { bounds.add(plane.fromScene(f.location())); },
@@ -388,9 +373,9 @@ int contentBounds(const MapRequest& request, const MapContent& content, const Sc
 
 // --extent in the plane: a geocentric scene's is longitude and latitude, whose box the
 // plane bends.
-Bounds extentInPlane(const MapRequest& request, const ScenePlane& plane) {
+PlaneBounds extentInPlane(const MapRequest& request, const ScenePlane& plane) {
     const std::vector<double>& e = request.extent;
-    Bounds b;
+    PlaneBounds b;
     if (!plane.ofItsOwn()) {
         b.add({e[0], e[1]});
         b.add({e[2], e[3]});
@@ -412,7 +397,7 @@ Bounds extentInPlane(const MapRequest& request, const ScenePlane& plane) {
 }
 
 // Room around what is drawn, and a shape a picture can have.
-Bounds withMargin(Bounds b) {
+PlaneBounds withMargin(PlaneBounds b) {
     double span = std::max(b.maxX - b.minX, b.maxY - b.minY);
     if (!(span > 0.0))
         span = 100.0;  // a single place: about a hundred metres round it
@@ -432,8 +417,8 @@ Bounds withMargin(Bounds b) {
 
 // Square pixels, whatever the extent and size asked: the extent grows about its centre
 // the shorter way to the picture's shape.
-MapGrid gridFor(const MapRequest& request, const Bounds& drawn, const Bounds& asked) {
-    const Bounds b = request.extent.empty() ? withMargin(drawn) : asked;
+MapGrid gridFor(const MapRequest& request, const PlaneBounds& drawn, const PlaneBounds& asked) {
+    const PlaneBounds b = request.extent.empty() ? withMargin(drawn) : asked;
     const double w = b.maxX - b.minX, h = b.maxY - b.minY;
     MapGrid grid;
     if (!request.size.empty()) {
@@ -494,8 +479,8 @@ int drawTiles(const MapRequest& request, const TileSources& sources, MapPainter&
 
 }  // namespace
 
-int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::ostream& out,
-           std::ostream& err) {
+int loadScene(DtDe& de, const MapRequest& request, const TileSources& tiles,
+              const std::function<bool()>& outputsReady, LoadedScene& loaded, std::ostream& err) {
     const std::string usage = usageProblem(request);
     if (!usage.empty()) {
         err << "zorhost: map: " << usage << "\n";
@@ -513,7 +498,7 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
     if (!tilesReachable(request, tiles, err))
         return 1;
     const LoadAccount account(request.load);
-    MapContent content;
+    MapContent& content = loaded.content;
     if (!request.rules.empty()) {
         if (const int status = readRulesFile(request.rules, content.rules, err))
             return status;
@@ -526,7 +511,7 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
             candidates.push_back(*path);
     }
     candidates.insert(candidates.end(), request.terrains.begin(), request.terrains.end());
-    SceneChoice scene;
+    SceneChoice& scene = loaded.scene;
     const SceneProblem sceneProblem = chooseScene(de, request.scene, candidates, scene);
     if (sceneProblem.status != 0) {
         err << "zorhost: " << sceneProblem.message << "\n";
@@ -534,35 +519,53 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
     }
     printSceneWarnings(scene, err);
     de.sharedState().coordinateSystem() = scene.system;
-    MapPicture picture;
-    std::string error;
-    if (!picture.begin(request.output, inputsOf(request), request.overwrite, error)) {
-        err << "zorhost: " << request.output << ": " << error << "\n";
+    if (!outputsReady())
         return 1;
-    }
 
-    const EngineReport engine(de);
+    loaded.engine = std::make_unique<EngineReport>(de);
+    const EngineReport& engine = *loaded.engine;
     if (loadFeatures(de, request, engine, content, err) != 0 ||
         placeProps(de, request, engine, content, err) != 0) {
         engine.printProblems(err);
         return 1;
     }
     engine.printProblems(err);
-    const bool loadsGaveAll = reportLoads(request, content, account, err);
+    loaded.loadsGaveAll = reportLoads(request, content, account, err);
     PlaneCentre centre;
     if (scene.system.type() == kelZor::DtCoordinateConverter::Geocentric &&
         geocentricCentre(request, content, scene.system, tiles, centre, err) != 0)
         return 1;
-    const ScenePlane plane(scene.system, centre);
-    Bounds bounds;
+    loaded.plane = std::make_unique<ScenePlane>(scene.system, centre);
+    const ScenePlane& plane = *loaded.plane;
+    PlaneBounds& bounds = loaded.drawn;
     if (request.extent.empty() && contentBounds(request, content, plane, tiles, bounds, err) != 0)
         return 1;
-    const Bounds asked = request.extent.empty() ? Bounds() : extentInPlane(request, plane);
-    if ((request.extent.empty() ? bounds : asked).empty()) {
+    loaded.asked = request.extent.empty() ? PlaneBounds() : extentInPlane(request, plane);
+    if ((request.extent.empty() ? bounds : loaded.asked).empty()) {
         err << "zorhost: map: nothing to draw: the inputs hold nothing the scene can place\n";
         return 1;
     }
-    const MapGrid grid = gridFor(request, bounds, asked);
+    return 0;
+}
+
+int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::ostream& out,
+           std::ostream& err) {
+    MapPicture picture;
+    std::string error;
+    LoadedScene loaded;
+    const auto pictureReady = [&] {
+        if (picture.begin(request.output, inputsOf(request), request.overwrite, error))
+            return true;
+        err << "zorhost: " << request.output << ": " << error << "\n";
+        return false;
+    };
+    if (const int status = loadScene(de, request, tiles, pictureReady, loaded, err))
+        return status;
+    const SceneChoice& scene = loaded.scene;
+    const ScenePlane& plane = *loaded.plane;
+    const MapContent& content = loaded.content;
+    const EngineReport& engine = *loaded.engine;
+    const MapGrid grid = gridFor(request, loaded.drawn, loaded.asked);
     MapCanvas canvas(grid);
     Ground ground;
     Progress warping(err, "map: warping the DEMs", request.progress);
@@ -622,5 +625,5 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
             << metresText(ground.lowest) << " to " << metresText(ground.highest) << " m\n";
     }
     engine.printErrors(err, request.props.empty() ? request.output : request.props);
-    return engine.anyError() || !loadsGaveAll ? 1 : 0;
+    return engine.anyError() || !loaded.loadsGaveAll ? 1 : 0;
 }

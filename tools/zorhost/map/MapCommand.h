@@ -5,14 +5,22 @@
 // an area.
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "EngineReport.h"
 #include "LoadReport.h"
 #include "MapCanvas.h"
 #include "MapGround.h"
 #include "MetaFlightCommands.h"
+#include "PropsLoad.h"
+#include "Scene.h"
+#include "ScenePlane.h"
+#include "zorCore/DtFeatureSet.h"
+#include "zorCore/DtPropAdder.h"
 
 namespace kelZor {
 class DtDe;
@@ -70,3 +78,31 @@ int runMap(kelZor::DtDe& de, const MapRequest& request, const TileSources& tiles
 
 // The longest side a picture may have, in pixels.
 const int mapMaxSide = 16384;
+
+// What was loaded through the plug-in, kept for every pass over it.
+struct MapContent {
+    std::vector<std::unique_ptr<kelZor::DtFeatureLayer>> layers;
+    kelZor::DtAgentManagerInterface agents;  // before the props, which refer to it
+    kelZor::DtTerrainLayer props;
+    std::vector<size_t> ruleOfProp;
+    RulesFile rules;
+};
+
+// What map and view share: the request's inputs checked, the scene chosen, what the files
+// make loaded into it through the plug-in (each load's report said on `err`), and where
+// it lies in the scene's plane.
+struct LoadedScene {
+    SceneChoice scene;
+    MapContent content;
+    std::unique_ptr<ScenePlane> plane;
+    PlaneBounds drawn;  // features, placed props and tiles; the DEMs' when none
+    PlaneBounds asked;  // --extent in the plane
+    bool loadsGaveAll = true;
+    std::unique_ptr<EngineReport> engine;  // what the engine said since the loads began
+};
+
+// The exit status runMap would give for the same problem, 0 when loaded. `outputsReady`
+// is asked once the inputs are known good, before anything is loaded: false (having said
+// why) stops the load with status 1.
+int loadScene(kelZor::DtDe& de, const MapRequest& request, const TileSources& tiles,
+              const std::function<bool()>& outputsReady, LoadedScene& loaded, std::ostream& err);

@@ -2,7 +2,29 @@
 // is the north-west corner; a pixel's centre is at half-integers, as in GDAL.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
 #include "ScenePlane.h"
+
+// The extent of what is drawn in the plane; empty until a finite point is added.
+struct PlaneBounds {
+    double minX = std::numeric_limits<double>::infinity();
+    double minY = std::numeric_limits<double>::infinity();
+    double maxX = -std::numeric_limits<double>::infinity();
+    double maxY = -std::numeric_limits<double>::infinity();
+
+    void add(const PlanePoint& p) {
+        if (!std::isfinite(p.x) || !std::isfinite(p.y))
+            return;
+        minX = std::min(minX, p.x);
+        minY = std::min(minY, p.y);
+        maxX = std::max(maxX, p.x);
+        maxY = std::max(maxY, p.y);
+    }
+    bool empty() const { return !(minX <= maxX && minY <= maxY); }
+};
 
 // A place in the picture, in pixels from its north-west corner.
 struct MapPixel {

@@ -16,14 +16,6 @@
 #include "zorCore/DtFeatureSet.h"
 #include "zorCore/DtPropAdder.h"
 
-// What was loaded through the plug-in, kept for both passes over it.
-struct MapContent {
-    std::vector<std::unique_ptr<kelZor::DtFeatureLayer>> layers;
-    kelZor::DtAgentManagerInterface agents;  // before the props, which refer to it
-    kelZor::DtTerrainLayer props;
-    std::vector<size_t> ruleOfProp;
-    RulesFile rules;
-};
 
 // Draws what was loaded, counting what it draws for the legend and the summary.
 class MapPainter {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # zorhost's layers use only those below them: no file of the core (or of the outputs,
-# the MetaFlight module or the map) includes a header of a front end (cli/, python/), and
+# the MetaFlight module, the map or the view) includes a header of a front end (cli/, python/), and
 # each layer includes only its own headers and its lower layers'. Prints each breach;
 # fails when there is one.
 set -euo pipefail
@@ -11,9 +11,10 @@ declare -A allowed=(
   [metaflight]="metaflight outputs"
   [core]="core metaflight outputs"
   [map]="map core metaflight outputs"
+  [view]="view map core metaflight outputs"
 )
 layer_of() {  # the folder holding a header of ours, or nothing
-  for folder in outputs metaflight core map cli python; do
+  for folder in outputs metaflight core map view cli python; do
     [[ -f "$folder/$1" ]] && { echo "$folder"; return; }
   done
 }

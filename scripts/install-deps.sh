@@ -11,6 +11,7 @@ packages=(
   libgeographiclib-dev geographiclib-tools libcairo2-dev
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   pybind11-dev python3-dev python3-pytest python3-numpy python3-gdal
+  libopenscenegraph-dev openscenegraph xvfb xauth libgl1-mesa-dri
 )
 
 missing=()

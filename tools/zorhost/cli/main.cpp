@@ -25,6 +25,7 @@
 #include "PluginLibrary.h"
 #include "PropCommands.h"
 #include "Scene.h"
+#include "ViewCommand.h"
 #include "zorCore/DtDe.h"
 #include "zorCore/DtHeaderParser.h"
 
@@ -159,6 +160,7 @@ struct Request {
     ValuesRequest valuesRequest;
     PropsRequest props;
     MapRequest map;
+    ViewRequest view;
 };
 
 // A subcommand with a one-line summary for the command list and the longer text, its
@@ -432,6 +434,45 @@ void addProps(CLI::App& app, Request& request) {
     addLoadOptions(props, request.props.load);
 }
 
+// What map and view load, and how they colour the ground.
+void addSceneInputs(CLI::App* sub, MapRequest& r) {
+    sub->add_option("--terrain", r.terrains,
+                    "A DEM (any raster GDAL reads; repeatable, the first that covers a place "
+                    "answers)");
+    sub->add_option("--features", r.features, "A vector file of features (repeatable)");
+    sub->add_option("--props", r.props, "A vector file whose points the rules make props of");
+    sub->add_option("--rules", r.rules, "The rules file (JSON) for --props, as for 'props'");
+    sub->add_option("--tiles", r.tiles, "A MetaFlight document whose tiles to draw");
+    sub->add_option("--dataset", r.dataset, "The geometry dataset of --tiles");
+    sub->add_option("--level", r.level, "The level of --tiles, counted from 0 (default 0)")
+        ->check(levelValidator());
+    sub->add_option("--scene", r.scene,
+                    std::string(sceneHelp) +
+                        "; the features are tried first, then the props, "
+                        "the tiles and the DEMs");
+}
+
+void addGroundStyle(CLI::App* sub, MapRequest& r) {
+    sub->add_option("--ramp", r.ground.rampFile,
+                    "The DEMs' colours, in gdaldem color-relief's format (heights or "
+                    "percentages, \"nv\" for no value; default: a hypsometric ramp)");
+    sub->add_option("--relief", r.ground.relief, "none, hillshade (default) or multidirectional")
+        ->transform(CLI::CheckedTransformer(
+            std::map<std::string, Relief>{{"none", Relief::None},
+                                          {"hillshade", Relief::Hillshade},
+                                          {"multidirectional", Relief::Multidirectional}}));
+    sub->add_option("--z-factor", r.ground.zFactor,
+                    "Vertical exaggeration of the relief, as gdaldem's -z (default 1)")
+        ->check(CLI::PositiveNumber);
+    sub->add_option("--azimuth", r.ground.azimuth,
+                    "Where the light comes from, degrees clockwise from north (default 315)")
+        ->check(CLI::Range(0.0, 360.0));
+    sub->add_flag("--progress", r.progress,
+                  "Say how far long work has gone on stderr even when it is not a terminal");
+    sub->add_flag("--overwrite", r.overwrite, overwriteHelp);
+    addLoadOptions(sub, r.load);
+}
+
 void addMap(CLI::App& app, Request& request) {
     CLI::App* map = command(
         app, "map", "A georeferenced picture of terrain, features, props and tiles",
@@ -458,20 +499,7 @@ void addMap(CLI::App& app, Request& request) {
         "--level 1 --size 800x400");
     MapRequest& r = request.map;
     map->add_option("OUT", r.output, "The PNG, or GeoTIFF (.tif), to write")->required();
-    map->add_option("--terrain", r.terrains,
-                    "A DEM (any raster GDAL reads; repeatable, the first that covers a place "
-                    "answers)");
-    map->add_option("--features", r.features, "A vector file of features (repeatable)");
-    map->add_option("--props", r.props, "A vector file whose points the rules make props of");
-    map->add_option("--rules", r.rules, "The rules file (JSON) for --props, as for 'props'");
-    map->add_option("--tiles", r.tiles, "A MetaFlight document whose tiles to draw");
-    map->add_option("--dataset", r.dataset, "The geometry dataset of --tiles");
-    map->add_option("--level", r.level, "The level of --tiles, counted from 0 (default 0)")
-        ->check(levelValidator());
-    map->add_option("--scene", r.scene,
-                    std::string(sceneHelp) +
-                        "; the features are tried first, then the props, "
-                        "the tiles and the DEMs");
+    addSceneInputs(map, r);
     map->add_option("--extent", r.extent,
                     "MINX,MINY,MAXX,MAXY in the scene's plane, or longitudes and latitudes in "
                     "a geocentric scene (default: what is drawn, with a margin); the pixels "
@@ -492,24 +520,50 @@ void addMap(CLI::App& app, Request& request) {
                                                    {"outside", LegendPlacement::Outside},
                                                    {"corner", LegendPlacement::Corner},
                                                    {"none", LegendPlacement::None}}));
-    map->add_option("--ramp", r.ground.rampFile,
-                    "The DEMs' colours, in gdaldem color-relief's format (heights or "
-                    "percentages, \"nv\" for no value; default: a hypsometric ramp)");
-    map->add_option("--relief", r.ground.relief, "none, hillshade (default) or multidirectional")
-        ->transform(CLI::CheckedTransformer(
-            std::map<std::string, Relief>{{"none", Relief::None},
-                                          {"hillshade", Relief::Hillshade},
-                                          {"multidirectional", Relief::Multidirectional}}));
-    map->add_option("--z-factor", r.ground.zFactor,
-                    "Vertical exaggeration of the relief, as gdaldem's -z (default 1)")
-        ->check(CLI::PositiveNumber);
-    map->add_option("--azimuth", r.ground.azimuth,
-                    "Where the light comes from, degrees clockwise from north (default 315)")
-        ->check(CLI::Range(0.0, 360.0));
-    map->add_flag("--progress", r.progress,
-                  "Say how far long work has gone on stderr even when it is not a terminal");
-    map->add_flag("--overwrite", r.overwrite, overwriteHelp);
-    addLoadOptions(map, r.load);
+    addGroundStyle(map, r);
+}
+
+void addView(CLI::App& app, Request& request) {
+    CLI::App* view = command(
+        app, "view", "The scene in 3-D: terrain, features, props and tiles, as the engine shows it",
+        "Loads the files as 'map' does and shows them in 3-D on OpenSceneGraph: the DEMs as\n"
+        "the surface props are clamped to (a mesh of at most 1024 cells a side, coloured as\n"
+        "the map colours them), features and the tiles of a MetaFlight level draped on it,\n"
+        "each placed prop at its position and orientation as its model when the rules' model\n"
+        "file is there and OpenSceneGraph reads it (.flt, .osgb, .obj), else as a placeholder\n"
+        "of its rule's colour: a post with a paler wedge on its front (+y). With a display\n"
+        "and no output a window opens (trackball and terrain manipulators; h lists the keys).\n"
+        "--png renders one picture off-screen (on the X display: run under xvfb-run where\n"
+        "there is none); --osgb writes the scene graph for any OpenSceneGraph viewer\n"
+        "(osgviewer OUT.osgb), one transform per prop named as the prop.\n\n"
+        "Examples:\n"
+        "  zorhost view --png /tmp/valley-3d.png --terrain data/sample/n45_e009.dt0 "
+        "--props data/sample/valley_points.shp --rules data/sample/valley_props.json\n"
+        "  zorhost view --osgb /tmp/valley.osgb --terrain data/sample/n45_e009.dt0 "
+        "--features data/sample/valley.gdb\n"
+        "  xvfb-run -a zorhost view --png /tmp/tiles.png --tiles data/sample/zone33_quad.mft "
+        "--dataset Terrain --camera 0,-90");
+    ViewRequest& r = request.view;
+    addSceneInputs(view, r.inputs);
+    view->add_option("--png", r.png, "Render one picture off-screen into this PNG");
+    view->add_option("--osgb", r.osgb, "Write the scene graph (.osgb, .osgt, .osg or .ive)");
+    view->add_option("--size", r.size,
+                     "WIDTHxHEIGHT of the picture in pixels, at most 8192 each (default "
+                     "1024x768)")
+        ->delimiter('x')
+        ->expected(2);
+    view->add_option("--camera", r.camera,
+                     "HEADING,PITCH[,RANGE]: where the camera looks, in degrees from north "
+                     "towards east and from the horizon (down negative), and from how many "
+                     "metres (default 45,-35 and the whole scene in view)")
+        ->delimiter(',')
+        ->expected(2, 3);
+    view->add_option("--target", r.target,
+                     "X,Y the camera looks at, on the ground, in the scene's plane (longitude "
+                     "and latitude in a geocentric scene; default: the middle of the scene)")
+        ->delimiter(',')
+        ->expected(2);
+    addGroundStyle(view, r.inputs);
 }
 
 int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
@@ -580,13 +634,14 @@ int runCommand(const CLI::App& command, Request& request) {
         }
         return runCheckMap(de, request.check, (*engine.metaflight()), std::cout, std::cerr);
     }
-    if (name == "map") {
+    if (name == "map" || name == "view") {
         TileSources tiles;
         if (haveLibrary) {
             tiles.footprints = engine.metaflight()->tileFootprints;
             tiles.grid = engine.metaflight()->tileGrid;
         }
-        return runMap(de, request.map, tiles, std::cout, std::cerr);
+        return name == "map" ? runMap(de, request.map, tiles, std::cout, std::cerr)
+                             : runView(de, request.view, tiles, std::cout, std::cerr);
     }
     if (!haveLibrary) {
         std::cerr << "zorhost: " << libraryError << "\n";
@@ -703,6 +758,7 @@ int main(int argc, char** argv) {
     addValues(app, request);
     addProps(app, request);
     addMap(app, request);
+    addView(app, request);
     std::string helpTopic;
     command(app, "help",
             "Every command with a line on what it does; 'help scene' the scene kinds, 'help "

@@ -47,7 +47,8 @@ std::string fileName(const std::string& path) {
     return name.empty() ? std::filesystem::path(path).parent_path().filename().string() : name;
 }
 
-// Everything the map reads, in the order a person named them.
+}  // namespace
+
 std::vector<std::string> inputsOf(const MapRequest& request) {
     std::vector<std::string> inputs = request.features;
     for (const std::string* path :
@@ -58,6 +59,8 @@ std::vector<std::string> inputsOf(const MapRequest& request) {
     inputs.insert(inputs.end(), request.terrains.begin(), request.terrains.end());
     return inputs;
 }
+
+namespace {
 
 // A request that cannot be drawn, whatever the files hold: exit 2.
 std::string usageProblem(const MapRequest& request) {
@@ -483,7 +486,7 @@ int loadScene(DtDe& de, const MapRequest& request, const TileSources& tiles,
               const std::function<bool()>& outputsReady, LoadedScene& loaded, std::ostream& err) {
     const std::string usage = usageProblem(request);
     if (!usage.empty()) {
-        err << "zorhost: map: " << usage << "\n";
+        err << "zorhost: " << request.command << ": " << usage << "\n";
         return 2;
     }
     if (const std::string problem = loadOptionsProblem(request.load); !problem.empty()) {
@@ -542,10 +545,15 @@ int loadScene(DtDe& de, const MapRequest& request, const TileSources& tiles,
         return 1;
     loaded.asked = request.extent.empty() ? PlaneBounds() : extentInPlane(request, plane);
     if ((request.extent.empty() ? bounds : loaded.asked).empty()) {
-        err << "zorhost: map: nothing to draw: the inputs hold nothing the scene can place\n";
+        err << "zorhost: " << request.command
+            << ": nothing to draw: the inputs hold nothing the scene can place\n";
         return 1;
     }
     return 0;
+}
+
+MapGrid mapGrid(const MapRequest& request, const LoadedScene& loaded) {
+    return gridFor(request, loaded.drawn, loaded.asked);
 }
 
 int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::ostream& out,
@@ -565,7 +573,7 @@ int runMap(DtDe& de, const MapRequest& request, const TileSources& tiles, std::o
     const ScenePlane& plane = *loaded.plane;
     const MapContent& content = loaded.content;
     const EngineReport& engine = *loaded.engine;
-    const MapGrid grid = gridFor(request, loaded.drawn, loaded.asked);
+    const MapGrid grid = mapGrid(request, loaded);
     MapCanvas canvas(grid);
     Ground ground;
     Progress warping(err, "map: warping the DEMs", request.progress);

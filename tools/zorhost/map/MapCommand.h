@@ -36,6 +36,7 @@ struct MapSummary {
 };
 
 struct MapRequest {
+    std::string command = "map";  // the command drawing it, as its messages name it
     std::string output;  // the PNG (its world file and .aux.xml go beside it) or GeoTIFF
     std::vector<std::string> terrains;
     std::vector<std::string> features;
@@ -106,3 +107,10 @@ struct LoadedScene {
 // why) stops the load with status 1.
 int loadScene(kelZor::DtDe& de, const MapRequest& request, const TileSources& tiles,
               const std::function<bool()>& outputsReady, LoadedScene& loaded, std::ostream& err);
+
+// The map's frame of a loaded scene: what was drawn with a margin, or --extent, in
+// square pixels of --size or 1024 on the longer side.
+MapGrid mapGrid(const MapRequest& request, const LoadedScene& loaded);
+
+// Everything a map reads, in the order a person named them.
+std::vector<std::string> inputsOf(const MapRequest& request);

@@ -371,6 +371,22 @@ bool demExtent(const std::vector<std::string>& dems, const std::string& planeWkt
     return any;
 }
 
+double demPostSpacing(const std::vector<std::string>& dems, const std::string& planeWkt) {
+    double finest = 0.0;
+    for (const std::string& path : dems) {
+        double b[4];
+        GDALDatasetUniquePtr dem = openRaster(path);
+        if (!dem || dem->GetRasterXSize() < 1 || dem->GetRasterYSize() < 1 ||
+            !demExtent({path}, planeWkt, b))
+            continue;
+        const double spacing = std::min((b[2] - b[0]) / dem->GetRasterXSize(),
+                                        (b[3] - b[1]) / dem->GetRasterYSize());
+        if (spacing > 0.0 && (finest == 0.0 || spacing < finest))
+            finest = spacing;
+    }
+    return finest;
+}
+
 std::string rampProblem(const std::string& path) {
     DtGdalRegisterOnce();
     const DtGdalMessages quiet(DtGdalMessages::Quiet);

@@ -20,6 +20,10 @@ std::string demProblem(const std::string& path);
 // placed in the plane.
 bool demExtent(const std::vector<std::string>& dems, const std::string& planeWkt, double bounds[4]);
 
+// The finest distance between posts of the DEMs in the plane, or 0 when none can be
+// placed in it.
+double demPostSpacing(const std::vector<std::string>& dems, const std::string& planeWkt);
+
 enum class Relief { None, Hillshade, Multidirectional };
 
 struct GroundStyle {

@@ -68,6 +68,7 @@ public:
             srs_.SetAxisMappingStrategy(OAMS_TRADITIONAL_GIS_ORDER);
             const OGRSpatialReference wgs84 = DtWgs84();
             toPlane_.reset(OGRCreateCoordinateTransformation(&wgs84, &srs_));
+            fromPlane_.reset(OGRCreateCoordinateTransformation(&srs_, &wgs84));
         } else {
             srs_.SetTM(lat0_, lon0_, 1.0, 0.0, 0.0);
             std::snprintf(text, sizeof(text), "transverse Mercator on %.4f, %.4f", lon0_, lat0_);
@@ -96,6 +97,20 @@ public:
         p = {x, y};
         return std::isfinite(x) && std::isfinite(y);
     }
+    bool reverse(const PlanePoint& p, double& lat, double& lon) const {
+        if (!mercator_) {
+            tm_.Reverse(lon0_, p.x, p.y + northing0_, lat, lon);
+            return std::isfinite(lat) && std::isfinite(lon);
+        }
+        if (!fromPlane_)
+            return false;
+        double x = p.x, y = p.y;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (!fromPlane_->Transform(1, &x, &y))
+            return false;
+        lon = x, lat = y;
+        return std::isfinite(x) && std::isfinite(y);
+    }
     const OGRSpatialReference& srs() const { return srs_; }
     const std::string& description() const { return description_; }
 
@@ -108,7 +123,7 @@ private:
                                                 GeographicLib::Constants::WGS84_f(), 1.0};
     double northing0_ = 0.0;
     OGRSpatialReference srs_;
-    DtTransformPtr toPlane_;
+    DtTransformPtr toPlane_, fromPlane_;
     mutable std::mutex mutex_;
     std::string description_;
 };
@@ -196,4 +211,22 @@ bool ScenePlane::fromWgs84(const Wgs84Position& place, PlanePoint& point) const 
     }
     point = {cig.x(), cig.y()};
     return std::isfinite(cig.x()) && std::isfinite(cig.y());
+}
+
+bool ScenePlane::toScene(const PlanePoint& point, DtVector64& position) const {
+    if (!conformal_) {
+        position = DtVector64(point.x, point.y, 0.0);
+        return std::isfinite(point.x) && std::isfinite(point.y);
+    }
+    double lat = 0.0, lon = 0.0, x, y, z;
+    if (!conformal_->reverse(point, lat, lon))
+        return false;
+    GeographicLib::Geocentric::WGS84().Forward(lat, lon, 0.0, x, y, z);
+    try {
+        scene_.converter()->geocToCig(DtVector64(x, y, z), position);
+    } catch (const DtException&) {
+        return false;
+    }
+    return std::isfinite(position.x()) && std::isfinite(position.y()) &&
+           std::isfinite(position.z());
 }

@@ -41,6 +41,10 @@ public:
     // False where the scene's projection has no answer (a UTM zone's singular meridian).
     bool fromWgs84(const Wgs84Position& place, PlanePoint& point) const;
 
+    // The scene position at a point of the plane: its x and y with z 0 in the scene's own
+    // plane, on the ellipsoid in a plane of its own; false where the plane has none.
+    bool toScene(const PlanePoint& point, DtVector64& position) const;
+
     // The plane's coordinate system as WKT, or "" when it has no georeference (a
     // Cartesian scene) or GDAL cannot describe it exactly.
     const std::string& wkt() const { return wkt_; }

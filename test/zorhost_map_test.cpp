@@ -21,61 +21,12 @@
 #include "JsonOutput.h"
 #include "MapStyle.h"
 #include "MetaFlightDocument.h"
+#include "Picture.h"
 #include "TempDir.h"
 #include "VectorFiles.h"
 #include "ZorhostRun.h"
 
 namespace {
-
-// A picture's pixels as GDAL reads them back.
-struct Picture {
-    int width = 0, height = 0;
-    double transform[6] = {0, 0, 0, 0, 0, 0};
-    std::vector<uint8_t> rgba[3];
-    std::string srs;
-
-    explicit Picture(const std::string& path) {
-        GDALAllRegister();
-        GDALDatasetUniquePtr png(GDALDataset::Open(path.c_str(), GDAL_OF_RASTER));
-        // Cairo leaves the alpha band out of a picture with no transparent pixel.
-        if (!png || png->GetRasterCount() < 3)
-            return;
-        width = png->GetRasterXSize();
-        height = png->GetRasterYSize();
-        png->GetGeoTransform(transform);
-        if (const OGRSpatialReference* ref = png->GetSpatialRef()) {
-            char* text = nullptr;
-            ref->exportToWkt(&text);
-            srs = text ? text : "";
-            CPLFree(text);
-        }
-        for (int band = 0; band < 3; ++band) {
-            rgba[band].resize(static_cast<size_t>(width) * height);
-            if (png->GetRasterBand(band + 1)->RasterIO(GF_Read, 0, 0, width, height,
-                                                       rgba[band].data(), width, height, GDT_Byte,
-                                                       0, 0) != CE_None)
-                width = height = 0;
-        }
-    }
-    // The pixel the world file puts a plane position in.
-    void pixelOf(double x, double y, int& col, int& row) const {
-        col = static_cast<int>(std::floor((x - transform[0]) / transform[1]));
-        row = static_cast<int>(std::floor((y - transform[3]) / transform[5]));
-    }
-    MapColour at(int col, int row) const {
-        const size_t i = static_cast<size_t>(row) * width + col;
-        return {rgba[0][i] / 255.0, rgba[1][i] / 255.0, rgba[2][i] / 255.0};
-    }
-    double brightness(int col, int row) const {
-        const MapColour c = at(col, row);
-        return 0.299 * c.r + 0.587 * c.g + 0.114 * c.b;
-    }
-};
-
-bool near(const MapColour& a, const MapColour& b) {
-    return std::abs(a.red() - b.red()) <= 3 && std::abs(a.green() - b.green()) <= 3 &&
-           std::abs(a.blue() - b.blue()) <= 3;
-}
 
 // The pixel a position maps to, and its eight neighbours, have the colour.
 void expectMarker(const Picture& picture, double x, double y, const MapColour& colour) {

@@ -98,20 +98,26 @@ CameraPose cameraPose(const kelZor::DtCoordinateConverter& converter, const osg:
     const osg::Vec3d ahead = vec(east) * std::sin(h) + vec(north) * std::cos(h);
     const osg::Vec3d look = ahead * std::cos(p) + vec(up) * std::sin(p);
     pose.range = request.range;
+    pose.up = vec(up) * std::cos(p) - ahead * std::sin(p);
     if (!(pose.range > 0.0)) {
-        // Far enough that the scene's bounding sphere fits the narrower angle of view.
+        // Near enough that each corner of the scene's box is just inside the picture:
+        // a corner v from the target is at depth range + v.look, and must be within the
+        // half-angles of view across and up at that depth.
         osg::ComputeBoundsVisitor bounds;
         const_cast<osg::Node&>(scene).accept(bounds);
         const osg::BoundingBox& box = bounds.getBoundingBox();
-        const double half = radians(pose.fieldOfView) / 2.0;
-        const double narrower = std::min(half, std::atan(std::tan(half) * aspect));
-        const double radius = box.valid() ? box.radius() : 100.0;
-        const double away = box.valid() ? (box.center() - target).length() : 0.0;
-        pose.range = std::max(1.0, (radius + away) / std::sin(narrower));
+        const double high = std::tan(radians(pose.fieldOfView) / 2.0), across = high * aspect;
+        const osg::Vec3d side = look ^ pose.up;
+        double range = 1.0;
+        for (unsigned corner = 0; box.valid() && corner < 8; ++corner) {
+            const osg::Vec3d v = osg::Vec3d(box.corner(corner)) - target;
+            range = std::max({range, std::abs(v * side) / across - v * look,
+                              std::abs(v * pose.up) / high - v * look});
+        }
+        pose.range = 1.05 * range;
     }
     pose.target = target;
     pose.eye = target - look * pose.range;
-    pose.up = vec(up) * std::cos(p) - ahead * std::sin(p);
     return pose;
 }
 

@@ -418,11 +418,32 @@ osg::ref_ptr<osg::Node> ViewScene::propNode(size_t rule, const kelArchives::DtPr
     return placeholders_[rule];
 }
 
+// A two-hundredth of the scene, but no wider than half the room each prop has where they
+// stand close, so that a forest shows its trees rather than a slab.
+double ViewScene::placeholderWidthFor(const kelZor::DtTerrainLayer& props) const {
+    PlaneBounds bounds;
+    size_t placed = 0;
+    for (size_t i = 0; i < props.numProps(); ++i) {
+        const kelArchives::DtPropRecord& record = props.prop(i).record();
+        if (propPlaced(record)) {
+            bounds.add(loaded_.plane->fromScene(propPosition(record)));
+            ++placed;
+        }
+    }
+    double width = span_ / 200.0;
+    if (placed > 1 && !bounds.empty()) {
+        const double area = (bounds.maxX - bounds.minX) * (bounds.maxY - bounds.minY);
+        if (area > 0.0)
+            width = std::min(width, 0.5 * std::sqrt(area / placed));
+    }
+    return width;
+}
+
 bool ViewScene::addProps(std::ostream& err) {
     const kelZor::DtTerrainLayer& props = loaded_.content.props;
     if (props.numProps() == 0)
         return true;
-    counts_.placeholderWidth = std::min(100.0, std::max(0.5, span_ / 200.0));
+    counts_.placeholderWidth = std::min(100.0, std::max(0.5, placeholderWidthFor(props)));
     counts_.placeholderHeight = 3.0 * counts_.placeholderWidth;
     for (size_t rule = 0; rule < loaded_.content.rules.rules.size(); ++rule)
         placeholders_.push_back(

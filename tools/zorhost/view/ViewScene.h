@@ -61,6 +61,7 @@ private:
     void addFeatures();
     bool addTiles(const TileSources& tiles, std::ostream& err);
     bool addProps(std::ostream& err);
+    double placeholderWidthFor(const kelZor::DtTerrainLayer& props) const;
     osg::ref_ptr<osg::Node> propNode(size_t rule, const kelArchives::DtPropRecord& record,
                                      std::ostream& err, bool& ok);
     // A line of the plane, sampled along each segment and draped; where the mesh has no

@@ -54,6 +54,10 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
     fs::create_directory(dir.file("empty"));
     dir.write("old.geojson", "{\"keep\": true}\n");
     dir.write("keep.pgw", "1\n0\n0\n-1\n0\n0\n");
+    dir.write("junk.flt", "not a model\n");
+    dir.write("junkmodel.json", R"({"models": {"oak": "junk.flt"},
+        "rules": [{"fields": {"ECC": "EC030"}, "model": "oak", "propType": "tree"}]})");
+    const std::string dem = sample + "n45_e009.dt0";
     dir.write("bare.geojson", R"({"type": "FeatureCollection", "features": []})");
     ASSERT_TRUE(fs::copy_file(sample + "valley_points.shp", dir.file("noprj.shp")));
     fs::copy_file(sample + "valley_points.shx", dir.file("noprj.shx"));
@@ -217,6 +221,16 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
          {}},
         {"map " + dir.file("m.png") + " --tiles " + quad, 2, "--tiles needs --dataset", {}},
         {"map " + dir.file("m.png") + " --props " + pts, 2, "--props and --rules go together", {}},
+        {"view --png " + dir.file("v.jpg") + " --terrain " + dem, 2, "the picture is a PNG", {}},
+        {"view --osgb " + dir.file("v.osgb") + " --terrain " + dem + " --camera 0,-100",
+         2,
+         "give -90 (straight down) to 90",
+         {}},
+        {"view --osgb " + dir.file("v.osgb") + " --props " + pts + " --rules " +
+             dir.file("junkmodel.json") + " --terrain " + dem,
+         1,
+         "junk.flt: no reader of OpenSceneGraph's reads it as a model",
+         {dir.file("junk.flt")}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.command);

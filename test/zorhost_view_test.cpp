@@ -31,10 +31,9 @@ namespace {
 // zorhost view on the display there is, else on a virtual one of its own.
 ZorhostRun view(const std::string& arguments) {
     const char* display = std::getenv("DISPLAY");
-    const std::string onDisplay = display && *display
-                                      ? ""
-                                      : "LIBGL_ALWAYS_SOFTWARE=1 xvfb-run -a -s "
-                                        "'-screen 0 1280x1024x24'";
+    const std::string onDisplay = display && *display ? ""
+                                                      : "LIBGL_ALWAYS_SOFTWARE=1 xvfb-run -a -s "
+                                                        "'-screen 0 1280x1024x24'";
     return zorhost("view " + arguments, onDisplay);
 }
 
@@ -52,7 +51,8 @@ std::string writeSlope(const TempDir& dir) {
     std::vector<float> heights(101 * 101);
     for (int row = 0; row < 101; ++row) {
         for (int col = 0; col < 101; ++col) {
-            const double east = 499500 + 10.0 * col - 500000, north = 5040500 - 10.0 * row - 5040000;
+            const double east = 499500 + 10.0 * col - 500000,
+                         north = 5040500 - 10.0 * row - 5040000;
             heights[row * 101 + col] = static_cast<float>(400.0 + 0.2 * east + 0.1 * north);
         }
     }
@@ -139,10 +139,7 @@ std::vector<MapColour> placeholderColours(const MapColour& colour) {
     const MapColour front{colour.r + (1 - colour.r) * placeholderFrontTint,
                           colour.g + (1 - colour.g) * placeholderFrontTint,
                           colour.b + (1 - colour.b) * placeholderFrontTint};
-    return {colour,
-            shade(colour, placeholderSideShade),
-            shade(colour, placeholderEndShade),
-            front,
+    return {colour, shade(colour, placeholderSideShade), shade(colour, placeholderEndShade), front,
             shade(front, placeholderSideShade)};
 }
 
@@ -210,9 +207,9 @@ TEST(ZorhostView, propsStandWhereTheCameraProjectsThemAndFaceTheirHeadings) {
     ASSERT_EQ(props.size(), 3u);
 
     // Seen at a slant from the south-south-west, the graph written beside the picture.
-    const ZorhostRun slant = view("--png " + dir.file("slant.png") + " --osgb " +
-                                  dir.file("slant.osgb") + " --size 800x600 --camera 20,-50,120 " +
-                                  "--target 500010,5039990" + inputs(scene));
+    const ZorhostRun slant =
+        view("--png " + dir.file("slant.png") + " --osgb " + dir.file("slant.osgb") +
+             " --size 800x600 --camera 20,-50,120 " + "--target 500010,5039990" + inputs(scene));
     ASSERT_EQ(slant.status, 0) << slant.err;
     const std::vector<osg::Vec3d> transforms = propTransforms(dir.file("slant.osgb"));
     ASSERT_EQ(transforms.size(), props.size());
@@ -239,9 +236,9 @@ TEST(ZorhostView, propsStandWhereTheCameraProjectsThemAndFaceTheirHeadings) {
 
     // From straight above, north up: the first house's front (its pale wedge) is north of
     // its roof, the second's east of it.
-    const ZorhostRun above = view("--png " + dir.file("above.png") +
-                                  " --size 800x800 --camera 0,-90,200 --target 500020,5040000" +
-                                  inputs(scene));
+    const ZorhostRun above =
+        view("--png " + dir.file("above.png") +
+             " --size 800x800 --camera 0,-90,200 --target 500020,5040000" + inputs(scene));
     ASSERT_EQ(above.status, 0) << above.err;
     const Camera top = cameraOf(above.out);
     const Picture roofs(dir.file("above.png"));
@@ -272,9 +269,9 @@ TEST(ZorhostView, propsStandWhereTheCameraProjectsThemAndFaceTheirHeadings) {
 TEST(ZorhostView, aPropStandsOnTheSurfaceSeenFromTheSide) {
     TempDir dir;
     const Scene scene = writeScene(dir);
-    const ZorhostRun side = view("--png " + dir.file("side.png") +
-                                 " --size 800x800 --camera 0,0,100 --target 500000,5040000" +
-                                 inputs(scene));
+    const ZorhostRun side =
+        view("--png " + dir.file("side.png") +
+             " --size 800x800 --camera 0,0,100 --target 500000,5040000" + inputs(scene));
     ASSERT_EQ(side.status, 0) << side.err;
     const Camera camera = cameraOf(side.out);
     ASSERT_TRUE(camera.read) << side.out;
@@ -331,7 +328,8 @@ TEST(ZorhostView, outputsAndRefusals) {
     EXPECT_EQ(view("--png " + png + " --overwrite" + inputs(scene)).status, 0);
 
     // Without a display: a scene graph still, a picture not, said in one line.
-    const ZorhostRun graph = zorhost("view --osgb " + dir.file("v.osgb") + inputs(scene), "env -u DISPLAY");
+    const ZorhostRun graph =
+        zorhost("view --osgb " + dir.file("v.osgb") + inputs(scene), "env -u DISPLAY");
     EXPECT_EQ(graph.status, 0) << graph.err;
     EXPECT_EQ(propTransforms(dir.file("v.osgb")).size(), 3u);
     const ZorhostRun headless =

@@ -67,6 +67,11 @@ file; stdout holds only the answer.
   2  a negative level or switch distance
   2  map: nothing given to draw, --props without --rules, --tiles without --dataset,
      an empty or non-finite --extent, a --size side outside 1..16384
+  1  view: no X display for a window or --png; a model file that exists and
+     OpenSceneGraph cannot read
+  2  view: as map's, and --png not a .png, --osgb not a scene graph OpenSceneGraph
+     writes, a pitch beyond 90 degrees either way, a range of 0 or less, a --size side
+     outside 1..8192
 )";
 
 const char* const footer = R"(
@@ -537,10 +542,10 @@ void addView(CLI::App& app, Request& request) {
         "there is none); --osgb writes the scene graph for any OpenSceneGraph viewer\n"
         "(osgviewer OUT.osgb), one transform per prop named as the prop.\n\n"
         "Examples:\n"
-        "  zorhost view --png /tmp/valley-3d.png --terrain data/sample/n45_e009.dt0 "
-        "--props data/sample/valley_points.shp --rules data/sample/valley_props.json\n"
         "  zorhost view --osgb /tmp/valley.osgb --terrain data/sample/n45_e009.dt0 "
         "--features data/sample/valley.gdb\n"
+        "  zorhost view --png /tmp/valley-3d.png --terrain data/sample/n45_e009.dt0 "
+        "--props data/sample/valley_points.shp --rules data/sample/valley_props.json\n"
         "  xvfb-run -a zorhost view --png /tmp/tiles.png --tiles data/sample/zone33_quad.mft "
         "--dataset Terrain --camera 0,-90");
     ViewRequest& r = request.view;

@@ -36,7 +36,6 @@ const int defaultLongSide = 1024;
 // still gets a map around it.
 const double maxDefaultAspect = 4.0;
 
-
 bool exists(const std::string& path) {
     std::error_code ignored;
     return std::filesystem::exists(path, ignored);

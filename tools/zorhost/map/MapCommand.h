@@ -37,7 +37,7 @@ struct MapSummary {
 
 struct MapRequest {
     std::string command = "map";  // the command drawing it, as its messages name it
-    std::string output;  // the PNG (its world file and .aux.xml go beside it) or GeoTIFF
+    std::string output;           // the PNG (its world file and .aux.xml go beside it) or GeoTIFF
     std::vector<std::string> terrains;
     std::vector<std::string> features;
     std::string props, rules;

@@ -379,8 +379,8 @@ double demPostSpacing(const std::vector<std::string>& dems, const std::string& p
         if (!dem || dem->GetRasterXSize() < 1 || dem->GetRasterYSize() < 1 ||
             !demExtent({path}, planeWkt, b))
             continue;
-        const double spacing = std::min((b[2] - b[0]) / dem->GetRasterXSize(),
-                                        (b[3] - b[1]) / dem->GetRasterYSize());
+        const double spacing =
+            std::min((b[2] - b[0]) / dem->GetRasterXSize(), (b[3] - b[1]) / dem->GetRasterYSize());
         if (spacing > 0.0 && (finest == 0.0 || spacing < finest))
             finest = spacing;
     }

@@ -16,7 +16,6 @@
 #include "zorCore/DtFeatureSet.h"
 #include "zorCore/DtPropAdder.h"
 
-
 // Draws what was loaded, counting what it draws for the legend and the summary.
 class MapPainter {
 public:

@@ -106,8 +106,7 @@ bool targetOf(const ViewRequest& request, const LoadedScene& loaded, const ViewS
     }
     const ScenePlane& plane = *loaded.plane;
     PlanePoint place{request.target[0], request.target[1]};
-    if (plane.ofItsOwn() &&
-        !plane.fromWgs84({request.target[0], request.target[1], 0.0}, place))
+    if (plane.ofItsOwn() && !plane.fromWgs84({request.target[0], request.target[1], 0.0}, place))
         return false;
     DtVector64 p;
     if (!(surface && surface->drape(place, 0.0, p)) && !plane.toScene(place, p))
@@ -156,8 +155,8 @@ void summarise(const ViewRequest& request, const LoadedScene& loaded, const View
         out << "\n";
     }
     if (c.props > 0) {
-        out << "props: " << c.props << " placed, " << c.models << " as models, "
-            << c.placeholders << " as placeholders";
+        out << "props: " << c.props << " placed, " << c.models << " as models, " << c.placeholders
+            << " as placeholders";
         if (c.placeholders > 0)
             out << " (" << metresText(c.placeholderWidth) << " m wide, "
                 << metresText(c.placeholderHeight) << " m tall, front +y)";
@@ -185,9 +184,10 @@ int runView(DtDe& de, const ViewRequest& request, const TileSources& tiles, std:
     OutputFile pngFile, graphFile;
     const auto outputsReady = [&] {
         std::string problem;
-        for (auto [path, file] : {std::make_pair(&request.png, &pngFile),
-                                  std::make_pair(&request.osgb, &graphFile)}) {
-            if (!path->empty() && !file->begin(*path, inputsOf(inputs), inputs.overwrite, problem)) {
+        for (auto [path, file] :
+             {std::make_pair(&request.png, &pngFile), std::make_pair(&request.osgb, &graphFile)}) {
+            if (!path->empty() &&
+                !file->begin(*path, inputsOf(inputs), inputs.overwrite, problem)) {
                 err << "zorhost: " << *path << ": " << problem << "\n";
                 return false;
             }
@@ -216,7 +216,8 @@ int runView(DtDe& de, const ViewRequest& request, const TileSources& tiles, std:
     MapGrid picture = frame;
     if (!inputs.terrains.empty()) {
         const MapGrid mesh = meshGrid(frame, demPostSpacing(inputs.terrains, plane.wkt()));
-        surface = std::make_unique<ViewSurface>(mesh, plane, loaded.scene.system, de.scene().terrain());
+        surface =
+            std::make_unique<ViewSurface>(mesh, plane, loaded.scene.system, de.scene().terrain());
         picture = groundGrid(mesh, std::min(4096, std::max({1024, width, height})));
         std::string problem;
         Progress warping(err, "view: warping the DEMs", inputs.progress);

@@ -27,9 +27,13 @@ namespace {
 
 const osg::Vec4 skyColour(0.80, 0.87, 0.94, 1.0);
 
-osg::Vec3d vec(const DtVector64& v) { return osg::Vec3d(v.x(), v.y(), v.z()); }
+osg::Vec3d vec(const DtVector64& v) {
+    return osg::Vec3d(v.x(), v.y(), v.z());
+}
 
-double radians(double degrees) { return degrees * M_PI / 180.0; }
+double radians(double degrees) {
+    return degrees * M_PI / 180.0;
+}
 
 // The camera's lens and frame, the same for a picture and a window.
 void setLens(osg::Camera& camera, const CameraPose& pose, double aspect) {

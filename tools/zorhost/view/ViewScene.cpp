@@ -165,7 +165,8 @@ void ViewScene::addTerrain() {
     // Pushed back a little so that what is draped on it wins the depth test.
     state->setAttributeAndModes(new osg::PolygonOffset(1.0f, 1.0f));
     if (ground_ && !ground_->pixels.empty()) {
-        osg::ref_ptr<osg::Texture2D> texture = new osg::Texture2D(groundImage(*ground_, groundGrid_));
+        osg::ref_ptr<osg::Texture2D> texture =
+            new osg::Texture2D(groundImage(*ground_, groundGrid_));
         texture->setResizeNonPowerOfTwoHint(false);
         texture->setWrap(osg::Texture::WRAP_S, osg::Texture::CLAMP_TO_EDGE);
         texture->setWrap(osg::Texture::WRAP_T, osg::Texture::CLAMP_TO_EDGE);
@@ -196,8 +197,8 @@ void ViewScene::drapeLine(const std::vector<PlanePoint>& line, const std::vector
         for (int k = 0; k <= std::max(1, samples); ++k) {
             const double t = static_cast<double>(k) / std::max(1, samples);
             DtVector64 p;
-            if (surface_ && !surface_->drape({a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t},
-                                             lift, p)) {
+            if (surface_ &&
+                !surface_->drape({a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t}, lift, p)) {
                 // Off the terrain: left out rather than dropped to a height of its own.
                 havePrevious = false;
                 ++offGround_;

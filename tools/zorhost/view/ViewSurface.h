@@ -29,8 +29,8 @@ class DtCoordinateSystem;
 class ViewSurface {
 public:
     // `grid` gives the mesh's extent and its nodes: (width + 1) by (height + 1) of them.
-    ViewSurface(const MapGrid& grid, const ScenePlane& plane, const kelZor::DtCoordinateSystem& scene,
-                const kelZor::DtTerrain& terrain);
+    ViewSurface(const MapGrid& grid, const ScenePlane& plane,
+                const kelZor::DtCoordinateSystem& scene, const kelZor::DtTerrain& terrain);
 
     // The scene position the mesh is drawn relative to (its vertices are floats).
     const DtVector64& origin() const { return origin_; }

@@ -344,6 +344,23 @@ TEST(ZorhostView, outputsAndRefusals) {
     EXPECT_EQ(countLines(headless.err), 1u) << headless.err;
     EXPECT_FALSE(std::filesystem::exists(dir.file("none.png")));
 
+    // A model OpenSceneGraph reads, named by the rules beside them, stands where the
+    // placeholders stood.
+    dir.write("house.obj",
+              "v -2 -2 0\nv 2 -2 0\nv 2 2 0\nv -2 2 0\nv 0 0 6\n"
+              "f 1 2 5\nf 2 3 5\nf 3 4 5\nf 4 1 5\nf 1 4 3 2\n");
+    const std::string modelRules =
+        dir.write("model-rules.json", R"({"models": {"house": "house.obj"},
+        "rules": [{"fields": {"ECC": "AL015"}, "model": "house", "propType": "building",
+                   "rotationField": "HDG"}]})");
+    const ZorhostRun modelled =
+        zorhost("view --osgb " + dir.file("m.osgb") + " --terrain " + scene.dem + " --props " +
+                scene.props + " --rules " + modelRules);
+    EXPECT_EQ(modelled.status, 0) << modelled.err;
+    EXPECT_NE(modelled.out.find("3 placed, 3 as models, 0 as placeholders"), std::string::npos)
+        << modelled.out;
+    EXPECT_EQ(propTransforms(dir.file("m.osgb")), propTransforms(dir.file("v.osgb")));
+
     for (const std::string& wrong :
          {std::string("--png ") + dir.file("v.jpg"), "--osgb " + dir.file("v.txt"),
           "--png " + png + " --camera 0,-120", "--png " + png + " --camera 0,-30,0",

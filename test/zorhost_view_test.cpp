@@ -11,6 +11,7 @@
 #include <Eigen/Dense>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -266,6 +267,38 @@ TEST(ZorhostView, propsStandWhereTheCameraProjectsThemAndFaceTheirHeadings) {
             EXPECT_LT(std::abs(toward.y()), 2.0);
         }
     }
+}
+
+// In a geocentric scene --target is a longitude and latitude, and the camera's frame is
+// the level frame there: looking straight down on a prop, its roof is the picture's
+// middle and its front is north, up the picture.
+TEST(ZorhostView, aGeocentricSceneIsSeenInTheLevelFrameOfItsTarget) {
+    TempDir dir;
+    const Scene scene = writeScene(dir);
+    const ZorhostRun placed = zorhost("props " + scene.props + " --rules " + scene.rules +
+                                      " --terrain " + scene.dem + " --json");
+    ASSERT_EQ(placed.status, 0) << placed.err;
+    const Json wgs84 = Json::parse(placed.out)["props"][0]["wgs84"];
+    char target[64];
+    std::snprintf(target, sizeof target, "%.9f,%.9f", wgs84[0].get<double>(),
+                  wgs84[1].get<double>());
+    const ZorhostRun above = view("--png " + dir.file("g.png") +
+                                  " --scene Geocentric:WGS84 --size 400x400 --camera 0,-90,60 "
+                                  "--target " +
+                                  target + inputs(scene));
+    ASSERT_EQ(above.status, 0) << above.err;
+    const Picture picture(dir.file("g.png"));
+    ASSERT_EQ(picture.width, 400);
+    EXPECT_TRUE(near(picture.at(200, 200), ruleColour(0)));
+    size_t roofPixels = 0, frontPixels = 0;
+    const Eigen::Vector2d middle(200, 200);
+    const Eigen::Vector2d body = centreOf(picture, middle, 80, ruleColour(0), roofPixels);
+    const Eigen::Vector2d nose =
+        centreOf(picture, middle, 80, placeholderColours(ruleColour(0))[3], frontPixels);
+    ASSERT_GT(roofPixels, 20u);
+    ASSERT_GT(frontPixels, 10u);
+    EXPECT_LT(nose.y() - body.y(), -5.0);
+    EXPECT_LT(std::abs(nose.x() - body.x()), 2.0);
 }
 
 // Seen level from the south, a prop's foot is on the ground's line through its position

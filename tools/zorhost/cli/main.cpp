@@ -553,8 +553,8 @@ void addView(CLI::App& app, Request& request) {
     view->add_option("--png", r.png, "Render one picture off-screen into this PNG");
     view->add_option("--osgb", r.osgb, "Write the scene graph (.osgb, .osgt, .osg or .ive)");
     view->add_option("--size", r.size,
-                     "WIDTHxHEIGHT of the picture in pixels, at most 8192 each (default "
-                     "1024x768)")
+                     "WIDTHxHEIGHT of the picture or window in pixels, at most 8192 each "
+                     "(default 1024x768)")
         ->delimiter('x')
         ->expected(2);
     view->add_option("--camera", r.camera,

@@ -265,7 +265,7 @@ int runView(DtDe& de, const ViewRequest& request, const TileSources& tiles, std:
     }
     summarise(request, loaded, view, surface.get(), pose, width, height, out);
     out.flush();
-    if (window && !showWindow(*root, pose, problem)) {
+    if (window && !showWindow(*root, pose, width, height, problem)) {
         err << "zorhost: view: " << problem << "\n";
         return 1;
     }

@@ -20,7 +20,7 @@ struct ViewRequest {
     // legend unused).
     MapRequest inputs;
     std::string png, osgb;  // neither: a window
-    std::vector<int> size;  // the picture's width and height; empty: 1024 x 768
+    std::vector<int> size;  // the picture's or window's width and height; empty: 1024 x 768
     // heading and pitch in degrees, and the range in metres; empty: 45, -35 and the whole
     // scene in view
     std::vector<double> camera;

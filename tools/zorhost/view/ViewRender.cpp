@@ -190,8 +190,8 @@ bool writeSceneGraph(osg::Node& scene, const std::string& path, std::string& pro
     return true;
 }
 
-bool showWindow(osg::Node& scene, const CameraPose& pose, std::string& problem) {
-    const int width = 1280, height = 800;
+bool showWindow(osg::Node& scene, const CameraPose& pose, int width, int height,
+                std::string& problem) {
     osgViewer::Viewer viewer;
     viewer.setUpViewInWindow(60, 60, width, height);
     osg::ref_ptr<osg::Group> root = new osg::Group;

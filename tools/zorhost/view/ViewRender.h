@@ -44,9 +44,11 @@ bool renderPng(osg::Node& scene, const CameraPose& camera, int width, int height
 // Writes the graph, its textures inside, to `path` (.osgb); false with the reason.
 bool writeSceneGraph(osg::Node& scene, const std::string& path, std::string& problem);
 
-// A window on the scene until it is closed: trackball and terrain manipulators, the
-// camera's view as home, a line of the keys over it; false with the reason.
-bool showWindow(osg::Node& scene, const CameraPose& camera, std::string& problem);
+// A window of width x height on the scene until it is closed: trackball and terrain
+// manipulators, the camera's view as home, a line of the keys over it; false with the
+// reason.
+bool showWindow(osg::Node& scene, const CameraPose& camera, int width, int height,
+                std::string& problem);
 
 // OpenSceneGraph's own notices kept off stderr (zorhost says what matters in its words),
 // unless OSG_NOTIFY_LEVEL asks for them.

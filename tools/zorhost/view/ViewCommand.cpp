@@ -161,6 +161,8 @@ void summarise(const ViewRequest& request, const LoadedScene& loaded, const View
             out << " (" << metresText(c.placeholderWidth) << " m wide, "
                 << metresText(c.placeholderHeight) << " m tall, front +y)";
         out << "\n";
+        for (const std::string& model : c.modelsRead)
+            out << "props: model " << model << " read\n";
         for (const std::string& model : c.modelsMissing)
             out << "props: model " << model << " is not on disk: drawn as placeholders\n";
     }

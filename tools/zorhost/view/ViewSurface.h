@@ -50,8 +50,8 @@ public:
     // The scene's up at a scene position, a unit vector.
     DtVector64 up(const DtVector64& position) const;
 
-    // The cells whose centres lie inside a polygon of the plane (even-odd): `cell(column,
-    // row)` for each, row 0 the southernmost.
+    // The cells whose centres lie inside a polygon of the plane (even-odd; its points
+    // finite): `cell(column, row)` for each, row 0 the southernmost.
     template <typename Cell>
     void forCellsInside(const std::vector<PlanePoint>& ring, Cell cell) const;
     // The two triangles of a cell, as six draped positions; false where a corner is off
@@ -78,7 +78,18 @@ void ViewSurface::forCellsInside(const std::vector<PlanePoint>& ring, Cell cell)
         return;
     std::vector<double> crossings;
     const double size = cellSize();
-    for (int row = 0; row < grid_.height; ++row) {
+    // Only the rows the ring spans: a small area costs its own rows, not the mesh's.
+    double south = ring.front().y, north = ring.front().y;
+    for (const PlanePoint& p : ring) {
+        south = std::min(south, p.y);
+        north = std::max(north, p.y);
+    }
+    const double firstRow = std::max(0.0, std::floor((south - grid_.minY) / size));
+    const double lastRow =
+        std::min<double>(grid_.height - 1, std::ceil((north - grid_.minY) / size));
+    if (!(firstRow <= lastRow))
+        return;
+    for (int row = static_cast<int>(firstRow); row <= static_cast<int>(lastRow); ++row) {
         const double y = grid_.minY + (row + 0.5) * size;
         crossings.clear();
         for (size_t i = 0, j = ring.size() - 1; i < ring.size(); j = i++) {

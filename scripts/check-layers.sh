@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # zorhost's layers use only those below them: no file of the core (or of the outputs,
-# the MetaFlight module, the map or the view) includes a header of a front end (cli/, python/), and
-# each layer includes only its own headers and its lower layers'. Prints each breach;
-# fails when there is one.
+# the MetaFlight module, the map or the view) includes a header of a front end (cli/,
+# python/), and each layer includes only its own headers and its lower layers'. Prints
+# each breach; fails when there is one.
 set -euo pipefail
 cd "$(dirname "$0")/../tools/zorhost"
 

@@ -58,6 +58,10 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
     dir.write("junkmodel.json", R"({"models": {"oak": "junk.flt"},
         "rules": [{"fields": {"ECC": "EC030"}, "model": "oak", "propType": "tree"}]})");
     const std::string dem = sample + "n45_e009.dt0";
+    // An OpenFlight file with its header and nothing under it.
+    fs::copy_file(sample + "utm_zone32n.flt", dir.file("header.flt"));
+    dir.write("headeronly.json", R"({"models": {"oak": "header.flt"},
+        "rules": [{"fields": {"ECC": "EC030"}, "model": "oak", "propType": "tree"}]})");
     dir.write("bare.geojson", R"({"type": "FeatureCollection", "features": []})");
     ASSERT_TRUE(fs::copy_file(sample + "valley_points.shp", dir.file("noprj.shp")));
     fs::copy_file(sample + "valley_points.shx", dir.file("noprj.shx"));
@@ -231,6 +235,11 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
          1,
          "junk.flt: no reader of OpenSceneGraph's reads it as a model",
          {dir.file("junk.flt")}},
+        {"view --osgb " + dir.file("v.osgb") + " --props " + pts + " --rules " +
+             dir.file("headeronly.json") + " --terrain " + dem + " --overwrite",
+         1,
+         "header.flt: OpenSceneGraph reads nothing to draw in it",
+         {}},
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.command);

@@ -68,7 +68,7 @@ file; stdout holds only the answer.
   2  map: nothing given to draw, --props without --rules, --tiles without --dataset,
      an empty or non-finite --extent, a --size side outside 1..16384
   1  view: no X display for a window or --png; a model file that exists and
-     OpenSceneGraph cannot read
+     OpenSceneGraph cannot read, or reads with nothing to draw in it
   2  view: as map's, and --png not a .png, --osgb not a scene graph OpenSceneGraph
      writes, a pitch beyond 90 degrees either way, a range of 0 or less, a --size side
      outside 1..8192

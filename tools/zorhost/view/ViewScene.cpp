@@ -398,12 +398,16 @@ osg::ref_ptr<osg::Node> ViewScene::propNode(size_t rule, const kelArchives::DtPr
         std::error_code ignored;
         if (std::filesystem::is_regular_file(path, ignored)) {
             model = osgDB::readRefNodeFile(path.string());
-            if (model) {
+            // A model with nothing to draw would leave its props invisible.
+            const bool empty = model && !model->getBound().valid();
+            if (model && !empty) {
                 counts_.modelsRead.push_back(path.string());
             } else {
                 err << "zorhost: " << path.string()
-                    << ": no reader of OpenSceneGraph's reads it as a model (its props are drawn "
-                       "as placeholders)\n";
+                    << (empty ? ": OpenSceneGraph reads nothing to draw in it"
+                              : ": no reader of OpenSceneGraph's reads it as a model")
+                    << " (its props are drawn as placeholders)\n";
+                model = nullptr;
                 ok = false;
             }
         } else {

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
-#include <optional>
 
 #include "MapGround.h"
 #include "OutputFile.h"

@@ -15,6 +15,7 @@
 #include <fstream>
 #include <string>
 
+#include "BenchCommand.h"
 #include "BenchData.h"
 #include "RatioReporter.h"
 
@@ -83,24 +84,16 @@ std::string zorhost() {
     return std::string("'") + ZORHOST_PATH + "'";
 }
 
-void run(benchmark::State& state, const std::string& command) {
-    for (auto _ : state) {
-        if (std::system(command.c_str()) != 0) {
-            state.SkipWithError(("failed: " + command).c_str());
-            return;
-        }
-    }
-}
-
 void checkTiles(benchmark::State& state) {
-    run(state, zorhost() + " check '" + database() + "' >/dev/null");
+    runCommand(state, zorhost() + " check '" + database() + "' >/dev/null");
 }
 
 void findSortComm(benchmark::State& state) {
     const std::string d = directory();
-    run(state, "export LC_ALL=C; find '" + d + "/Full' -type f | sort >'" + d + "/on-disk' && " +
-                   zorhost() + " tiles '" + database() + "' --dataset Full --paths | sort >'" + d +
-                   "/named' && comm -3 '" + d + "/on-disk' '" + d + "/named' >/dev/null");
+    runCommand(state, "export LC_ALL=C; find '" + d + "/Full' -type f | sort >'" + d +
+                          "/on-disk' && " + zorhost() + " tiles '" + database() +
+                          "' --dataset Full --paths | sort >'" + d + "/named' && comm -3 '" + d +
+                          "/on-disk' '" + d + "/named' >/dev/null");
 }
 
 }  // namespace

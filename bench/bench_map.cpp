@@ -10,6 +10,7 @@
 #include <string>
 
 #include "BenchCell.h"
+#include "BenchCommand.h"
 #include "BenchData.h"
 #include "RatioReporter.h"
 
@@ -20,25 +21,16 @@ const std::string& pointsFile() {
     return path;
 }
 
-void run(benchmark::State& state, const std::string& command) {
-    for (auto _ : state) {
-        if (std::system(command.c_str()) != 0) {
-            state.SkipWithError(("failed: " + command).c_str());
-            return;
-        }
-    }
-}
-
 void mapPointsOnCell(benchmark::State& state) {
-    run(state, std::string("'") + ZORHOST_PATH + "' map '" + directory() +
-                   "/map.png' --overwrite --size 2048x2048 --features '" + pointsFile() +
-                   "' --terrain '" + benchCell() + "' >/dev/null");
+    runCommand(state, std::string("'") + ZORHOST_PATH + "' map '" + directory() +
+                          "/map.png' --overwrite --size 2048x2048 --features '" + pointsFile() +
+                          "' --terrain '" + benchCell() + "' >/dev/null");
 }
 
 void featuresAndHillshade(benchmark::State& state) {
-    run(state, std::string("'") + ZORHOST_PATH + "' features '" + pointsFile() +
-                   "' >/dev/null && gdaldem hillshade -q '" + benchCell() + "' '" + directory() +
-                   "/hillshade.tif'");
+    runCommand(state, std::string("'") + ZORHOST_PATH + "' features '" + pointsFile() +
+                          "' >/dev/null && gdaldem hillshade -q '" + benchCell() + "' '" +
+                          directory() + "/hillshade.tif'");
 }
 
 }  // namespace

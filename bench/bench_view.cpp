@@ -12,19 +12,16 @@
 #include <string>
 
 #include "BenchCell.h"
+#include "BenchCommand.h"
 #include "BenchData.h"
 #include "RatioReporter.h"
 
 namespace {
 
-int propCount() {
-    const char* text = std::getenv("ZOR_BENCH_POINTS");
-    return text ? std::atoi(text) : 100000;
-}
-
 // Every point a house.
 const std::string& pointsFile() {
-    static const std::string path = writePoints(directory() + "/houses.shp", propCount(), 1);
+    static const std::string path =
+        writePoints(directory() + "/houses.shp", benchPointCount(100000), 1);
     return path;
 }
 
@@ -44,23 +41,14 @@ std::string inputs() {
            benchCell() + "'";
 }
 
-void run(benchmark::State& state, const std::string& command) {
-    for (auto _ : state) {
-        if (std::system(command.c_str()) != 0) {
-            state.SkipWithError(("failed: " + command).c_str());
-            return;
-        }
-    }
-}
-
 void viewPropsOnCell(benchmark::State& state) {
-    run(state, std::string("'") + ZORHOST_PATH + "' view --png '" + directory() +
-                   "/view.png' --overwrite --size 1024x1024" + inputs() + " >/dev/null");
+    runCommand(state, std::string("'") + ZORHOST_PATH + "' view --png '" + directory() +
+                          "/view.png' --overwrite --size 1024x1024" + inputs() + " >/dev/null");
 }
 
 void mapPropsOnCell(benchmark::State& state) {
-    run(state, std::string("'") + ZORHOST_PATH + "' map '" + directory() +
-                   "/map.png' --overwrite --size 1024x1024" + inputs() + " >/dev/null");
+    runCommand(state, std::string("'") + ZORHOST_PATH + "' map '" + directory() +
+                          "/map.png' --overwrite --size 1024x1024" + inputs() + " >/dev/null");
 }
 
 }  // namespace

@@ -90,6 +90,28 @@ inline bool writeVector(const std::string& path, const OGRSpatialReference* srs,
     return true;
 }
 
+// A Float32 GeoTIFF DEM of `columns` x `rows` posts in UTM 32 N, the north-west post's
+// corner at (west, north), `spacing` metres apart, heights from `height(column, row)`.
+template <typename Height>
+bool writeUtm32nDem(const std::string& path, int columns, int rows, double west, double north,
+                    double spacing, Height height) {
+    GDALAllRegister();
+    GDALDatasetUniquePtr dem(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
+        path.c_str(), columns, rows, 1, GDT_Float32, nullptr));
+    if (!dem)
+        return false;
+    double transform[6] = {west, spacing, 0, north, 0, -spacing};
+    dem->SetGeoTransform(transform);
+    dem->SetSpatialRef(srsFromEpsg(32632).get());
+    std::vector<float> heights(static_cast<size_t>(columns) * rows);
+    for (int row = 0; row < rows; ++row)
+        for (int col = 0; col < columns; ++col)
+            heights[static_cast<size_t>(row) * columns + col] =
+                static_cast<float>(height(col, row));
+    return dem->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, columns, rows, heights.data(), columns,
+                                           rows, GDT_Float32, 0, 0) == CE_None;
+}
+
 // A level-0 DTED cell whose south-west corner is (lat, lon), heights from `height`.
 template <typename Height>
 bool writeDted(const std::string& path, int lat, int lon, Height height) {

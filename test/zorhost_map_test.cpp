@@ -59,20 +59,9 @@ void expectPlaneOf(const Picture& picture, double easting, double northing, doub
 // 60 x 60 posts of 10 m in UTM 32 N over 499900..500500 E, 5039500..5040100 N: 100 m,
 // with a plateau of 900 m east of 500450 E.
 std::string writeStepDem(const TempDir& dir) {
-    GDALAllRegister();
     const std::string path = dir.file("dem.tif");
-    GDALDatasetUniquePtr dem(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
-        path.c_str(), 60, 60, 1, GDT_Float32, nullptr));
-    double transform[6] = {499900, 10, 0, 5040100, 0, -10};
-    dem->SetGeoTransform(transform);
-    dem->SetSpatialRef(srsFromEpsg(32632).get());
-    std::vector<float> heights(60 * 60);
-    for (int row = 0; row < 60; ++row)
-        for (int col = 0; col < 60; ++col)
-            heights[row * 60 + col] = col >= 55 ? 900.0f : 100.0f;
-    EXPECT_EQ(dem->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, 60, 60, heights.data(), 60, 60,
-                                              GDT_Float32, 0, 0),
-              CE_None);
+    EXPECT_TRUE(writeUtm32nDem(path, 60, 60, 499900, 5040100, 10,
+                               [](int col, int) { return col >= 55 ? 900.0 : 100.0; }));
     return path;
 }
 
@@ -506,22 +495,10 @@ namespace {
 // A DEM in UTM 32 N, 100 x 100 posts of 10 m from (500000, 5040000): sea at -4000 m in
 // its west third, a flat plain at 300 m in the middle, and a slope rising east.
 std::string writeCoastDem(const TempDir& dir) {
-    GDALAllRegister();
     const std::string path = dir.file("coast.tif");
-    GDALDatasetUniquePtr dem(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
-        path.c_str(), 100, 100, 1, GDT_Float32, nullptr));
-    double transform[6] = {500000, 10, 0, 5040000, 0, -10};
-    dem->SetGeoTransform(transform);
-    dem->SetSpatialRef(srsFromEpsg(32632).get());
-    std::vector<float> heights(100 * 100);
-    for (int row = 0; row < 100; ++row)
-        for (int col = 0; col < 100; ++col)
-            heights[row * 100 + col] = col < 33   ? -4000.0f
-                                       : col < 66 ? 300.0f
-                                                  : 300.0f + 40.0f * (col - 66);
-    EXPECT_EQ(dem->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, 100, 100, heights.data(), 100, 100,
-                                              GDT_Float32, 0, 0),
-              CE_None);
+    EXPECT_TRUE(writeUtm32nDem(path, 100, 100, 500000, 5040000, 10, [](int col, int) {
+        return col < 33 ? -4000.0 : col < 66 ? 300.0 : 300.0 + 40.0 * (col - 66);
+    }));
     return path;
 }
 

@@ -47,24 +47,11 @@ ZorhostRun view(const std::string& arguments) {
 // rising 0.2 m a metre to the east and 0.1 to the north from 400 m at (500000, 5040000),
 // so that the mesh's triangles are the surface itself.
 std::string writeSlope(const TempDir& dir) {
-    GDALAllRegister();
     const std::string path = dir.file("slope.tif");
-    GDALDatasetUniquePtr dem(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
-        path.c_str(), 101, 101, 1, GDT_Float32, nullptr));
-    double transform[6] = {499495, 10, 0, 5040505, 0, -10};
-    dem->SetGeoTransform(transform);
-    dem->SetSpatialRef(srsFromEpsg(32632).get());
-    std::vector<float> heights(101 * 101);
-    for (int row = 0; row < 101; ++row) {
-        for (int col = 0; col < 101; ++col) {
-            const double east = 499500 + 10.0 * col - 500000,
-                         north = 5040500 - 10.0 * row - 5040000;
-            heights[row * 101 + col] = static_cast<float>(400.0 + 0.2 * east + 0.1 * north);
-        }
-    }
-    EXPECT_EQ(dem->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, 101, 101, heights.data(), 101, 101,
-                                              GDT_Float32, 0, 0),
-              CE_None);
+    EXPECT_TRUE(writeUtm32nDem(path, 101, 101, 499495, 5040505, 10, [](int col, int row) {
+        const double east = 10.0 * col - 500, north = 500 - 10.0 * row;
+        return 400.0 + 0.2 * east + 0.1 * north;
+    }));
     return path;
 }
 
@@ -86,6 +73,14 @@ Scene writeScene(const TempDir& dir) {
         "rules": [{"fields": {"ECC": "AL015"}, "model": "house", "propType": "building",
                    "rotationField": "HDG"}]})");
     return scene;
+}
+
+// The props `zorhost props --json` places of the scene, as it gives them.
+Json placedProps(const Scene& scene) {
+    const ZorhostRun placed = zorhost("props " + scene.props + " --rules " + scene.rules +
+                                      " --terrain " + scene.dem + " --json");
+    EXPECT_EQ(placed.status, 0) << placed.err;
+    return placed.status == 0 ? Json::parse(placed.out)["props"] : Json::array();
 }
 
 std::string inputs(const Scene& scene) {
@@ -206,10 +201,7 @@ Eigen::Vector2d centreOf(const Picture& picture, const Eigen::Vector2d& around, 
 TEST(ZorhostView, propsStandWhereTheCameraProjectsThemAndFaceTheirHeadings) {
     TempDir dir;
     const Scene scene = writeScene(dir);
-    const ZorhostRun placed = zorhost("props " + scene.props + " --rules " + scene.rules +
-                                      " --terrain " + scene.dem + " --json");
-    ASSERT_EQ(placed.status, 0) << placed.err;
-    const Json props = Json::parse(placed.out)["props"];
+    const Json props = placedProps(scene);
     ASSERT_EQ(props.size(), 3u);
 
     // Seen at a slant from the south-south-west, the graph written beside the picture.
@@ -275,10 +267,9 @@ TEST(ZorhostView, propsStandWhereTheCameraProjectsThemAndFaceTheirHeadings) {
 TEST(ZorhostView, aGeocentricSceneIsSeenInTheLevelFrameOfItsTarget) {
     TempDir dir;
     const Scene scene = writeScene(dir);
-    const ZorhostRun placed = zorhost("props " + scene.props + " --rules " + scene.rules +
-                                      " --terrain " + scene.dem + " --json");
-    ASSERT_EQ(placed.status, 0) << placed.err;
-    const Json wgs84 = Json::parse(placed.out)["props"][0]["wgs84"];
+    const Json props = placedProps(scene);
+    ASSERT_EQ(props.size(), 3u);
+    const Json wgs84 = props[0]["wgs84"];
     char target[64];
     std::snprintf(target, sizeof target, "%.9f,%.9f", wgs84[0].get<double>(),
                   wgs84[1].get<double>());

@@ -94,13 +94,11 @@ MapGrid groundGrid(const MapGrid& mesh, int longest) {
 // The point looked at: --target on the ground (or at height 0 off it), else the middle of
 // what is drawn.
 bool targetOf(const ViewRequest& request, const LoadedScene& loaded, const ViewSurface* surface,
-              const osg::Node& scene, osg::Vec3d& target) {
+              const osg::BoundingBox& drawn, osg::Vec3d& target) {
     if (request.target.empty()) {
-        osg::ComputeBoundsVisitor bounds;
-        const_cast<osg::Node&>(scene).accept(bounds);
-        if (!bounds.getBoundingBox().valid())
+        if (!drawn.valid())
             return false;
-        target = bounds.getBoundingBox().center();
+        target = drawn.center();
         return true;
     }
     const ScenePlane& plane = *loaded.plane;
@@ -234,10 +232,16 @@ int runView(DtDe& de, const ViewRequest& request, const TileSources& tiles, std:
     const bool built = view.build(tiles, err);
     osg::ref_ptr<osg::Group> root = view.root();
 
+    osg::ComputeBoundsVisitor bounds;
+    root->accept(bounds);
+    const osg::BoundingBox& drawn = bounds.getBoundingBox();
     osg::Vec3d target;
-    if (!targetOf(request, loaded, surface.get(), *root, target)) {
-        err << "zorhost: view: --target " << metresText(request.target[0]) << ", "
-            << metresText(request.target[1]) << ": the scene has no place there\n";
+    if (!targetOf(request, loaded, surface.get(), drawn, target)) {
+        if (request.target.empty())
+            err << "zorhost: view: nothing to look at: nothing loaded lies on the terrain\n";
+        else
+            err << "zorhost: view: --target " << metresText(request.target[0]) << ", "
+                << metresText(request.target[1]) << ": the scene has no place there\n";
         return 1;
     }
     CameraRequest asked;
@@ -247,7 +251,7 @@ int runView(DtDe& de, const ViewRequest& request, const TileSources& tiles, std:
         asked.pitch = request.camera[1];
     if (request.camera.size() >= 3)
         asked.range = request.camera[2];
-    const CameraPose pose = cameraPose(*loaded.scene.system.converter(), target, asked, *root,
+    const CameraPose pose = cameraPose(*loaded.scene.system.converter(), target, asked, drawn,
                                        static_cast<double>(width) / height);
     std::string problem;
     if (!request.osgb.empty()) {

@@ -1,7 +1,6 @@
 #include "ViewRender.h"
 
 #include <osg/Camera>
-#include <osg/ComputeBoundsVisitor>
 #include <osg/Geode>
 #include <osg/GraphicsContext>
 #include <osg/Image>
@@ -88,7 +87,7 @@ osg::ref_ptr<osg::Camera> keysOverlay(int width, int height) {
 }  // namespace
 
 CameraPose cameraPose(const kelZor::DtCoordinateConverter& converter, const osg::Vec3d& target,
-                      const CameraRequest& request, const osg::Node& scene, double aspect) {
+                      const CameraRequest& request, const osg::BoundingBox& box, double aspect) {
     CameraPose pose;
     pose.heading = request.heading;
     pose.pitch = request.pitch;
@@ -107,9 +106,6 @@ CameraPose cameraPose(const kelZor::DtCoordinateConverter& converter, const osg:
         // Near enough that each corner of the scene's box is just inside the picture:
         // a corner v from the target is at depth range + v.look, and must be within the
         // half-angles of view across and up at that depth.
-        osg::ComputeBoundsVisitor bounds;
-        const_cast<osg::Node&>(scene).accept(bounds);
-        const osg::BoundingBox& box = bounds.getBoundingBox();
         const double high = std::tan(radians(pose.fieldOfView) / 2.0), across = high * aspect;
         const osg::Vec3d side = look ^ pose.up;
         double range = 1.0;

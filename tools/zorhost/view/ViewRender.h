@@ -3,6 +3,7 @@
 // graph written for any OpenSceneGraph viewer, or a window to walk about in.
 #pragma once
 
+#include <osg/BoundingBox>
 #include <osg/Node>
 #include <osg/Vec3d>
 
@@ -28,10 +29,10 @@ struct CameraPose {
 };
 
 // Looks at `target` (a scene position) from `request`'s heading, pitch and range, in the
-// level frame of the scene there; a range of 0 puts the whole of `scene` in view of a
-// picture `aspect` times as wide as high.
+// level frame of the scene there; a range of 0 puts all of `drawn` (the scene's box) in
+// view of a picture `aspect` times as wide as high.
 CameraPose cameraPose(const kelZor::DtCoordinateConverter& converter, const osg::Vec3d& target,
-                      const CameraRequest& request, const osg::Node& scene, double aspect);
+                      const CameraRequest& request, const osg::BoundingBox& drawn, double aspect);
 
 // Whether an X display is named; an off-screen picture and a window both need one.
 bool haveDisplay();

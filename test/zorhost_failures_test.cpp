@@ -67,6 +67,7 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
     fs::copy_file(sample + "valley_points.shx", dir.file("noprj.shx"));
     fs::copy_file(sample + "valley_points.dbf", dir.file("noprj.dbf"));
     fs::create_symlink(dir.file("pts.dbf"), dir.file("link.geojson"));
+    fs::create_symlink(dir.file("pts.dbf"), dir.file("link.png"));
     // Points without any code field, far from any DEM: nothing the engine makes features
     // or props of, and nothing the sample cell holds up.
     dir.write("nocode.geojson", R"({"type": "FeatureCollection", "features": [
@@ -129,8 +130,10 @@ TEST(ZorhostFailures, eachFailureIsOneClearLineAndLosesNothing) {
          1,
          "goes with " + dir.file("keep.pgw") + ", which exists; give --overwrite",
          {dir.file("keep.pgw")}},
-        {"map " + dir.file("pts.dbf") + " --features " + pts + " --overwrite", 1,
+        {"map " + dir.file("link.png") + " --features " + pts + " --overwrite", 1,
          "is one of the inputs", shapefile},
+        {"map " + dir.file("pts.dbf") + " --features " + pts + " --overwrite", 2,
+         "give a .png or a .tif (.tiff) picture; \".dbf\" is neither", shapefile},
         {"tiles " + quad + " --dataset Terrain --geojson " + quad + " --overwrite",
          1,
          "is one of the inputs",

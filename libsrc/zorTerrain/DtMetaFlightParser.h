@@ -56,8 +56,8 @@ public:
         int switchDistancesSet = 0;     // largest distances overwritten
         bool fileFormatSet = false;     // the first geometry dataset's FileFormat
         bool patternRewritten = false;  // its ".flt" pattern now ".medf"
-        // Whether the output was written; when not, why (publish still answers true once
-        // the write was attempted, and the target is then as it was).
+        // Whether libxml2 wrote the output without a fault it saw; when not, why (publish
+        // still answers true once the write was attempted).
         bool written = false;
         std::string writeProblem;
     };
@@ -67,8 +67,8 @@ public:
     // switch distance of each substitutive dataset to `switchDistance`, and turning the
     // first geometry dataset to the "medf" form, as the flags ask. False with a message,
     // writing nothing, when a file does not load or a switch distance table is not
-    // found. The output replaces the target only once it is completely written, so it
-    // may be the input itself.
+    // found. The output is saved with xmlSaveFile to the name given: a caller that needs
+    // it whole or not at all hands a temporary name and puts the file in place itself.
     static bool publish(const std::string& fileName, const std::string& mergeFileName,
                         const std::string& outputFileName, bool useMedfGeometry,
                         bool removeVirtualTexture, std::string& errorMessage,

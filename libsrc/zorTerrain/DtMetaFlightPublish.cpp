@@ -1,27 +1,20 @@
 // Publishing a MetaFlight document: merged, trimmed and turned on its XML tree, so that
-// what the element classes do not read survives, and written so that a failed write
-// leaves the target as it was.
+// what the element classes do not read survives, and saved to the name given.
 #include "zorTerrain/DtMetaFlightParser.h"
 
 #include <libxml/tree.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <libxml/xmlerror.h>
 
-#include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "zorTerrain/DtMetaFlightXml.h"
 
 namespace kelZor {
 
-using metaflight::FilePtr;
 using metaflight::findInWalk;
 using metaflight::hasName;
 using metaflight::isElement;
-using metaflight::XmlFreeString;
 
 namespace {
 
@@ -58,75 +51,17 @@ xmlNode* findFromDatabase(xmlNode* database, const std::string& name) {
     return findInWalk(database, 0, [&](const xmlNode* n) { return hasName(n, name); });
 }
 
-// The file a chain of symbolic links ends at (the path itself when it is no link), so
-// that publishing onto a link replaces what the link points to and keeps the link.
-std::string linkTarget(std::string path) {
-    for (int hops = 0; hops < 40; ++hops) {
-        struct stat info;
-        if (::lstat(path.c_str(), &info) != 0 || !S_ISLNK(info.st_mode))
-            return path;
-        std::string target(static_cast<size_t>(PATH_MAX), '\0');
-        const ssize_t length = ::readlink(path.c_str(), &target[0], target.size());
-        if (length <= 0 || static_cast<size_t>(length) >= target.size())
-            return path;
-        target.resize(static_cast<size_t>(length));
-        const size_t slash = path.rfind('/');
-        path = target[0] == '/' || slash == std::string::npos ? target
-                                                              : path.substr(0, slash + 1) + target;
-    }
-    return path;
-}
-
-bool writeAll(FILE* file, const xmlChar* text, int size) {
-    return std::fwrite(text, 1, static_cast<size_t>(size), file) == static_cast<size_t>(size) &&
-           std::fflush(file) == 0;
-}
-
-// Writes the document so that a failed or interrupted write leaves the output as it
-// was: beside the file (the end of its links) under a temporary name, renamed over it
-// once complete and on disk. An output that is no regular file (a pipe, a terminal,
-// /dev/stdout) cannot be replaced and is written directly; a directory is refused. The
-// reason of a failure goes to `problem`.
-bool writeAtomically(xmlDoc* document, const std::string& output, std::string& problem) {
-    xmlChar* raw = nullptr;
-    int size = 0;
-    xmlDocDumpMemory(document, &raw, &size);
-    std::unique_ptr<xmlChar, XmlFreeString> text(raw);
-    if (!text || size < 0) {
-        problem = "the document cannot be serialised";
-        return false;
-    }
-    struct stat existing;
-    if (::stat(output.c_str(), &existing) == 0 && S_ISDIR(existing.st_mode)) {
-        problem = "is a directory";
-        return false;
-    }
-    if (::stat(output.c_str(), &existing) == 0 && !S_ISREG(existing.st_mode)) {
-        FilePtr file(std::fopen(output.c_str(), "wb"));
-        if (!file || !writeAll(file.get(), text.get(), size)) {
-            problem = std::strerror(errno);
-            return false;
-        }
+// Writes the document to the name given, as it stands: where and how it is made safe
+// (a temporary, a rename, the checks of a full disk) is the caller's to decide, so that
+// publish holds no state between calls. What libxml2 says of a failed write is kept.
+bool saveDocument(xmlDoc* document, const std::string& output, std::string& problem) {
+    xmlResetLastError();
+    if (xmlSaveFile(output.c_str(), document) >= 0)
         return true;
-    }
-    const std::string target = linkTarget(output);
-    static unsigned counter = 0;
-    const std::string temporary =
-        target + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(counter++);
-    bool written = false;
-    {
-        FilePtr file(std::fopen(temporary.c_str(), "wb"));
-        if (file) {
-            written = writeAll(file.get(), text.get(), size) && fsync(fileno(file.get())) == 0;
-            if (written && ::stat(target.c_str(), &existing) == 0) {
-                fchmod(fileno(file.get()), existing.st_mode & 07777);
-            }
-        }
-    }
-    if (written && std::rename(temporary.c_str(), target.c_str()) == 0)
-        return true;
-    problem = std::strerror(errno);
-    std::remove(temporary.c_str());
+    const xmlError* error = xmlGetLastError();
+    problem = error && error->message ? error->message : "the document cannot be written";
+    while (!problem.empty() && (problem.back() == '\n' || problem.back() == ' '))
+        problem.pop_back();
     return false;
 }
 
@@ -272,9 +207,9 @@ bool DtMetaFlightParser::publish(const std::string& fileName, const std::string&
         }
     }
 
-    // True once the write was attempted, as engine tools expect of publish; whether it
-    // was written is in the summary. A failed write leaves the target untouched.
-    summary.written = writeAtomically(document.get(), outputFileName, summary.writeProblem);
+    // True once the write was attempted, as engine tools expect of publish; whether
+    // libxml2 saw it fail is in the summary.
+    summary.written = saveDocument(document.get(), outputFileName, summary.writeProblem);
     return true;
 }
 

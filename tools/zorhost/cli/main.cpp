@@ -22,6 +22,7 @@
 #include "InspectCommand.h"
 #include "LibraryModule.h"
 #include "MapCommand.h"
+#include "OutputTemporaries.h"
 #include "PluginLibrary.h"
 #include "PropCommands.h"
 #include "Scene.h"
@@ -571,12 +572,22 @@ void addView(CLI::App& app, Request& request) {
     addGroundStyle(view, r.inputs);
 }
 
+// Where a command's text answer goes: stderr when its GeoJSON takes standard output.
+std::ostream& answerStream(const std::string& name, const Request& request) {
+    const std::string* geojson = name == "describe"   ? &request.describe.geojson
+                                 : name == "tiles"    ? &request.tiles.geojson
+                                 : name == "features" ? &request.features.geojson
+                                 : name == "props"    ? &request.props.geojson
+                                                      : nullptr;
+    return geojson && *geojson == "-" ? std::cerr : std::cout;
+}
+
 int runMetaFlight(const CLI::App& command, Request& request, const LibraryCommands& commands) {
     const std::string name = command.get_name();
     if (name == "describe")
-        return commands.describe(request.describe, std::cout, std::cerr);
+        return commands.describe(request.describe, answerStream(name, request), std::cerr);
     if (name == "tiles")
-        return commands.tiles(request.tiles, std::cout, std::cerr);
+        return commands.tiles(request.tiles, answerStream(name, request), std::cerr);
     if (name == "check")
         return commands.check(request.check, std::cout, std::cerr);
     if (name == "convert") {
@@ -625,9 +636,9 @@ int runCommand(const CLI::App& command, Request& request) {
     if (name == "parsers")
         return listParsers(engine);
     if (name == "features")
-        return runFeatures(de, request.features, std::cout, std::cerr);
+        return runFeatures(de, request.features, answerStream(name, request), std::cerr);
     if (name == "props")
-        return runProps(de, request.props, std::cout, std::cerr);
+        return runProps(de, request.props, answerStream(name, request), std::cerr);
     if (name == "values")
         return runValues(de, request.valuesRequest, std::cout, std::cerr);
     if (name == "inspect")
@@ -803,6 +814,8 @@ int main(int argc, char** argv) {
     const CLI::App* command = app.get_subcommands().front();
     if (command->get_name() == "help")
         return printHelp(app, helpTopic);
+    // An interrupted run leaves no temporary behind and dies of its signal.
+    outputTemporaries::removeOnSignals();
     // Whatever the engine throws ends the command with one line, never an abort.
     try {
         return runCommand(*command, request);

@@ -9,6 +9,10 @@
 
 int runCheckMap(kelZor::DtDe& de, CheckRequest request, const LibraryCommands& commands,
                 std::ostream& out, std::ostream& err) {
+    if (const std::string kind = MapPicture::extensionProblem(request.map); !kind.empty()) {
+        err << "zorhost: check: --map " << kind << "\n";
+        return 2;
+    }
     {
         // Refused before the check prints its answer, not after.
         MapPicture picture;

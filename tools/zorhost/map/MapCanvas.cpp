@@ -6,6 +6,7 @@
 #include <limits>
 #include <set>
 
+#include "CheckedFile.h"
 #include "JsonOutput.h"
 
 namespace {
@@ -816,9 +817,17 @@ bool MapCanvas::writePng(const std::string& path, std::string& problem) {
                   cairo_status_to_string(cairo_surface_status(surface));
         return false;
     }
-    const cairo_status_t status = cairo_surface_write_to_png(surface, path.c_str());
-    if (status != CAIRO_STATUS_SUCCESS) {
-        problem = std::string("cannot be written: ") + cairo_status_to_string(status);
+    CheckedFile file;
+    const auto write = [](void* closure, const unsigned char* data, unsigned int length) {
+        return static_cast<CheckedFile*>(closure)->write(data, length) ? CAIRO_STATUS_SUCCESS
+                                                                       : CAIRO_STATUS_WRITE_ERROR;
+    };
+    const cairo_status_t status = file.open(path)
+                                      ? cairo_surface_write_to_png_stream(surface, write, &file)
+                                      : CAIRO_STATUS_WRITE_ERROR;
+    if (!file.close() || status != CAIRO_STATUS_SUCCESS) {
+        problem = "cannot be written: " +
+                  (file.failed() ? file.problem() : std::string(cairo_status_to_string(status)));
         return false;
     }
     return true;

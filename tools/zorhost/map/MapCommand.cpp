@@ -63,6 +63,8 @@ namespace {
 
 // A request that cannot be drawn, whatever the files hold: exit 2.
 std::string usageProblem(const MapRequest& request) {
+    if (const std::string kind = MapPicture::extensionProblem(request.output); !kind.empty())
+        return kind;
     if (request.terrains.empty() && request.features.empty() && request.props.empty() &&
         request.tiles.empty())
         return "nothing to draw: give --terrain, --features, --props or --tiles";

@@ -7,6 +7,7 @@
 
 #include "PropFacing.h"
 #include "TextNumbers.h"
+#include "TileCheck.h"
 
 namespace {
 
@@ -133,9 +134,9 @@ bool MapPainter::denseTiles(const TileLevelGrid& grid) {
             plane_.fromWgs84(grid.at(1.0, 1.0), northEast) &&
             plane_.fromWgs84(grid.at(0.0, 0.0), southWest))
             canvas_.cellImage(*cells_, northWest, northEast, southWest);
-        tilesByState_.assign(5, 0);
+        tilesByState_.assign(tileStateCount, 0);
         for (uint8_t state : cells_->states)
-            ++tilesByState_[std::min<uint8_t>(state, 4)];
+            ++tilesByState_[std::min<uint8_t>(state, tileStateCount - 1)];
         return true;
     }
     size_t every = 1;
@@ -196,7 +197,7 @@ TileVisitor MapPainter::tiles() {
         }
         if (cells_ && tile.row < cells_->rows && tile.col < cells_->columns) {
             const uint8_t state = std::min<uint8_t>(cells_->at(tile.row, tile.col), 4);
-            tilesByState_.resize(5, 0);
+            tilesByState_.resize(tileStateCount, 0);
             ++tilesByState_[state];
             canvas_.tileCell(corners, tileStateColour(state));
             return;
@@ -252,8 +253,14 @@ std::vector<LegendEntry> MapPainter::legend(const MapRequest& request, const Gro
                            request.dataset + " level " + std::to_string(request.level) + ": " +
                                std::to_string(tileRows_) + " x " + std::to_string(tileColumns_) +
                                " tiles"});
-        const char* names[] = {"present", "missing", "empty", "unreadable", "outside the database"};
-        for (uint8_t state = 0; state < 5; ++state) {
+        const char* names[] = {"present",
+                               "missing",
+                               "empty",
+                               "unreadable",
+                               "outside the database",
+                               "in an unreadable directory"};
+        static_assert(sizeof names / sizeof names[0] == tileStateCount, "a name per state");
+        for (uint8_t state = 0; state < tileStateCount; ++state) {
             if (tilesByState_[state] > 0) {
                 entries.push_back(
                     {LegendEntry::Area, tileStateColour(state),

@@ -16,6 +16,19 @@ bool MapPicture::isGeoTiff(const std::string& path) {
     return extension == ".tif" || extension == ".tiff";
 }
 
+std::string MapPicture::extensionProblem(const std::string& path) {
+    if (path.empty() || isGeoTiff(path))
+        return "";
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (extension == ".png")
+        return "";
+    return path + ": give a .png or a .tif (.tiff) picture; " +
+           (extension.empty() ? std::string("it has no extension")
+                              : "\"" + extension + "\" is neither");
+}
+
 std::string MapPicture::worldFileOf(const std::string& png) {
     return std::filesystem::path(png).replace_extension(".pgw").string();
 }
@@ -47,9 +60,9 @@ bool MapPicture::write(MapCanvas& canvas, const MapGrid& grid, const std::string
 
 bool MapPicture::writePng(MapCanvas& canvas, const double transform[6], const std::string& wkt,
                           std::string& problem) {
-    const std::string picture = file_.temporaryPath();
-    if (!canvas.writePng(picture, problem))
+    if (!canvas.writePng(file_.temporaryPath(), problem))
         return false;
+    const std::string picture = file_.gdalPath();
     if (!GDALWriteWorldFile(picture.c_str(), "pgw", const_cast<double*>(transform))) {
         problem = worldFileOf(path_) + " cannot be written: " + DtGdalMessages::last("GDAL failed");
         return false;
@@ -124,7 +137,7 @@ bool MapPicture::writeGeoTiff(MapCanvas& canvas, const double transform[6], cons
     const char* options[] = {"COMPRESS=DEFLATE", "PHOTOMETRIC=RGB", "ALPHA=UNASSOCIATED",
                              "TILED=YES", nullptr};
     GDALDatasetUniquePtr tiff(GetGDALDriverManager()->GetDriverByName("GTiff")->CreateCopy(
-        file_.temporaryPath().c_str(), rgba.get(), FALSE, const_cast<char**>(options), nullptr,
+        file_.gdalPath().c_str(), rgba.get(), FALSE, const_cast<char**>(options), nullptr,
         nullptr));
     if (!tiff || (tiff->FlushCache(), DtGdalMessages::failed())) {
         problem = "cannot be written: " + DtGdalMessages::last("GDAL failed");

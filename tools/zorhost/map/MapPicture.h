@@ -23,6 +23,9 @@ public:
                std::string& problem);
 
     static bool isGeoTiff(const std::string& path);
+    // Why `path` names no picture map writes (a PNG or a GeoTIFF, by its extension in any
+    // case); "" when it does, or is empty.
+    static std::string extensionProblem(const std::string& path);
     static std::string worldFileOf(const std::string& png);
     static std::string auxFileOf(const std::string& png);
 

@@ -44,7 +44,7 @@ MapColour ruleColour(size_t rule) {
 MapColour tileStateColour(uint8_t state) {
     static const MapColour colours[] = {
         {0.30, 0.66, 0.32}, {0.86, 0.14, 0.14}, {0.96, 0.60, 0.08},
-        {0.56, 0.22, 0.68}, {0.50, 0.50, 0.50},
+        {0.56, 0.22, 0.68}, {0.50, 0.50, 0.50}, {0.36, 0.18, 0.10},
     };
-    return colours[state < 5 ? state : 4];
+    return colours[state < 6 ? state : 5];
 }

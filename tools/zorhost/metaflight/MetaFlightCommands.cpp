@@ -1,5 +1,6 @@
 #include "MetaFlightCommands.h"
 
+#include <libxml/parser.h>
 #include <sys/stat.h>
 #include <boost/pointer_cast.hpp>
 
@@ -12,6 +13,7 @@
 
 #include "GeoJsonWriter.h"
 #include "JsonOutput.h"
+#include "OutputFile.h"
 #include "Progress.h"
 #include "TextNumbers.h"
 #include "TileCheck.h"
@@ -680,7 +682,7 @@ namespace {
 
 // What `check` lists, by the states asked for.
 struct Listing {
-    bool states[5] = {false, false, false, false, false};
+    bool states[tileStateCount] = {};
     bool extra = false;
 
     explicit Listing(const std::vector<std::string>& asked) {
@@ -688,7 +690,8 @@ struct Listing {
             asked.empty() ? std::vector<std::string>{"missing", "empty", "extra"} : asked;
         for (const std::string& name : names) {
             if (name == "missing" || name == "all") {
-                for (TileState s : {TileState::Missing, TileState::Unreadable, TileState::Outside})
+                for (TileState s : {TileState::Missing, TileState::Unreadable, TileState::Outside,
+                                    TileState::UnreadableDirectory})
                     states[static_cast<int>(s)] = true;
             }
             if (name == "empty" || name == "all")
@@ -712,7 +715,8 @@ std::string levelLine(const LevelTally& t) {
     for (const auto& [count, name] :
          {std::make_pair(t.missing, "missing"), std::make_pair(t.empty, "empty"),
           std::make_pair(t.unreadable, "unreadable"),
-          std::make_pair(t.outside, "outside the database")}) {
+          std::make_pair(t.outside, "outside the database"),
+          std::make_pair(t.unreadableDirectory, "in an unreadable directory")}) {
         if (count > 0)
             line += ", " + std::to_string(count) + " " + name;
     }
@@ -720,9 +724,11 @@ std::string levelLine(const LevelTally& t) {
 }
 
 Json levelJson(const LevelTally& t) {
-    return {{"level", t.level},     {"tiles", t.tiles},        {"present", t.present},
-            {"missing", t.missing}, {"empty", t.empty},        {"unreadable", t.unreadable},
-            {"outside", t.outside}, {"complete", t.complete()}};
+    return {{"level", t.level},        {"tiles", t.tiles},
+            {"present", t.present},    {"missing", t.missing},
+            {"empty", t.empty},        {"unreadable", t.unreadable},
+            {"outside", t.outside},    {"unreadableDirectory", t.unreadableDirectory},
+            {"complete", t.complete()}};
 }
 
 }  // namespace
@@ -823,6 +829,7 @@ int checkInto(const CheckRequest& request, RecordSink* records, std::ostream& ou
         faults.empty += t.empty;
         faults.unreadable += t.unreadable;
         faults.outside += t.outside;
+        faults.unreadableDirectory += t.unreadableDirectory;
     };
     visit.extra = [&](const std::string& path) {
         ++extras;
@@ -834,6 +841,15 @@ int checkInto(const CheckRequest& request, RecordSink* records, std::ostream& ou
             out << "extra\t" << path << '\n';
     };
     visit.progress = [&](uint64_t done, uint64_t total) { progress.update(done, total); };
+    visit.unreadableDirectory = [&](const std::string& directory, int error) {
+        err << "zorhost: " << directory << ": cannot be read: " << std::strerror(error)
+            << "; its tiles are counted as in an unreadable directory\n";
+    };
+    visit.linkedDirectory = [&](const std::string& directory) {
+        err << "zorhost: " << directory
+            << ": a symbolic link, not followed out of the database; its tiles are counted "
+               "as outside the database\n";
+    };
     TileCheckPlan plan;
     plan.datasets = request.datasets;
     plan.levels = request.levels;
@@ -855,8 +871,8 @@ int checkInto(const CheckRequest& request, RecordSink* records, std::ostream& ou
         out << "extra: " << extras << (extras == 1 ? " file" : " files")
             << " under the datasets' directories that no tile names\n";
         out << (complete ? "complete"
-                         : "incomplete: a tile is missing, empty, unreadable or "
-                           "outside the database")
+                         : "incomplete: a tile is missing, empty, unreadable, outside the "
+                           "database or in an unreadable directory")
             << "\n";
     }
     if (complete)
@@ -866,7 +882,8 @@ int checkInto(const CheckRequest& request, RecordSink* records, std::ostream& ou
     for (const auto& [n, name] :
          {std::make_pair(faults.missing, "missing"), std::make_pair(faults.empty, "empty"),
           std::make_pair(faults.unreadable, "unreadable"),
-          std::make_pair(faults.outside, "outside the database")}) {
+          std::make_pair(faults.outside, "outside the database"),
+          std::make_pair(faults.unreadableDirectory, "in an unreadable directory")}) {
         if (n > 0)
             faultText += (faultText.empty() ? "" : ", ") + std::to_string(n) + " " + name;
     }
@@ -941,23 +958,44 @@ static std::string publishProblem(const PublishRequest& request) {
     return "";
 }
 
+// Whether `path` holds a whole XML document: a short write cuts its end off.
+static bool wholeDocument(const std::string& path) {
+    const int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_HUGE;
+    std::unique_ptr<xmlDoc, void (*)(xmlDoc*)> document(xmlReadFile(path.c_str(), nullptr, options),
+                                                        xmlFreeDoc);
+    return document && xmlDocGetRootElement(document.get());
+}
+
 int runPublish(const PublishRequest& request, std::ostream& out, std::ostream& err) {
     if (const std::string problem = publishProblem(request); !problem.empty()) {
         err << "zorhost: " << problem << "\n";
         return 1;
     }
+    // IN may be OUT (with --overwrite): the document is read before OUT is replaced.
+    OutputFile file;
     std::string error;
+    if (!file.begin(request.output, {}, request.overwrite, error)) {
+        err << "zorhost: " << request.output << ": " << error << "\n";
+        return 1;
+    }
     DtMetaFlightParser::PublishSummary summary;
-    if (!DtMetaFlightParser::publish(request.input, request.merge, request.output, request.medf,
-                                     request.removeVirtualTexture, error, request.setSwitchDistance,
-                                     request.switchDistance, summary)) {
+    if (!DtMetaFlightParser::publish(request.input, request.merge, file.temporaryPath(),
+                                     request.medf, request.removeVirtualTexture, error,
+                                     request.setSwitchDistance, request.switchDistance, summary)) {
         while (!error.empty() && error.back() == '\n')
             error.pop_back();
         err << "zorhost: " << request.input << ": " << error << "\n";
         return 1;
     }
-    if (!summary.written) {
-        err << "zorhost: " << request.output << ": not written: " << summary.writeProblem << "\n";
+    if (!summary.written || !wholeDocument(file.temporaryPath())) {
+        err << "zorhost: " << request.output << ": not written: "
+            << (summary.writeProblem.empty() ? "what was written is not the whole document"
+                                             : summary.writeProblem)
+            << "\n";
+        return 1;
+    }
+    if (!file.commit(error)) {
+        err << "zorhost: " << request.output << ": " << error << "\n";
         return 1;
     }
     std::vector<std::string> changes;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <filesystem>
@@ -109,6 +110,22 @@ public:
     }
     const std::string& document() const { return document_; }
 
+    // The first directory from the document's down to `root` that is a symbolic link
+    // (the walk never leaves the database through one); "" when none is.
+    std::string linkOnTheWay(const std::string& root) const {
+        if (root.size() <= normalPrefix_.size())
+            return "";
+        for (size_t slash = root.find('/', normalPrefix_.size());;
+             slash = root.find('/', slash + 1)) {
+            const std::string step = root.substr(0, slash);
+            struct stat info;
+            if (::lstat(step.c_str(), &info) == 0 && S_ISLNK(info.st_mode))
+                return step;
+            if (slash == std::string::npos)
+                return "";
+        }
+    }
+
 private:
     std::string prefix_, normalPrefix_, document_;
 };
@@ -170,11 +187,12 @@ struct FileOnDisk {
 // Each non-directory under the roots with its state, read on a few threads that share
 // a queue of directories: each reads a directory and stats its files by name from it, so
 // a file costs one short lookup, and a network file system's slow answers overlap. A
-// root inside another is walked once; a link to a directory is not followed.
+// root inside another is walked once; a link to a directory is not followed, and is
+// kept with the directories that could not be read.
 class Walk {
 public:
-    Walk(std::vector<std::string> roots, const std::string& document, int threads)
-        : document_(document) {
+    Walk(std::vector<std::string> roots, const Database& database, int threads)
+        : document_(database.document()) {
         std::sort(roots.begin(), roots.end());
         std::vector<std::string> walked;
         for (const std::string& root : roots) {
@@ -183,7 +201,11 @@ public:
                     return w == "." || (root.compare(0, w.size(), w) == 0 &&
                                         (root.size() == w.size() || root[w.size()] == '/'));
                 });
-            if (!nested)
+            if (nested)
+                continue;
+            if (const std::string link = database.linkOnTheWay(root); !link.empty())
+                linked_.push_back(link);
+            else
                 walked.push_back(root);
         }
         queue_ = walked;
@@ -205,6 +227,10 @@ public:
         }
         return all;
     }
+    // Directories not walked: links out of the database, and those that could not be
+    // read with why.
+    const std::vector<std::string>& linked() const { return linked_; }
+    const std::vector<std::pair<std::string, int>>& unreadable() const { return unreadable_; }
 
 private:
     void work(std::vector<FileOnDisk>& found) {
@@ -232,10 +258,22 @@ private:
     }
 
     void read(const std::string& directory, std::vector<FileOnDisk>& found,
-              std::vector<std::string>& below) const {
-        std::unique_ptr<DIR, int (*)(DIR*)> handle(::opendir(directory.c_str()), ::closedir);
-        if (!handle)
+              std::vector<std::string>& below) {
+        const int opened =
+            ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        std::unique_ptr<DIR, int (*)(DIR*)> handle(opened < 0 ? nullptr : ::fdopendir(opened),
+                                                   ::closedir);
+        if (!handle) {
+            const int error = errno;
+            if (opened >= 0)
+                ::close(opened);
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (error == ELOOP || error == ENOTDIR)
+                linked_.push_back(directory);
+            else if (error != ENOENT)
+                unreadable_.emplace_back(directory, error);
             return;
+        }
         const int fd = ::dirfd(handle.get());
         const std::string prefix = directory == "." ? "" : directory + "/";
         while (const dirent* entry = ::readdir(handle.get())) {
@@ -249,9 +287,17 @@ private:
             struct stat info;
             const bool known = ::fstatat(fd, name, &info, 0) == 0;
             if (known && S_ISDIR(info.st_mode)) {
-                if (entry->d_type == DT_UNKNOWN)
+                struct stat own;
+                const bool link =
+                    entry->d_type == DT_LNK ||
+                    (::fstatat(fd, name, &own, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(own.st_mode));
+                if (!link) {
                     below.push_back(prefix + name);
-                continue;  // a link to a directory: not followed
+                } else {
+                    const std::lock_guard<std::mutex> lock(mutex_);
+                    linked_.push_back(prefix + name);  // not followed
+                }
+                continue;
             }
             std::string path = prefix + name;
             if (path == document_)
@@ -266,6 +312,32 @@ private:
     std::vector<std::string> queue_;
     size_t busy_ = 0;
     std::vector<std::vector<FileOnDisk>> found_;
+    std::vector<std::string> linked_;
+    std::vector<std::pair<std::string, int>> unreadable_;
+};
+
+// The directories the walk did not enter, and what a tile under one of them is.
+class Blocked {
+public:
+    explicit Blocked(const Walk& walk) {
+        for (const std::string& d : walk.linked())
+            all_.emplace_back(d, TileState::Outside);
+        for (const auto& [d, error] : walk.unreadable())
+            all_.emplace_back(d, TileState::UnreadableDirectory);
+    }
+    bool any() const { return !all_.empty(); }
+    // The state of a tile the walk did not find at `path`.
+    TileState stateOf(const std::string& path) const {
+        for (const auto& [d, state] : all_) {
+            if (path.size() > d.size() && path[d.size()] == '/' &&
+                path.compare(0, d.size(), d) == 0)
+                return state;
+        }
+        return TileState::Missing;
+    }
+
+private:
+    std::vector<std::pair<std::string, TileState>> all_;
 };
 
 // The files found, by path: open addressing over each path's hash, so that a lookup
@@ -326,6 +398,9 @@ void count(LevelTally& tally, TileState state) {
             break;
         case TileState::Outside:
             ++tally.outside;
+            break;
+        case TileState::UnreadableDirectory:
+            ++tally.unreadableDirectory;
             break;
     }
 }
@@ -396,7 +471,17 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
         if (chosen[i] && !checked[i].root.empty())
             roots.push_back(checked[i].root);
     }
-    const std::vector<FileOnDisk> files = Walk(roots, database.document(), plan.threads).files();
+    Walk walk(roots, database, plan.threads);
+    const std::vector<FileOnDisk> files = walk.files();
+    const Blocked blocked(walk);
+    for (const auto& [directory, error] : walk.unreadable()) {
+        if (visit.unreadableDirectory)
+            visit.unreadableDirectory(directory, error);
+    }
+    for (const std::string& directory : walk.linked()) {
+        if (visit.linkedDirectory)
+            visit.linkedDirectory(directory);
+    }
     const FileIndex onDisk(files);
     std::vector<bool> named(files.size(), false);
 
@@ -437,6 +522,8 @@ void checkTiles(const DtMetaFlightDescription& d, const TileCheckPlan& plan,
                     if (file >= 0) {
                         named[static_cast<size_t>(file)] = true;
                         states[k] = files[static_cast<size_t>(file)].state;
+                    } else if (blocked.any()) {
+                        states[k] = blocked.stateOf(paths[k]);
                     }
                 }
                 if (!reported)

@@ -20,7 +20,17 @@ namespace kelZor {
 class DtMetaFlightDescription;
 }
 
-enum class TileState : uint8_t { Present, Missing, Empty, Unreadable, Outside };
+// UnreadableDirectory: a tile the walk could not look for, as a directory above it
+// cannot be read.
+enum class TileState : uint8_t {
+    Present,
+    Missing,
+    Empty,
+    Unreadable,
+    Outside,
+    UnreadableDirectory
+};
+const uint8_t tileStateCount = 6;
 inline const char* tileStateName(TileState state) {
     switch (state) {
         case TileState::Present:
@@ -33,6 +43,8 @@ inline const char* tileStateName(TileState state) {
             return "unreadable";
         case TileState::Outside:
             return "outside";
+        case TileState::UnreadableDirectory:
+            return "unreadable directory";
     }
     return "?";
 }
@@ -50,7 +62,8 @@ struct LevelTally {
     std::string dataset;
     bool virtualTexture = false;
     unsigned level = 0;
-    uint64_t tiles = 0, present = 0, missing = 0, empty = 0, unreadable = 0, outside = 0;
+    uint64_t tiles = 0, present = 0, missing = 0, empty = 0, unreadable = 0, outside = 0,
+             unreadableDirectory = 0;
     bool complete() const { return present == tiles; }
 };
 
@@ -69,6 +82,10 @@ struct TileCheckVisitor {
     std::function<void(const CheckedTile&)> tile;        // every tile, in order
     std::function<void(const LevelTally&)> level;        // after its tiles
     std::function<void(const std::string& path)> extra;  // in path order, after every level
+    // A directory under a dataset's that could not be read (errno), or that is a link the
+    // walk does not follow out of the database; before the datasets.
+    std::function<void(const std::string& directory, int error)> unreadableDirectory;
+    std::function<void(const std::string& directory)> linkedDirectory;
     std::function<void(uint64_t done, uint64_t total)> progress;
 };
 

@@ -70,14 +70,15 @@ bool GeoJsonWriter::open(const Target& target, const Fields& fields, bool threeD
         error = "this GDAL has no GeoJSON driver";
         return false;
     }
-    dataset_.reset(driver->Create(file_.temporaryPath().c_str(), 0, 0, 0, GDT_Unknown, nullptr));
+    dataset_.reset(driver->Create(file_.gdalPath().c_str(), 0, 0, 0, GDT_Unknown, nullptr));
     if (!dataset_) {
         error = path_ + ": " + DtGdalMessages::last("cannot be created");
         return false;
     }
     OGRSpatialReference wgs84 = DtWgs84();
-    layer_ = dataset_->CreateLayer(std::filesystem::path(path_).stem().c_str(), &wgs84, wkbUnknown,
-                                   nullptr);
+    const std::string layerName =
+        path_ == "-" ? std::string("stdout") : std::filesystem::path(path_).stem().string();
+    layer_ = dataset_->CreateLayer(layerName.c_str(), &wgs84, wkbUnknown, nullptr);
     for (const auto& [name, type] : fields) {
         OGRFieldDefn field(name.c_str(), type);
         if (!layer_ || layer_->CreateField(&field) != OGRERR_NONE) {

@@ -5,7 +5,9 @@
 #include <osg/GraphicsContext>
 #include <osg/Image>
 #include <osg/Notify>
+#include <osgDB/FileNameUtils>
 #include <osgDB/Options>
+#include <osgDB/Registry>
 #include <osgDB/WriteFile>
 #include <osgGA/KeySwitchMatrixManipulator>
 #include <osgGA/StateSetManipulator>
@@ -18,11 +20,32 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <functional>
+#include <ostream>
 
+#include "CheckedFile.h"
 #include "matrix/DtVector64.h"
 #include "zorUtil/DtCoordinateConverter.h"
 
 namespace {
+
+// Lets an OpenSceneGraph writer write through a checked file, whose faults it would not
+// see itself.
+bool writeThroughCheckedFile(const std::string& path, std::string& problem,
+                             const std::function<bool(std::ostream&)>& write) {
+    CheckedFile file;
+    bool written = false;
+    if (file.open(path)) {
+        std::ostream stream(&file.buffer());
+        written = write(stream) && stream.flush().good();
+    }
+    if (!file.close() || !written) {
+        problem = file.failed() ? "cannot be written: " + file.problem()
+                                : std::string("cannot be written (OpenSceneGraph's writer failed)");
+        return false;
+    }
+    return true;
+}
 
 const osg::Vec4 skyColour(0.80, 0.87, 0.94, 1.0);
 
@@ -170,20 +193,33 @@ bool renderPng(osg::Node& scene, const CameraPose& pose, int width, int height,
     viewer.frame();
     viewer.setSceneData(nullptr);  // the scene outlives this viewer
     // GL reads rows from the bottom; OpenSceneGraph's PNG writer writes them from the top.
-    if (!osgDB::writeImageFile(*image, path)) {
-        problem = "cannot write the PNG (OpenSceneGraph's PNG writer failed)";
+    osgDB::ReaderWriter* writer = osgDB::Registry::instance()->getReaderWriterForExtension("png");
+    if (!writer) {
+        problem = "cannot write the PNG (OpenSceneGraph has no PNG writer here)";
         return false;
     }
-    return true;
+    return writeThroughCheckedFile(path, problem, [&](std::ostream& stream) {
+        return writer->writeImage(*image, stream).success();
+    });
 }
 
 bool writeSceneGraph(osg::Node& scene, const std::string& path, std::string& problem) {
-    osg::ref_ptr<osgDB::Options> options = new osgDB::Options("WriteImageHint=IncludeData");
-    if (!osgDB::writeNodeFile(scene, path, options.get())) {
+    const std::string extension = osgDB::getLowerCaseFileExtension(path);
+    osgDB::ReaderWriter* writer =
+        osgDB::Registry::instance()->getReaderWriterForExtension(extension);
+    if (!writer) {
         problem = "cannot write the scene graph (OpenSceneGraph has no writer for it here)";
         return false;
     }
-    return true;
+    osg::ref_ptr<osgDB::Options> options = new osgDB::Options("WriteImageHint=IncludeData");
+    // Written to a stream, the native formats take their flavour from the options rather
+    // than from the file's name.
+    options->setPluginStringData("fileType", extension == "osgt"   ? "Ascii"
+                                             : extension == "osgx" ? "XML"
+                                                                   : "Binary");
+    return writeThroughCheckedFile(path, problem, [&](std::ostream& stream) {
+        return writer->writeNode(scene, stream, options.get()).success();
+    });
 }
 
 bool showWindow(osg::Node& scene, const CameraPose& pose, int width, int height,

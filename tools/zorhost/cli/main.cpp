@@ -50,13 +50,16 @@ file; stdout holds only the answer.
   1  a file could not be answered: missing, unreadable, a directory, refused by its
      parser (the line says why), not loaded, or not written
   1  an output that exists, without --overwrite (publish's OUT, IN included; --geojson;
-     map's picture), or one that is an input
+     map's picture), or one that is an input; one that appeared while it was written
+  1  an output not written whole: a full disk, a file size limit, an I/O error; the
+     target is left as it was and no temporary stays
   1  the engine was told an error (a model definition that does not exist)
   1  a prop was not placed: no --terrain source lies below or above its point
   1  a file with objects gave the engine nothing (no feature, prop or point)
   1  map: the inputs hold nothing the scene can place; a DEM GDAL cannot read; a
      --ramp GDAL finds no colour in
-  1  check: a tile missing, empty, unreadable or outside the database
+  1  check: a tile missing, empty, unreadable or outside the database (through a
+     linked directory too), or in a directory that cannot be read
   1  --scene @FILE: the file gives no coordinate system
   2  an unknown command or option, a missing or malformed argument
   2  a parser name that is not registered
@@ -67,12 +70,15 @@ file; stdout holds only the answer.
   2  a malformed rules file
   2  a negative level or switch distance
   2  map: nothing given to draw, --props without --rules, --tiles without --dataset,
-     an empty or non-finite --extent, a --size side outside 1..16384
+     an empty or non-finite --extent, a --size side outside 1..16384, an OUT (check's
+     --map too) that is not a .png, .tif or .tiff
   1  view: no X display for a window or --png; a model file that exists and
      OpenSceneGraph cannot read, or reads with nothing to draw in it
   2  view: as map's, and --png not a .png, --osgb not a scene graph OpenSceneGraph
      writes, a pitch beyond 90 degrees either way, a range of 0 or less, a --size side
      outside 1..8192
+ 128+N  ended by signal N (SIGINT, SIGTERM, SIGHUP, SIGPIPE): its temporaries are
+     removed first and every output is the old file or the new one, whole
 )";
 
 const char* const footer = R"(

@@ -55,6 +55,8 @@ bool MapPicture::write(MapCanvas& canvas, const MapGrid& grid, const std::string
     const DtGdalMessages quiet(DtGdalMessages::Quiet);
     const bool written = isGeoTiff(path_) ? writeGeoTiff(canvas, transform, wkt, problem)
                                           : writePng(canvas, transform, wkt, problem);
+    if (!written && !file_.writeFault().empty())
+        problem = "cannot be written: " + file_.writeFault();  // the cause, not GDAL's echo
     return written && file_.commit(problem);
 }
 

@@ -97,7 +97,9 @@ bool GeoJsonWriter::add(Shape shape, const std::vector<Wgs84Position>& vertices,
         setProperty(*feature, name, value);
     feature->SetGeometryDirectly(geometryOf(shape, vertices, threeD_).release());
     if (layer_->CreateFeature(feature.get()) != OGRERR_NONE) {
-        error = path_ + ": " + DtGdalMessages::last("cannot be written");
+        error = path_ + ": " +
+                (file_.writeFault().empty() ? DtGdalMessages::last("cannot be written")
+                                            : "cannot be written: " + file_.writeFault());
         return false;
     }
     return true;
@@ -108,7 +110,7 @@ bool GeoJsonWriter::close(std::string& error) {
         return false;
     const DtGdalMessages quiet(DtGdalMessages::Quiet);
     GDALClose(dataset_.release());  // the driver writes the file out here
-    if (DtGdalMessages::failed()) {
+    if (DtGdalMessages::failed() && file_.writeFault().empty()) {
         error = path_ + ": " + DtGdalMessages::last("cannot be written");
         return false;
     }

@@ -1,13 +1,12 @@
 #include "OutputFile.h"
 
 #include <fcntl.h>
-#include <linux/fs.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
@@ -336,14 +335,20 @@ void OutputFile::rollBack() {
     }
 }
 
-bool OutputFile::commit(std::string& problem) {
-    const outputTemporaries::CommitGuard signalsWait;
+std::string OutputFile::writeFault() const {
     for (const std::string& directory : directories_) {
         const std::string fault = outputTemporaries::writeProblem(directory);
-        if (!fault.empty()) {
-            problem = "cannot be written: " + fault;
-            return false;
-        }
+        if (!fault.empty())
+            return fault;
+    }
+    return "";
+}
+
+bool OutputFile::commit(std::string& problem) {
+    const outputTemporaries::CommitGuard signalsWait;
+    if (const std::string fault = writeFault(); !fault.empty()) {
+        problem = "cannot be written: " + fault;
+        return false;
     }
     if (inPlace_)
         return writeInPlace(problem);

@@ -48,6 +48,9 @@ public:
     // The same, for GDAL to write through the checked file system.
     std::string gdalPath() const;
     std::string gdalPathOf(const std::string& companion) const;
+    // The first write fault met in the temporaries ("" when none): the reason to give
+    // when a library fails after a short write with a message of its own.
+    std::string writeFault() const;
     // Puts the files in place; false with the reason, everything as it was.
     bool commit(std::string& problem);
     // Written through in place: standard output, a pipe, a device.

@@ -180,3 +180,79 @@ TEST(ElevationSource, sourcesAreReadABlockAtATimeWhateverTheyClaim) {
     EXPECT_NEAR(height, 1000.0, 1e-6);
     EXPECT_LE(cache->bytesHeld(), size_t(1200000) * sizeof(float));  // one row's block
 }
+
+// No-data as GDAL's mask decides it, for each kind of mask: a Float64 no-data whose posts
+// were rounded through Float32, an Int16 -32768, NaN, a per-dataset mask file (.msk) and
+// an alpha band. The post of the hole has no height and nor has a place between it and
+// its neighbours; the posts around it keep theirs.
+TEST(ElevationSource, holesAreWhereGdalsMaskPutsThem) {
+    TempDir dir;
+    GDALAllRegister();
+    struct Kind {
+        std::string name;
+        GDALDataType type;
+        double hole;
+        std::function<void(GDALDataset&)> mark;
+    };
+    const double rounded = static_cast<double>(static_cast<float>(-9999.9));
+    const std::vector<Kind> kinds = {
+        {"rounded.tif", GDT_Float64, rounded,
+         [](GDALDataset& d) { d.GetRasterBand(1)->SetNoDataValue(-9999.9); }},
+        {"int16.tif", GDT_Int16, -32768,
+         [](GDALDataset& d) { d.GetRasterBand(1)->SetNoDataValue(-32768); }},
+        {"nan.tif", GDT_Float32, std::nan(""), [](GDALDataset&) {}},
+        {"masked.tif", GDT_Float32, 100.0,
+         [](GDALDataset& d) {
+             CPLSetThreadLocalConfigOption("GDAL_TIFF_INTERNAL_MASK", "NO");
+             ASSERT_EQ(d.CreateMaskBand(GMF_PER_DATASET), CE_None);
+             CPLSetThreadLocalConfigOption("GDAL_TIFF_INTERNAL_MASK", nullptr);
+             std::vector<GByte> valid(9, 255);
+             valid[4] = 0;
+             ASSERT_EQ(d.GetRasterBand(1)->GetMaskBand()->RasterIO(
+                           GF_Write, 0, 0, 3, 3, valid.data(), 3, 3, GDT_Byte, 0, 0),
+                       CE_None);
+         }},
+        {"alpha.tif", GDT_Byte, 100.0,
+         [](GDALDataset& d) {
+             GDALRasterBand& alpha = *d.GetRasterBand(2);
+             alpha.SetColorInterpretation(GCI_AlphaBand);
+             std::vector<GByte> opaque(9, 255);
+             opaque[4] = 0;
+             ASSERT_EQ(alpha.RasterIO(GF_Write, 0, 0, 3, 3, opaque.data(), 3, 3, GDT_Byte, 0, 0),
+                       CE_None);
+         }},
+    };
+    for (const Kind& k : kinds) {
+        SCOPED_TRACE(k.name);
+        const std::string path = dir.file(k.name);
+        {
+            const bool alpha = k.name == "alpha.tif";
+            char** options = alpha ? CSLSetNameValue(nullptr, "ALPHA", "YES") : nullptr;
+            GDALDatasetUniquePtr d(GetGDALDriverManager()->GetDriverByName("GTiff")->Create(
+                path.c_str(), 3, 3, alpha ? 2 : 1, k.type, options));
+            CSLDestroy(options);
+            ASSERT_TRUE(d);
+            double transform[6] = {8.5, 0.5, 0.0, 46.5, 0.0, -0.5};
+            d->SetGeoTransform(transform);
+            OGRSpatialReference srs;
+            srs.importFromEPSG(4326);
+            d->SetSpatialRef(&srs);
+            // A plane, 100 m at the north-west post, rising 10 m a column and 1 m a row.
+            std::vector<double> posts = {100, 110, 120, 101, 111, 121, 102, 112, 122};
+            posts[4] = k.hole;
+            ASSERT_EQ(d->GetRasterBand(1)->RasterIO(GF_Write, 0, 0, 3, 3, posts.data(), 3, 3,
+                                                    GDT_Float64, 0, 0),
+                      CE_None);
+            k.mark(*d);
+        }
+        bool found = true;
+        heightAt(path, 9.25, 45.75, found);  // the hole itself
+        EXPECT_FALSE(found);
+        heightAt(path, 9.1, 45.9, found);  // between it and its neighbours
+        EXPECT_FALSE(found);
+        EXPECT_NEAR(heightAt(path, 8.75, 46.25, found), 100.0, 1e-6);  // a corner post
+        EXPECT_TRUE(found);
+        EXPECT_NEAR(heightAt(path, 9.75, 45.25, found), 122.0, 1e-6);  // the opposite one
+        EXPECT_TRUE(found);
+    }
+}

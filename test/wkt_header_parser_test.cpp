@@ -228,3 +228,16 @@ TEST(WktHeaderParser, degreesByTheirUnitName) {
         EXPECT_EQ(steps.usingDegrees(srs), degrees) << unit;
     }
 }
+
+// WKT nested far deeper than any coordinate system (a hostile model file) is refused by
+// OGR's reader, not followed down: the parser answers false and the process lives.
+TEST(WktHeaderParser, deeplyNestedWktIsRefused) {
+    for (int depth : {64, 100000}) {
+        SCOPED_TRACE(depth);
+        std::string wkt;
+        for (int i = 0; i < depth; ++i)
+            wkt += "A[";
+        wkt += std::string(static_cast<size_t>(depth), ']');
+        EXPECT_FALSE(ask(modelFile(wkt)).valid);
+    }
+}

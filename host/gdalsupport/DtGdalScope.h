@@ -34,10 +34,35 @@ public:
     DtGdalMessages(const DtGdalMessages&) = delete;
     DtGdalMessages& operator=(const DtGdalMessages&) = delete;
 
-    // The last message GDAL gave in this scope (on this thread), or `fallback`.
+    // The last message GDAL gave in this scope (on this thread), or `fallback`, as one
+    // line: GDAL's messages of several lines (a VRT that refers to itself) are folded,
+    // and other control characters shown as escapes.
     static std::string last(const std::string& fallback = std::string()) {
         const char* message = CPLGetLastErrorMsg();
-        return message && *message ? message : fallback;
+        return message && *message ? oneLine(message) : fallback;
+    }
+    static std::string oneLine(const std::string& text) {
+        std::string line;
+        bool broken = false;
+        for (const char c : text) {
+            if (c == '\n' || c == '\r') {
+                broken = true;
+                continue;
+            }
+            if (broken && !line.empty())
+                line += "; ";
+            broken = false;
+            if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+                static const char hex[] = "0123456789abcdef";
+                line += c == '\t' ? std::string("\\t")
+                                  : std::string("\\x") + hex[(c >> 4) & 0xf] + hex[c & 0xf];
+            } else {
+                line += c;
+            }
+        }
+        while (!line.empty() && line.back() == ' ')
+            line.pop_back();
+        return line;
     }
     static bool failed() { return CPLGetLastErrorType() >= CE_Failure; }
 

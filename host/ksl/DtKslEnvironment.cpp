@@ -18,6 +18,41 @@ struct KslError {
     std::string message;
 };
 
+// What one evaluation has made, charged as it is made and never given back: a bound on
+// what it can hold at once, whatever the text (a string doubled twelve times over, a list
+// of ten million items).
+class Budget {
+public:
+    // What an object costs: itself, its shared_ptr's control block, the allocator's due.
+    static constexpr size_t objectBytes = sizeof(DtlObj) + 48;
+
+    void charge(size_t bytes, int line) {
+        spent_ += bytes;
+        if (spent_ > DtKslEnvironment::maxEvaluationBytes) {
+            throw KslError{line, "the evaluation takes more than " +
+                                     std::to_string(DtKslEnvironment::maxEvaluationBytes >> 20) +
+                                     " MB (the limit of one evaluation)"};
+        }
+    }
+    static void checkString(size_t length, int line) {
+        if (length > DtKslEnvironment::maxStringLength) {
+            throw KslError{line, "a string longer than " +
+                                     std::to_string(DtKslEnvironment::maxStringLength >> 20) +
+                                     " MB (the limit of one string)"};
+        }
+    }
+    static void checkList(size_t items, int line) {
+        if (items > DtKslEnvironment::maxListLength) {
+            throw KslError{line, "a list longer than " +
+                                     std::to_string(DtKslEnvironment::maxListLength) +
+                                     " items (the limit of one list)"};
+        }
+    }
+
+private:
+    size_t spent_ = 0;
+};
+
 // A form and the line it started on.
 struct Form {
     DtlObjPtr object;
@@ -48,7 +83,8 @@ DtlObjPtr atom(const std::string& token) {
     return DtlObj::symbol(token);
 }
 
-DtlObjPtr listOf(const std::vector<DtlObjPtr>& items) {
+DtlObjPtr listOf(const std::vector<DtlObjPtr>& items, Budget& budget, int line) {
+    budget.charge(items.size() * Budget::objectBytes, line);
     DtlObjPtr list = DtlObj::nil();
     for (auto it = items.rbegin(); it != items.rend(); ++it)
         list = DtlObj::cons(*it, list);
@@ -60,7 +96,7 @@ DtlObjPtr listOf(const std::vector<DtlObjPtr>& items) {
 // leaves the bindings of the forms before it in place.
 class FormReader {
 public:
-    explicit FormReader(const std::string& text) : text_(text) {}
+    FormReader(const std::string& text, Budget& budget) : text_(text), budget_(budget) {}
 
     // False at the end of the text; throws KslError on a syntax error.
     bool next(Form& form) {
@@ -74,11 +110,15 @@ public:
         bool done = false;
         auto finish = [&](DtlObjPtr object) {
             for (; quotes > 0; --quotes)
-                object = listOf({DtlObj::symbol("quote"), object});
+                object = listOf({DtlObj::symbol("quote"), object}, budget_, line_);
             if (open.empty()) {
                 form = {object, formLine_};
                 done = true;
             } else {
+                // A form is one longer than the list it makes: (list 1 2 ...) names its
+                // operator too.
+                Budget::checkList(open.back().items.size(), line_);
+                budget_.charge(sizeof(DtlObjPtr), line_);
                 open.back().items.push_back(object);
             }
         };
@@ -117,15 +157,18 @@ public:
                 open.pop_back();
                 quotes = closed.quotes;
                 ++at_;
-                finish(listOf(closed.items));
+                finish(listOf(closed.items, budget_, line_));
             } else if (c == '"') {
                 startsForm();
-                finish(DtlObj::string(readString()));
+                std::string value = readString();
+                budget_.charge(Budget::objectBytes + value.size(), line_);
+                finish(DtlObj::string(value));
             } else {
                 startsForm();
                 const size_t begin = at_;
                 while (at_ < text_.size() && !isDelimiter(text_[at_]))
                     ++at_;
+                budget_.charge(Budget::objectBytes + (at_ - begin), line_);
                 finish(atom(text_.substr(begin, at_ - begin)));
             }
         }
@@ -152,12 +195,14 @@ private:
             if (text_[at_] == '\\' && at_ + 1 < text_.size())
                 ++at_;
             value += text_[at_];
+            Budget::checkString(value.size(), start);
         }
         ++at_;
         return value;
     }
 
     const std::string& text_;
+    Budget& budget_;
     size_t at_ = 0;
     int line_ = 1;
     int formLine_ = 1;
@@ -187,12 +232,13 @@ std::string describe(const DtlObjPtr& object) {
 
 class DtKslEnvironment::Evaluator {
 public:
-    Evaluator(DtKslEnvironment& environment, const std::string& fileName, int loadDepth)
-        : environment_(environment), fileName_(fileName), loadDepth_(loadDepth) {}
+    Evaluator(DtKslEnvironment& environment, const std::string& fileName, int loadDepth,
+              Budget& budget)
+        : environment_(environment), fileName_(fileName), loadDepth_(loadDepth), budget_(budget) {}
 
     DtlObjPtr run(const std::string& text) {
         DtlObjPtr value = DtlObj::nil();
-        FormReader reader(text);
+        FormReader reader(text, budget_);
         for (Form form; reader.next(form);) {
             line_ = form.line;
             value = eval(form.object, 0);
@@ -228,6 +274,7 @@ private:
 
     std::vector<DtlObjPtr> evaluated(const std::vector<DtlObjPtr>& forms, int depth) {
         std::vector<DtlObjPtr> values;
+        budget_.charge(forms.size() * sizeof(DtlObjPtr), line_);
         for (const DtlObjPtr& form : forms)
             values.push_back(eval(form, depth + 1));
         return values;
@@ -291,10 +338,13 @@ private:
             return load(eval(args[0], depth + 1));
         }
         const std::vector<DtlObjPtr> values = evaluated(args, depth);
-        if (op == "list")
-            return listOf(values);
+        if (op == "list") {
+            Budget::checkList(values.size(), line_);
+            return listOf(values, budget_, line_);
+        }
         if (op == "cons") {
             count(2, 2);
+            budget_.charge(Budget::objectBytes, line_);
             return DtlObj::cons(values[0], values[1]);
         }
         if (op == "car" || op == "cdr") {
@@ -304,16 +354,25 @@ private:
             return op == "car" ? DtcCar(values[0]) : DtcCdr(values[0]);
         }
         if (op == "strcat" || op == "string-append") {
-            std::string text;
+            size_t length = 0;
             for (const DtlObjPtr& value : values) {
                 if (!DtcStringp(value))
                     fail(op + " of " + describe(value));
-                text += value->text();
+                length += value->text().size();
             }
+            // Measured before it is made: a string doubled over and over stops here.
+            Budget::checkString(length, line_);
+            budget_.charge(Budget::objectBytes + length, line_);
+            std::string text;
+            text.reserve(length);
+            for (const DtlObjPtr& value : values)
+                text += value->text();
             return DtlObj::string(text);
         }
-        if (op == "+" || op == "-" || op == "*" || op == "/")
+        if (op == "+" || op == "-" || op == "*" || op == "/") {
+            budget_.charge(Budget::objectBytes, line_);
             return arithmetic(op, values);
+        }
         fail("unknown function " + op);
     }
 
@@ -418,7 +477,7 @@ private:
         std::string problem;
         if (!readFile(path.stdString(), text, problem))
             fail("cannot load " + path.stdString() + ": " + problem);
-        Evaluator nested(environment_, path.stdString(), loadDepth_ + 1);
+        Evaluator nested(environment_, path.stdString(), loadDepth_ + 1, budget_);
         try {
             return nested.run(text);
         } catch (const KslError& error) {
@@ -450,6 +509,7 @@ private:
     DtKslEnvironment& environment_;
     std::string fileName_;
     int loadDepth_;
+    Budget& budget_;
     int line_ = 1;
     std::vector<Frame> frames_;
 };
@@ -476,7 +536,8 @@ DtlObjPtr DtKslEnvironment::evaluateText(const std::string& text, const std::str
                                          int reportErrors) {
     lastError_.clear();
     try {
-        return Evaluator(*this, fileName, 0).run(text);
+        Budget budget;
+        return Evaluator(*this, fileName, 0, budget).run(text);
     } catch (const KslError& error) {
         lastError_ = fileName + ":" + std::to_string(error.line) + ": " + error.message;
         if (reportErrors)

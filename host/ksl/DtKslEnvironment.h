@@ -10,7 +10,9 @@
 // cdr, progn, if, let, strcat and string-append, + - * / on integers and floats, and
 // load of another file relative to the current one. A file with an error stops there
 // with one line on DtWarn naming the file, the line and what is wrong; what was bound
-// before stays bound. Nesting is capped, so no input can exhaust the stack.
+// before stays bound. Nesting is capped, so no input can exhaust the stack; and one
+// evaluation (a file with all it loads) is bounded: a string, a list and the memory of
+// all the objects it makes each have a cap, past which it stops with the error line.
 #pragma once
 
 #include <memory>
@@ -25,6 +27,9 @@ public:
     static constexpr int maxNesting = 1000;  // of lists in a text
     static constexpr int maxLoadDepth = 16;  // of files loading files
     static constexpr long long maxFileSize = 64ll << 20;
+    static constexpr size_t maxStringLength = 16u << 20;        // bytes of one string
+    static constexpr size_t maxListLength = 1u << 18;           // items of one list
+    static constexpr size_t maxEvaluationBytes = 256ull << 20;  // objects made, in all
 
     DtKslEnvironment();
     virtual ~DtKslEnvironment();

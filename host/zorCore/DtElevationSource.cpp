@@ -157,7 +157,7 @@ struct DtElevationSource::Impl {
     std::string note;
     GDALDatasetUniquePtr dataset;
     GDALRasterBand* band = nullptr;
-    GDALRasterBand* mask = nullptr;  // read where no-data alone does not decide
+    GDALRasterBand* mask = nullptr;  // read beside the posts unless every post is valid
     int width = 0, height = 0;
     double transform[6] = {0, 1, 0, 0, 0, 1};
     double inverse[6] = {0, 1, 0, 0, 0, 1};
@@ -171,8 +171,6 @@ struct DtElevationSource::Impl {
     double scale = 1.0, offset = 0.0, unit = 1.0;
     GDALDataType type = GDT_Float64;
     GDALDataType storedType = GDT_Float64;  // the band's, or Float64 for types read seldom
-    bool hasNoData = false;
-    double noData = 0.0;  // as the band's own type gives it back
     int blockWidth = 0, blockHeight = 0;
     bool naturalBlocks = true;
     bool readFailureSaid = false;
@@ -291,22 +289,11 @@ void DtElevationSource::Impl::setUpHeights() {
         }
     }
     type = band->GetRasterDataType();
-    const int flags = band->GetMaskFlags();
-    const bool wideIntegers = type == GDT_Int64 || type == GDT_UInt64;
-    if (flags == GMF_NODATA && !wideIntegers) {
-        int has = 0;
-        const double given = band->GetNoDataValue(&has);
-        if (has) {
-            // The value as the band's own type holds it, so a Float32 -9999.9 matches the
-            // posts read back; an integer no-data outside the type's range matches none.
-            std::vector<GByte> held(static_cast<size_t>(GDALGetDataTypeSizeBytes(type)) * 2);
-            GDALCopyWords(&given, GDT_Float64, 0, held.data(), type, 0, 1);
-            GDALCopyWords(held.data(), type, 0, &noData, GDT_Float64, 0, 1);
-            hasNoData = GDALDataTypeIsFloating(type) || noData == given;
-        }
-    } else if (!(flags & GMF_ALL_VALID)) {
+    // GDAL decides which posts hold no height, for every kind of mask: a no-data value
+    // as the band stores it (a Float64 -9999.9 whose posts were rounded through Float32
+    // included), NaN, a per-dataset mask (.msk), an alpha band.
+    if (!(band->GetMaskFlags() & GMF_ALL_VALID))
         mask = band->GetMaskBand();
-    }
     switch (type) {
         case GDT_Byte:
         case GDT_UInt16:
@@ -442,7 +429,7 @@ bool DtElevationSource::Impl::value(const PostBytes& posts, size_t i, double& v)
             v = reinterpret_cast<const double*>(data)[i];
             break;
     }
-    if (std::isnan(v) || (hasNoData && v == noData))
+    if (std::isnan(v))
         return false;
     if (mask) {
         const size_t count = static_cast<size_t>(blockWidth) * blockHeight;

@@ -31,12 +31,13 @@ bool isAngular(const Types::CoordSysType& system) {
 
 // A level's columns or rows: the product of the divisions of levels 0 to `level`, as
 // an unsigned 32-bit product. The level itself is asked first, so a level past the
-// vector fails before any other.
-template <typename Divisions>
-unsigned int productOfDivisions(int level, Divisions divisionsAt) {
-    unsigned int product = divisionsAt(level);
+// vector fails before any other. The grid structure's levels are walked directly, a
+// multiplication each, so a level's total costs its depth and no lookup per level.
+template <typename Levels, typename Divisions>
+unsigned int productOfDivisions(const Levels& levels, int level, Divisions divisionsOf) {
+    unsigned int product = divisionsOf(*findByIndexOrThrow(levels, level));
     for (int above = level - 1; above >= 0; --above)
-        product *= divisionsAt(above);
+        product *= divisionsOf(*levels[static_cast<size_t>(above)]);
     return product;
 }
 
@@ -313,12 +314,14 @@ unsigned int DtMetaFlightDescription::geometryGridLevelRowDivisions(const std::s
 
 unsigned int DtMetaFlightDescription::geometryGridLevelColumns(const std::string& name,
                                                                int level) const {
-    return productOfDivisions(level, [&](int l) { return geometryGridLevelColDivisions(name, l); });
+    return productOfDivisions(geometryDataset(name).gridStack.gridStructureUsed.target->gridLevel,
+                              level, [](const Types::GridLevel& g) { return g.numColDivisions; });
 }
 
 unsigned int DtMetaFlightDescription::geometryGridLevelRows(const std::string& name,
                                                             int level) const {
-    return productOfDivisions(level, [&](int l) { return geometryGridLevelRowDivisions(name, l); });
+    return productOfDivisions(geometryDataset(name).gridStack.gridStructureUsed.target->gridLevel,
+                              level, [](const Types::GridLevel& g) { return g.numRowDivisions; });
 }
 
 Types::TileType DtMetaFlightDescription::geometryGridLevelTileType(const std::string& name,
@@ -345,14 +348,13 @@ void DtMetaFlightDescription::geometryGridTileCenter(const std::string& name, un
     const Types::Position2D origin = coverage.origin;
     const Types::Position2D extent = coverage.extent;
     const Types::GridStructure& structure = *dataset.gridStack.gridStructureUsed.target;
-    const auto levelAt = [&](int l) -> const Types::GridLevel& {
-        return *findByIndexOrThrow(structure.gridLevel, l);
-    };
     const int levelIndex = static_cast<int>(level);
     const unsigned int rows =
-        productOfDivisions(levelIndex, [&](int l) { return levelAt(l).numRowDivisions; });
+        productOfDivisions(structure.gridLevel, levelIndex,
+                           [](const Types::GridLevel& g) { return g.numRowDivisions; });
     const unsigned int columns =
-        productOfDivisions(levelIndex, [&](int l) { return levelAt(l).numColDivisions; });
+        productOfDivisions(structure.gridLevel, levelIndex,
+                           [](const Types::GridLevel& g) { return g.numColDivisions; });
     if (row >= rows)
         ZOR_THROW_INVALID_INPUT("Row out of range.");
     if (col >= columns)
@@ -527,14 +529,16 @@ unsigned int DtMetaFlightDescription::virtualTextureGridLevelRowDivisions(const 
 
 unsigned int DtMetaFlightDescription::virtualTextureGridLevelColumns(const std::string& name,
                                                                      int level) const {
-    return productOfDivisions(level,
-                              [&](int l) { return virtualTextureGridLevelColDivisions(name, l); });
+    return productOfDivisions(
+        virtualTextureDataset(name).gridStack.gridStructureUsed.target->gridLevel, level,
+        [](const Types::GridLevel& g) { return g.numColDivisions; });
 }
 
 unsigned int DtMetaFlightDescription::virtualTextureGridLevelRows(const std::string& name,
                                                                   int level) const {
-    return productOfDivisions(level,
-                              [&](int l) { return virtualTextureGridLevelRowDivisions(name, l); });
+    return productOfDivisions(
+        virtualTextureDataset(name).gridStack.gridStructureUsed.target->gridLevel, level,
+        [](const Types::GridLevel& g) { return g.numRowDivisions; });
 }
 
 // ---------------------------------------------------------------- conversion

@@ -240,9 +240,13 @@ std::string DtTilePathGenerator::composePath(const std::string& sourceFile,
 
 DtTilePathGenerator::DtTilePathGenerator(const DtMetaFlightDescription& description,
                                          const std::string& name, int level)
-    : context_(pathContext(description.fileName())),
-      rows_(description.geometryGridLevelRows(name, level)),
-      columns_(description.geometryGridLevelColumns(name, level)) {
+    : DtTilePathGenerator(description, name, level, description.geometryGridLevelRows(name, level),
+                          description.geometryGridLevelColumns(name, level)) {}
+
+DtTilePathGenerator::DtTilePathGenerator(const DtMetaFlightDescription& description,
+                                         const std::string& name, int level, unsigned int rows,
+                                         unsigned int columns)
+    : context_(pathContext(description.fileName())), rows_(rows), columns_(columns) {
     std::map<std::string, StringOrInt> constants;
     constants["LEVELNAME"] = description.geometryGridLevelName(name, level);
     constants["DSNAME"] = description.geometryDatasetName(name);

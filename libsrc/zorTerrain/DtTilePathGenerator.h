@@ -84,6 +84,10 @@ public:
 
     DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name,
                         int level);
+    // The same, for a caller that walks every level and has each level's totals already
+    // (a level's own costs its depth: all levels one by one cost the square of their count).
+    DtTilePathGenerator(const DtMetaFlightDescription& description, const std::string& name,
+                        int level, unsigned int rows, unsigned int columns);
 
     unsigned int rows() const { return rows_; }
     unsigned int columns() const { return columns_; }

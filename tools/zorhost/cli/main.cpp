@@ -16,6 +16,7 @@
 
 #include "CheckMap.h"
 #include "Engine.h"
+#include "EscapedNames.h"
 #include "FeatureCommands.h"
 #include "GeoJsonWriter.h"
 #include "Inspect.h"
@@ -758,6 +759,7 @@ int printHelp(CLI::App& app, const std::string& topic) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    const EscapedNames oneLineEach(std::cerr, std::vector<std::string>(argv, argv + argc));
     CLI::App app(description, "zorhost");
     app.footer(std::string(footer) + "\n" + exitStatuses);
     app.require_subcommand(1);

@@ -56,10 +56,86 @@ DtAddPropsRuleRecord readRule(const Json& json, const std::string& where) {
     return rule;
 }
 
+// nlohmann's tree builder behind a watch on the nesting: a value deeper than
+// maxRulesDepth stops the parse at once, with the path to it (a tree that deep would
+// overflow the stack when it is copied).
+class DepthLimit : public nlohmann::detail::json_sax_dom_parser<Json> {
+    using Builder = nlohmann::detail::json_sax_dom_parser<Json>;
+
+public:
+    explicit DepthLimit(Json& tree) : Builder(tree, true) {}
+
+    bool null() { return element() && Builder::null(); }
+    bool boolean(bool value) { return element() && Builder::boolean(value); }
+    bool number_integer(number_integer_t value) {
+        return element() && Builder::number_integer(value);
+    }
+    bool number_unsigned(number_unsigned_t value) {
+        return element() && Builder::number_unsigned(value);
+    }
+    bool number_float(number_float_t value, const string_t& text) {
+        return element() && Builder::number_float(value, text);
+    }
+    bool string(string_t& value) { return element() && Builder::string(value); }
+    bool binary(binary_t& value) { return element() && Builder::binary(value); }
+    bool start_object(std::size_t size) { return enter(false) && Builder::start_object(size); }
+    bool start_array(std::size_t size) { return enter(true) && Builder::start_array(size); }
+    bool end_object() { return leave() && Builder::end_object(); }
+    bool end_array() { return leave() && Builder::end_array(); }
+    bool key(string_t& name) {
+        open_.back().key = name;
+        return Builder::key(name);
+    }
+
+    // The path of the value that went too deep ("" when none did).
+    const std::string& tooDeep() const { return tooDeep_; }
+
+private:
+    struct Level {
+        bool array;
+        size_t next = 0;  // an array's next index
+        std::string key;  // an object's current key
+    };
+    bool element() {
+        if (!open_.empty() && open_.back().array)
+            ++open_.back().next;
+        return true;
+    }
+    bool enter(bool array) {
+        element();
+        if (open_.size() >= static_cast<size_t>(maxRulesDepth)) {
+            tooDeep_ = path();
+            return false;
+        }
+        open_.push_back({array, 0, {}});
+        return true;
+    }
+    bool leave() {
+        open_.pop_back();
+        return true;
+    }
+    std::string path() const {
+        std::string text;
+        for (const Level& level : open_) {
+            if (level.array)
+                text += "[" + std::to_string(level.next - 1) + "]";
+            else
+                text += (text.empty() ? "" : ".") + level.key;
+        }
+        return text;
+    }
+    std::vector<Level> open_;
+    std::string tooDeep_;
+};
+
 RulesFile readRules(const std::string& content) {
     Json json;
     try {
-        json = Json::parse(content);
+        DepthLimit builder(json);
+        if (!Json::sax_parse(content, &builder)) {
+            throw RulesError{builder.tooDeep() + ": nested deeper than " +
+                             std::to_string(maxRulesDepth) + " levels"};
+        }
     } catch (const Json::exception& e) {  // syntax, and numbers no double holds
         const std::string what = e.what();
         const size_t end = what.find("] ");

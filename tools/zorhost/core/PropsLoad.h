@@ -29,6 +29,9 @@ struct RulesFile {
 
 // Reads a rules file's text; false with where and what is wrong in `problem`.
 bool parseRules(const std::string& text, RulesFile& rules, std::string& problem);
+// How deep a rules file's values may nest (the file itself is 1): a deeper one is refused
+// while it is read, before a tree that deep exists.
+const int maxRulesDepth = 64;
 
 // A rule's condition as a person reads it: "ECC=AL015 and NAM=barn".
 std::string conditionText(const kelArchives::DtAddPropsRuleRecord& rule);

@@ -10,9 +10,11 @@
 #include <functional>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 
 #include "GeoJsonWriter.h"
 #include "JsonOutput.h"
+#include "LevelGrids.h"
 #include "OutputFile.h"
 #include "Progress.h"
 #include "TextNumbers.h"
@@ -42,9 +44,10 @@ std::string pathProblem(const std::string& path) {
     return "";
 }
 
-// Loads and resolves a document; false with the loader's or the exception's message.
+// Loads and resolves a document; false with the loader's or the exception's message, or
+// (with `grids`) the first level whose grid cannot be walked.
 bool load(const std::string& path, DtMetaFlightParser& parser, DtMetaFlightDescription& description,
-          std::ostream& err) {
+          std::ostream& err, bool grids = true) {
     const std::string problem = pathProblem(path);
     if (!problem.empty()) {
         err << "zorhost: " << path << ": " << problem << "\n";
@@ -61,6 +64,10 @@ bool load(const std::string& path, DtMetaFlightParser& parser, DtMetaFlightDescr
         description.parse(parser);
     } catch (const std::exception& e) {
         err << "zorhost: " << path << ": " << e.what() << "\n";
+        return false;
+    }
+    if (const std::string grid = grids ? gridProblem(description) : ""; !grid.empty()) {
+        err << "zorhost: " << path << ": " << grid << "\n";
         return false;
     }
     return true;
@@ -138,6 +145,14 @@ std::string radiusText(const DtMetaFlightDescription& d, const std::string& key)
     return unit == "m" ? metresText(radius) + " m" : number(radius) + " (" + unit + ")";
 }
 
+// The grid of a level the library answered; throws, as the library would, for one it
+// could not.
+const LevelGrid& known(const LevelGrid& grid) {
+    if (!grid.known)
+        throw std::invalid_argument("level not in the grid structure");
+    return grid;
+}
+
 void describeGeometryText(const DtMetaFlightDescription& d, const std::string& key,
                           std::ostream& out) {
     out << "  " << key << "\n"
@@ -152,17 +167,18 @@ void describeGeometryText(const DtMetaFlightDescription& d, const std::string& k
         << "\n"
         << "    radius:             " << attempt([&] { return radiusText(d, key); })
         << "\n    levels:             " << d.numberOfGeometryGridLevels(key) << "\n";
-    for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level) {
+    const std::vector<LevelGrid> grids = levelGrids(d, key, false);
+    for (unsigned level = 0; level < grids.size(); ++level) {
         const int l = static_cast<int>(level);
         out << "      " << level << ": " << attempt([&] {
             const Types::GeometryGridLevel& g =
                 *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
+            const LevelGrid& grid = known(grids[level]);
             return d.geometryGridLevelName(key, l) + "  divisions " +
-                   std::to_string(d.geometryGridLevelColDivisions(key, l)) + "x" +
-                   std::to_string(d.geometryGridLevelRowDivisions(key, l)) + "  columns " +
-                   std::to_string(d.geometryGridLevelColumns(key, l)) + "  rows " +
-                   std::to_string(d.geometryGridLevelRows(key, l)) + "  " + g.tileType.toString() +
-                   "  " + g.localizedType.toString() + "  switch in " +
+                   std::to_string(grid.colDivisions) + "x" + std::to_string(grid.rowDivisions) +
+                   "  columns " + std::to_string(grid.columns) + "  rows " +
+                   std::to_string(grid.rows) + "  " + g.tileType.toString() + "  " +
+                   g.localizedType.toString() + "  switch in " +
                    number(d.geometryGridLevelSwitchIn(key, l)) + " out " +
                    number(d.geometryGridLevelSwitchOut(key, l));
         }) << "\n";
@@ -189,14 +205,15 @@ void describeVirtualTextureText(const DtMetaFlightDescription& d, const std::str
            })
         << "\n"
         << "    levels:             " << d.numberOfVirtualTextureGridLevels(key) << "\n";
-    for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level) {
+    const std::vector<LevelGrid> grids = levelGrids(d, key, true);
+    for (unsigned level = 0; level < grids.size(); ++level) {
         const int l = static_cast<int>(level);
         out << "      " << level << ": " << attempt([&] {
+            const LevelGrid& grid = known(grids[level]);
             return d.virtualTextureGridLevelName(key, l) + "  divisions " +
-                   std::to_string(d.virtualTextureGridLevelColDivisions(key, l)) + "x" +
-                   std::to_string(d.virtualTextureGridLevelRowDivisions(key, l)) + "  columns " +
-                   std::to_string(d.virtualTextureGridLevelColumns(key, l)) + "  rows " +
-                   std::to_string(d.virtualTextureGridLevelRows(key, l));
+                   std::to_string(grid.colDivisions) + "x" + std::to_string(grid.rowDivisions) +
+                   "  columns " + std::to_string(grid.columns) + "  rows " +
+                   std::to_string(grid.rows);
         }) << "\n";
     }
 }
@@ -213,16 +230,17 @@ Json orNull(Query query) {
     }
 }
 
-Json geometryLevelJson(const DtMetaFlightDescription& d, const std::string& key, unsigned level) {
+Json geometryLevelJson(const DtMetaFlightDescription& d, const std::string& key, unsigned level,
+                       const LevelGrid& grid) {
     const int l = static_cast<int>(level);
     const Types::GeometryGridLevel& g =
         *d.database()->geometryGridDataset.at(key)->geometryGridLevel[level];
     return {{"level", level},
             {"name", orNull([&] { return d.geometryGridLevelName(key, l); })},
-            {"colDivisions", orNull([&] { return d.geometryGridLevelColDivisions(key, l); })},
-            {"rowDivisions", orNull([&] { return d.geometryGridLevelRowDivisions(key, l); })},
-            {"columns", orNull([&] { return d.geometryGridLevelColumns(key, l); })},
-            {"rows", orNull([&] { return d.geometryGridLevelRows(key, l); })},
+            {"colDivisions", orNull([&] { return known(grid).colDivisions; })},
+            {"rowDivisions", orNull([&] { return known(grid).rowDivisions; })},
+            {"columns", orNull([&] { return known(grid).columns; })},
+            {"rows", orNull([&] { return known(grid).rows; })},
             {"tileType", g.tileType.toString()},
             {"localizedType", g.localizedType.toString()},
             {"switchIn", d.geometryGridLevelSwitchIn(key, l)},
@@ -231,8 +249,9 @@ Json geometryLevelJson(const DtMetaFlightDescription& d, const std::string& key,
 
 Json describeGeometryJson(const DtMetaFlightDescription& d, const std::string& key) {
     Json levels = Json::array();
-    for (unsigned level = 0; level < d.numberOfGeometryGridLevels(key); ++level)
-        levels.push_back(geometryLevelJson(d, key, level));
+    const std::vector<LevelGrid> grids = levelGrids(d, key, false);
+    for (unsigned level = 0; level < grids.size(); ++level)
+        levels.push_back(geometryLevelJson(d, key, level, grids[level]));
     return {{"key", key},
             {"datasetName", d.geometryDatasetName(key)},
             {"title", d.geometryDatasetTitle(key)},
@@ -247,15 +266,15 @@ Json describeGeometryJson(const DtMetaFlightDescription& d, const std::string& k
 }
 
 Json virtualTextureLevelJson(const DtMetaFlightDescription& d, const std::string& key,
-                             unsigned level) {
+                             unsigned level, const LevelGrid& grid) {
     const int l = static_cast<int>(level);
     try {
         return {{"level", level},
                 {"name", d.virtualTextureGridLevelName(key, l)},
-                {"colDivisions", d.virtualTextureGridLevelColDivisions(key, l)},
-                {"rowDivisions", d.virtualTextureGridLevelRowDivisions(key, l)},
-                {"columns", d.virtualTextureGridLevelColumns(key, l)},
-                {"rows", d.virtualTextureGridLevelRows(key, l)}};
+                {"colDivisions", known(grid).colDivisions},
+                {"rowDivisions", known(grid).rowDivisions},
+                {"columns", known(grid).columns},
+                {"rows", known(grid).rows}};
     } catch (const std::exception&) {
         return {{"level", level}, {"error", "level not in the grid structure"}};
     }
@@ -265,8 +284,9 @@ Json describeVirtualTextureJson(const DtMetaFlightDescription& d, const std::str
     const CoordSys own = d.virtualTextureCoordinateSystem(key);
     auto position = [](const Types::Position2D& p) { return Json::array({p.x, p.y}); };
     Json levels = Json::array();
-    for (unsigned level = 0; level < d.numberOfVirtualTextureGridLevels(key); ++level)
-        levels.push_back(virtualTextureLevelJson(d, key, level));
+    const std::vector<LevelGrid> grids = levelGrids(d, key, true);
+    for (unsigned level = 0; level < grids.size(); ++level)
+        levels.push_back(virtualTextureLevelJson(d, key, level, grids[level]));
     return {{"key", key},
             {"title", d.virtualTextureDatasetTitle(key)},
             {"fileFormat", d.virtualTextureDatasetFileFormat(key)},
@@ -896,7 +916,7 @@ int checkInto(const CheckRequest& request, RecordSink* records, std::ostream& ou
 int runConvert(const ConvertRequest& request, std::ostream& out, std::ostream& err) {
     DtMetaFlightParser parser;
     DtMetaFlightDescription d;
-    if (!load(request.document, parser, d, err))
+    if (!load(request.document, parser, d, err, false))
         return 1;
     const CoordSys from = findSystem(*d.database(), request.from);
     const CoordSys to = findSystem(*d.database(), request.to);

@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "LevelGrids.h"
 #include "zorTerrain/DtMetaFlightDescription.h"
 #include "zorTerrain/DtTilePathGenerator.h"
 
@@ -39,18 +40,32 @@ struct Dataset {
     bool virtualTexture = false;
     unsigned levels = 0;
 
+    // Each level's totals, found once for all levels: a level's own would cost its depth.
+    std::vector<LevelGrid> grids;
+
     LevelNames names(const DtMetaFlightDescription& d, unsigned level) const {
         LevelNames names;
+        const int l = static_cast<int>(level);
+        // A refused level never reaches here, so known totals fit 32 bits; a level the
+        // library cannot answer is asked of it again, to say so as it always did.
+        LevelGrid grid = level < grids.size() ? grids[level] : LevelGrid();
+        if (!grid.known) {
+            grid.rows = virtualTexture ? d.virtualTextureGridLevelRows(key, l)
+                                       : d.geometryGridLevelRows(key, l);
+            grid.columns = virtualTexture ? d.virtualTextureGridLevelColumns(key, l)
+                                          : d.geometryGridLevelColumns(key, l);
+        }
         if (!virtualTexture) {
-            auto generator = std::make_shared<DtTilePathGenerator>(d, key, static_cast<int>(level));
+            auto generator = std::make_shared<DtTilePathGenerator>(
+                d, key, l, static_cast<unsigned>(grid.rows), static_cast<unsigned>(grid.columns));
             names.rows = generator->rows();
             names.columns = generator->columns();
             names.path = [generator](unsigned row, unsigned col, std::string& out) {
                 generator->path(row, col, out);
             };
         } else {
-            names.rows = d.virtualTextureGridLevelRows(key, static_cast<int>(level));
-            names.columns = d.virtualTextureGridLevelColumns(key, static_cast<int>(level));
+            names.rows = static_cast<unsigned>(grid.rows);
+            names.columns = static_cast<unsigned>(grid.columns);
             names.path = [&d, name = key, level](unsigned row, unsigned col, std::string& out) {
                 out = d.generateVirtualTextureFileName(name, static_cast<int>(level), row, col);
             };
@@ -63,11 +78,12 @@ std::vector<Dataset> datasetsOf(const DtMetaFlightDescription& d) {
     std::vector<Dataset> all;
     for (unsigned i = 0; i < d.numberOfGeometryDatasets(); ++i) {
         const std::string& key = d.geometryDatasetName(static_cast<int>(i));
-        all.push_back({key, false, d.numberOfGeometryGridLevels(key)});
+        all.push_back({key, false, d.numberOfGeometryGridLevels(key), levelGrids(d, key, false)});
     }
     for (unsigned i = 0; i < d.numberOfVirtualTextureDatasets(); ++i) {
         const std::string& key = d.virtualTextureDatasetName(static_cast<int>(i));
-        all.push_back({key, true, d.numberOfVirtualTextureGridLevels(key)});
+        all.push_back(
+            {key, true, d.numberOfVirtualTextureGridLevels(key), levelGrids(d, key, true)});
     }
     return all;
 }

@@ -13,7 +13,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size > 256 * 1024)
+    if (size > 1024 * 1024)
         return 0;
     static std::ostringstream discarded;
     DtWarn.setTarget(&discarded);

@@ -56,11 +56,21 @@ if command -v clang++ >/dev/null; then
     corpus_dir=fuzz/corpus/${name#fuzz_}
     work=$(mktemp -d)
     cp -r "$corpus_dir"/. "$work"/ 2>/dev/null || true
+    # Readers with nesting or repetition limits get a dictionary that builds depth, and
+    # inputs long enough to reach the limits.
+    extra=()
+    dict=fuzz/dict/${name#fuzz_}.dict
+    [[ -f "$dict" ]] && extra+=(-dict="$dict")
+    case "$name" in
+      fuzz_ksl) extra+=(-max_len=1048576) ;;
+      fuzz_rules|fuzz_wkt|fuzz_metaflight) extra+=(-max_len=65536) ;;
+    esac
     echo "-- $name"
     # A crash leaves its input in fuzz/findings/ to be added to the corpus once fixed.
     mkdir -p fuzz/findings
-    "$target" "$work" -max_total_time="$fuzz_seconds" -timeout=10 -rss_limit_mb=2048 \
-      -artifact_prefix=fuzz/findings/"$name"- -print_final_stats=1 2>&1 | tail -n 12
+    "$target" "$work" "${extra[@]}" -max_total_time="$fuzz_seconds" -timeout=10 \
+      -rss_limit_mb=2048 -artifact_prefix=fuzz/findings/"$name"- -print_final_stats=1 2>&1 |
+      tail -n 12
     rm -rf "$work"
   done
 else

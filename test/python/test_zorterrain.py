@@ -110,6 +110,27 @@ def test_failures_are_exceptions_with_zorhosts_message(engine, tmp_path):
         engine.tiles(mft, "Terrain", level=-1)
 
 
+def test_hostile_inputs_are_exceptions_and_the_interpreter_lives(engine, tmp_path):
+    points = os.path.join(SAMPLE, "valley_points.shp")
+    deep = tmp_path / "deep.json"
+    deep.write_text('{"rules":[{"fields":{"f":' + '{"a":' * 100000 + '"v"' + "}" * 100000
+                    + "}}]}")
+    with pytest.raises(ValueError, match="nested deeper than 64 levels"):
+        engine.props(points, str(deep))
+    nested = "v"
+    for _ in range(100000):
+        nested = {"a": nested}
+    with pytest.raises(ValueError, match="nested deeper than 64 levels"):
+        engine.props(points, {"rules": [{"fields": {"f": nested}}]})
+    # Divisions whose product wraps in 32 bits: refused, naming the level.
+    mft = open(os.path.join(SAMPLE, "metaflight", "valley_tiles.mft")).read()
+    wrapped = tmp_path / "wrapped.mft"
+    wrapped.write_text(mft.replace("<NumColDivisions>2</NumColDivisions>",
+                                   "<NumColDivisions>65536</NumColDivisions>"))
+    with pytest.raises(OSError, match='dataset "Terrain" level 1: 65536 x 2 divisions'):
+        engine.describe(str(wrapped))
+
+
 def test_tiles_stream_and_check_finds_a_hole(engine, tmp_path):
     import shutil
     shutil.copytree(os.path.join(SAMPLE, "metaflight"), tmp_path / "db")

@@ -269,6 +269,19 @@ public:
         return toPython(valuesJson(answer));
     }
 
+    // A rules dict as the text a rules file holds. One nested past Python's own recursion
+    // limit is refused as a file nested too deep is.
+    static std::string rulesText(const py::object& rules) {
+        try {
+            return py::module_::import("json").attr("dumps")(rules).cast<std::string>();
+        } catch (py::error_already_set& e) {
+            if (!e.matches(PyExc_RecursionError))
+                throw;
+            throw py::value_error("rules: nested deeper than " + std::to_string(maxRulesDepth) +
+                                  " levels");
+        }
+    }
+
     // `rules` is a rules file's path or its object (a dict).
     py::object props(const std::string& path, py::object rules,
                      const std::vector<std::string>& terrain, const std::string& scene) {
@@ -276,7 +289,7 @@ public:
         if (py::isinstance<py::str>(rules))
             query.rules = rules.cast<std::string>();
         else
-            query.rulesText = py::module_::import("json").attr("dumps")(rules).cast<std::string>();
+            query.rulesText = rulesText(rules);
         PropsLoad run(engine_.de(), query);
         bool ready = false;
         Json answerJson;

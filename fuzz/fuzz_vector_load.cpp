@@ -260,7 +260,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::unique_ptr<DtTdbLoadSession> session;
         if (asTool)
             session = std::make_unique<DtTdbLoadSession>(
-                DtTdbLoadSession::Options{{"NAM", "ECC"}, "AL020", "EPSG:4326"});
+                DtTdbLoadSession::Options{{"NAM", "ECC"}, "AL020", "EPSG:4326", {}});
         try {
             addFeatures(de, path);
             readValues(de, path, spells(data, size, "nan") || spells(data, size, "inf"));

@@ -220,3 +220,25 @@ TEST(ZorhostBounds, controlCharactersInNamesAreEscaped) {
     EXPECT_EQ(self.status, 1) << self.err;
     EXPECT_EQ(countLines(self.err), 1u) << self.err;
 }
+
+// A CSV of points read without its coordinate columns accounts for its objects (none
+// made: status 1); with the driver's open options it gives its points.
+TEST(ZorhostBounds, objectsWithoutGeometryAreCountedAndOpenOptionsReadThem) {
+    TempDir dir;
+    const std::string csv =
+        dir.write("pts.csv", "id,lon,lat,ECC\n1,9.0,45.5,AL015\n2,9.1,45.6,AL015\n");
+    const ZorhostRun plain = zorhost("features " + csv + " --json");
+    EXPECT_EQ(plain.status, 1) << plain.err;
+    EXPECT_NE(plain.err.find("2 objects read, 0 features made; 2 objects made none: 2 without a "
+                             "geometry"),
+              std::string::npos)
+        << plain.err;
+    const ZorhostRun read = zorhost("features " + csv +
+                                    " --oo X_POSSIBLE_NAMES=lon --oo Y_POSSIBLE_NAMES=lat --srs "
+                                    "EPSG:4326");
+    EXPECT_EQ(read.status, 0) << read.err;
+    EXPECT_NE(read.out.find("features: 2 point"), std::string::npos) << read.out;
+    const ZorhostRun bad = zorhost("features " + csv + " --oo lon");
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_NE(bad.err.find("--oo lon: an open option is NAME=VALUE"), std::string::npos) << bad.err;
+}

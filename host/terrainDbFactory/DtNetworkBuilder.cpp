@@ -339,9 +339,21 @@ bool DtNetworkBuilder::Impl::addLayer(OGRLayer& layer, std::string& problem) {
         problem = sceneProblem_;
         return false;
     }
-    // An attribute table: nothing of it has a place on the terrain.
-    if (layer.GetLayerDefn()->GetGeomFieldCount() == 0)
+    // An attribute table (a CSV read without its coordinate columns): nothing of it has
+    // a place on the terrain, and every object of it is said to be without a geometry.
+    if (layer.GetLayerDefn()->GetGeomFieldCount() == 0) {
+        DtTdbLayerReport table;
+        table.name = layer.GetName();
+        table.firstId = table.endId = network_.nextId();
+        layer.ResetReading();
+        for (OGRFeatureUniquePtr f(layer.GetNextFeature()); f; f.reset(layer.GetNextFeature())) {
+            ++table.objects;
+            table.noGeometry.add(f->GetFID());
+        }
+        if (table.objects > 0)
+            layerReports_.push_back(std::move(table));
         return true;
+    }
     if (!prepareLayer(layer, problem))
         return false;
     // A point layer whose header tells its size is stored without regrowing.

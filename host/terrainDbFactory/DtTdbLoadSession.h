@@ -77,6 +77,8 @@ public:
         // A coordinate system (anything OSR's SetFromUserInput reads) for layers that
         // have none; empty: such a layer cannot be placed.
         std::string srs;
+        // Open options handed to OGR's driver, NAME=VALUE each (a CSV's X_POSSIBLE_NAMES).
+        std::vector<std::string> openOptions;
     };
 
     explicit DtTdbLoadSession(Options options = Options());

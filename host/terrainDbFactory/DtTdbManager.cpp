@@ -62,8 +62,15 @@ std::string openProblem(const DtFilename& file) {
 
 GDALDatasetUniquePtr open(const DtFilename& file, unsigned flags, std::string& problem) {
     DtGdalRegisterOnce();
+    // A tool's session may hand the vector driver open options, as ogr2ogr's -oo does.
+    CPLStringList options;
+    const DtTdbLoadSession* session = DtTdbLoadSession::current();
+    if (session && (flags & GDAL_OF_VECTOR)) {
+        for (const std::string& option : session->options().openOptions)
+            options.AddString(option.c_str());
+    }
     GDALDatasetUniquePtr dataset(static_cast<GDALDataset*>(
-        GDALOpenEx(file.c_str(), flags | GDAL_OF_READONLY, nullptr, nullptr, nullptr)));
+        GDALOpenEx(file.c_str(), flags | GDAL_OF_READONLY, nullptr, options.List(), nullptr)));
     if (!dataset) {
         const std::string reason = DtGdalMessages::last();
         problem = "not a terrain source this loader reads" + (reason.empty() ? "" : ": " + reason);

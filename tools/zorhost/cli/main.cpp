@@ -250,6 +250,10 @@ void addLoadOptions(CLI::App* command, LoadOptions& load) {
     command->add_option("--srs", load.srs,
                         "Give layers without a coordinate system this one (EPSG:n, WKT or a "
                         "PROJ string), as ogr2ogr's -a_srs does");
+    command->add_option("--oo", load.openOptions,
+                        "NAME=VALUE: an open option for OGR's driver (repeatable), as "
+                        "ogr2ogr's -oo: X_POSSIBLE_NAMES=lon --oo Y_POSSIBLE_NAMES=lat reads a "
+                        "CSV of points");
 }
 
 void addMetaFlight(CLI::App& app, Request& request) {

@@ -84,6 +84,10 @@ std::string loadOptionsProblem(const LoadOptions& options) {
         if (field.empty())
             return "--code-field: a field name cannot be empty";
     }
+    for (const std::string& option : options.openOptions) {
+        if (option.find('=') == std::string::npos || option[0] == '=')
+            return "--oo " + option + ": an open option is NAME=VALUE, as X_POSSIBLE_NAMES=lon";
+    }
     if (!options.srs.empty()) {
         OGRSpatialReference srs;
         if (srs.SetFromUserInput(options.srs.c_str()) != OGRERR_NONE) {
@@ -127,8 +131,8 @@ void FileLoad::countFeatures(const kelZor::DtFeatureSet& set) {
 }
 
 LoadAccount::LoadAccount(const LoadOptions& options)
-    : session_(std::make_unique<DtTdbLoadSession>(
-          DtTdbLoadSession::Options{options.codeFields, options.code, options.srs})) {}
+    : session_(std::make_unique<DtTdbLoadSession>(DtTdbLoadSession::Options{
+          options.codeFields, options.code, options.srs, options.openOptions})) {}
 
 LoadAccount::~LoadAccount() = default;
 

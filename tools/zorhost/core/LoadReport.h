@@ -22,11 +22,12 @@ namespace kelZor {
 class DtFeatureSet;
 }
 
-// How the loads read codes and systems: --code-field, --code, --srs.
+// How the loads read codes and systems: --code-field, --code, --srs, --oo.
 struct LoadOptions {
     std::vector<std::string> codeFields;
     std::string code;
     std::string srs;
+    std::vector<std::string> openOptions;  // NAME=VALUE, for OGR's driver
 };
 
 // The reason a load option cannot be used, for a usage error; "" when all can.

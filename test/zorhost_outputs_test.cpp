@@ -26,6 +26,15 @@ namespace fs = std::filesystem;
 namespace {
 
 const std::string sample = std::string(ZOR_SAMPLE_DIR) + "/";
+
+// Under a sanitizer every run costs several times as much: fewer of the repeated ones.
+#ifdef ZOR_SANITIZED
+const int bigPointCount = 300000;
+const int racingPairs = 6;
+#else
+const int bigPointCount = 1000000;
+const int racingPairs = 20;
+#endif
 const std::string dem = sample + "n45_e009.dt0";
 const std::string gdb = sample + "valley.gdb";
 
@@ -287,7 +296,7 @@ TEST(ZorhostOutputs, plantedLinksAreNeverWrittenThrough) {
 // (as a shell sees it), no temporary is left and the target is the old file or the new.
 TEST(ZorhostOutputs, aSignalLeavesNoTemporaryAndTheTargetWhole) {
     TempDir data, dir;
-    const std::string points = writePoints(data, 1000000);
+    const std::string points = writePoints(data, bigPointCount);
     const std::string target = dir.write("big.geojson", "old");
     const std::vector<std::string> geojson = {"features", points, "--geojson", target,
                                               "--overwrite"};
@@ -334,7 +343,7 @@ TEST(ZorhostOutputs, aKilledRunsTemporaryGoesWithTheNextRun) {
 // set on disk is that run's whole.
 TEST(ZorhostOutputs, ofTwoRacingRunsExactlyOneWins) {
     TempDir dir;
-    for (int pair = 0; pair < 20; ++pair) {
+    for (int pair = 0; pair < racingPairs; ++pair) {
         SCOPED_TRACE(pair);
         const std::string png = dir.file("race" + std::to_string(pair) + ".png");
         const std::vector<std::string> arguments = {"map", png,      "--features",

@@ -1,3 +1,6 @@
+// An elevation source and the post cache its blocks live in, together: the cache's
+// eviction, the block reads that fill it and the bilinear lookups that read it share
+// one Impl each and the cache's key, and split apart they would expose both.
 #include "zorCore/DtElevationSource.h"
 
 #include <algorithm>

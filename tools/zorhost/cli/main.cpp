@@ -1,5 +1,8 @@
 // zorhost: a small stand-in for the 3-D engine. It loads the terrain plug-in as the
-// engine does and answers questions about terrain files from the command line.
+// engine does and answers questions about terrain files from the command line. Every
+// command's options and help text are declared here, against one Request, so CLI11 sees
+// the whole command line at once; each command's own room (options, help, formatting)
+// is the next step of its layering.
 #include <sys/stat.h>
 
 #include <GeographicLib/Config.h>

@@ -1,3 +1,7 @@
+// The map's Cairo canvas: ground, features, props, tiles and every marginal element
+// (legend, scale bar, north arrow, title) drawn on one surface. Kept in one file since
+// the marginal elements place themselves where the marks leave room, reading the same
+// record of what was drawn where.
 #include "MapCanvas.h"
 
 #include <algorithm>

@@ -1,3 +1,8 @@
+// zorhost's MetaFlight module: describe, tiles, check, convert and publish over the
+// plug-in's exported MetaFlight library, with the text and JSON each prints. Kept in one
+// file while the module is one shared object whose commands share the document's load
+// and its level walk; the commands' text moves to the command line's own files when
+// each command gets its room there.
 #include "MetaFlightCommands.h"
 
 #include <libxml/parser.h>
@@ -959,8 +964,7 @@ std::string plural(int count, const char* one, const char* many) {
 
 }  // namespace
 
-// Why publish cannot begin: an input that is no document, an OUT it was not asked to
-// replace; "" when it can.
+// Why publish cannot begin: an input that is no document; "" when it can.
 static std::string publishProblem(const PublishRequest& request) {
     for (const std::string* path : {&request.input, &request.merge}) {
         if (path->empty())
@@ -968,14 +972,7 @@ static std::string publishProblem(const PublishRequest& request) {
         if (const std::string problem = pathProblem(*path); !problem.empty())
             return *path + ": " + problem;
     }
-    struct stat info;
-    if (::stat(request.output.c_str(), &info) == 0) {
-        if (S_ISDIR(info.st_mode))
-            return request.output + ": is a directory";
-        if (!request.overwrite)
-            return request.output + ": exists; give --overwrite to replace it";
-    }
-    return "";
+    return "";  // OUT is the careful writer's to check
 }
 
 // Whether `path` holds a whole XML document: a short write cuts its end off.

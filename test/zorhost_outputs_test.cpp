@@ -120,6 +120,8 @@ std::string writePoints(const TempDir& dir, int count) {
     return path;
 }
 
+// zorhost view under a display, with "status N" its own exit status (not xvfb-run's,
+// whose cleanup may fail on a busy machine).
 std::string view(const std::string& arguments, const std::string& before = "") {
     const char* display = std::getenv("DISPLAY");
     const std::string onDisplay =
@@ -127,8 +129,8 @@ std::string view(const std::string& arguments, const std::string& before = "") {
     const std::string command = std::string("cd '") + ZOR_SOURCE_DIR +
                                 "' && LIBGL_ALWAYS_SOFTWARE=1 LP_NUM_THREADS=0 "
                                 "ASAN_OPTIONS=\"$ASAN_OPTIONS:detect_leaks=0\" " +
-                                onDisplay + "sh -c \"" + before + " exec '" + ZORHOST_PATH +
-                                "' view " + arguments + "\" 2>&1; echo \"status $?\"";
+                                onDisplay + "sh -c \"" + before + " '" + ZORHOST_PATH + "' view " +
+                                arguments + "; echo status \\$?\" 2>&1";
     return shell(command);
 }
 
